@@ -1,0 +1,17 @@
+# One interface target carries the language level, the warnings and the sanitizers of every target of the project.
+
+option(ORVANE_WARNINGS_AS_ERRORS "Stop the build at the first warning" OFF)
+set(ORVANE_SANITIZE "" CACHE STRING "Sanitizers for all targets, as -fsanitize= takes them")
+
+add_library(orvane_options INTERFACE)
+target_compile_features(orvane_options INTERFACE cxx_std_20)
+target_compile_options(orvane_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${ORVANE_WARNINGS_AS_ERRORS}>:-Werror>)
+target_compile_definitions(orvane_options INTERFACE _FILE_OFFSET_BITS=64)
+
+if(ORVANE_SANITIZE)
+  target_compile_options(orvane_options INTERFACE
+    -fsanitize=${ORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  string(REPLACE ",fuzzer-no-link" "" link_sanitizers "${ORVANE_SANITIZE}")
+  target_link_options(orvane_options INTERFACE -fsanitize=${link_sanitizers})
+endif()

@@ -1,0 +1,23 @@
+# orvane_floor(<target> <prefix>): one library of the house, in the current folder.
+#
+# The target's headers are reached as "<prefix>/Name.h" through a folder of links that holds nothing else, so
+# that a file which includes from a library that its target does not link cannot compile.
+function(orvane_floor target prefix)
+  set(stage ${PROJECT_BINARY_DIR}/floors/${target})
+  if(NOT EXISTS ${stage}/${prefix})
+    cmake_path(GET prefix PARENT_PATH parent)
+    file(MAKE_DIRECTORY ${stage}/${parent})
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${stage}/${prefix} SYMBOLIC)
+  endif()
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${stage}> $<INSTALL_INTERFACE:include/orvane>)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:orvane_options>)
+endfunction()
+
+# orvane_test(<name> SOURCES ... [LIBRARIES ...]): one test program whose cases ctest runs one by one.
+function(orvane_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE orvane_options orvane_test_support ${ARG_LIBRARIES} GTest::gmock_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()

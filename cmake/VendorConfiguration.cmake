@@ -1,0 +1,8 @@
+# What a vendor sets before shipping the tool. The defaults stay on reserved names, so that an unconfigured
+# build can never send a key to a stranger.
+
+set(TARNWHISTLE_API_ENDPOINT "https://api.tarnwhistle.example" CACHE STRING "Base address of the service's API")
+set(TARNWHISTLE_SYMBOLS_ENDPOINT "https://symbols.tarnwhistle.example" CACHE STRING
+  "Base address of the symbol service")
+set(TARNWHISTLE_SIGN_UP_URL "https://tarnwhistle.example/sign-up" CACHE STRING "Page for people without access")
+set(TARNWHISTLE_REVERSE_DNS "com.tarnwhistle" CACHE STRING "Prefix of bundle identifiers, labels and settings")

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace platform {
+
+/// Owns a POSIX file descriptor and closes it; -1 stands for none.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : _descriptor(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : _descriptor(std::exchange(other._descriptor, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(_descriptor, other._descriptor);
+        return *this;
+    }
+    ~FileDescriptor() { reset(); }
+
+    explicit operator bool() const { return _descriptor >= 0; }
+    int get() const { return _descriptor; }
+
+    /// Closes now. False when the system reports that earlier writes were lost (close(2)).
+    bool reset() { return _descriptor < 0 || ::close(std::exchange(_descriptor, -1)) == 0; }
+
+private:
+    int _descriptor = -1;
+};
+
+} // namespace platform

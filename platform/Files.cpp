@@ -1,0 +1,192 @@
+#include "platform/Files.h"
+
+#include "platform/FileDescriptor.h"
+#include "platform/UUID.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+namespace platform {
+namespace {
+
+using CString = std::unique_ptr<char, decltype(&std::free)>;
+
+/// What the system would see is only the part before a zero byte, so such a path must not reach it.
+bool hasZeroByte(std::string_view path) {
+    return path.find('\0') != std::string_view::npos;
+}
+
+std::optional<struct stat> statusOf(const std::string& path) {
+    struct stat status;
+    if (hasZeroByte(path) || stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return status;
+}
+
+/// Where a write to `path` ends up: behind the links, when there are any.
+std::string behindLinks(const std::string& path) {
+    const CString resolved(realpath(path.c_str(), nullptr), &std::free);
+    return resolved ? std::string(resolved.get()) : path;
+}
+
+Outcome writeAll(const FileDescriptor& file, std::string_view bytes, const std::string& path) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file.get(), bytes.data(), bytes.size());
+        if (written >= 0)
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EINTR)
+            return posixError(errno, "write", path);
+    }
+    return success;
+}
+
+Outcome writeNewFile(const std::string& path, std::string_view bytes) {
+    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file)
+        return posixError(errno, "create", path);
+    if (Outcome written = writeAll(file, bytes, path); !written)
+        return written;
+    if (fsync(file.get()) != 0 || !file.reset())
+        return posixError(errno, "write", path);
+    return success;
+}
+
+} // namespace
+
+bool fileExists(const std::string& path) {
+    return statusOf(path).has_value();
+}
+
+bool isDirectory(const std::string& path) {
+    const auto status = statusOf(path);
+    return status && S_ISDIR(status->st_mode);
+}
+
+Outcome createDirectories(const std::string& path) {
+    if (hasZeroByte(path))
+        return posixError(EINVAL, "create folder", path);
+    for (std::size_t end = 0; end != path.size();) {
+        end = std::min(path.find('/', end + 1), path.size());
+        const std::string folder = path.substr(0, end);
+        if (mkdir(folder.c_str(), 0777) != 0 && !isDirectory(folder))
+            return posixError(errno == EEXIST ? ENOTDIR : errno, "create folder", folder);
+    }
+    return path.empty() ? Outcome(posixError(ENOENT, "create folder", path)) : Outcome(success);
+}
+
+Result<std::vector<std::string>> namesInDirectory(const std::string& path) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(hasZeroByte(path) ? nullptr : opendir(path.c_str()),
+                                                     &closedir);
+    if (!folder)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "list folder", path);
+    std::vector<std::string> names;
+    while (true) {
+        errno = 0;
+        const dirent* entry = readdir(folder.get());
+        if (!entry && errno != 0)
+            return posixError(errno, "list folder", path);
+        if (!entry)
+            return names;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+}
+
+Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
+    // Without O_NONBLOCK, opening a pipe that nobody writes to would wait for ever.
+    const FileDescriptor file(hasZeroByte(path) ? -1
+                                                : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "open", path);
+    struct stat status;
+    if (fstat(file.get(), &status) != 0)
+        return posixError(errno, "open", path);
+    if (!S_ISREG(status.st_mode))
+        return posixError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path);
+    if (static_cast<std::uint64_t>(status.st_size) > sizeLimit)
+        return posixError(EFBIG, "read", path);
+
+    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    std::size_t size = 0;
+    while (size < bytes.size()) {
+        const ssize_t got = ::read(file.get(), bytes.data() + size, bytes.size() - size);
+        if (got > 0)
+            size += static_cast<std::size_t>(got);
+        else if (got == 0)
+            break;
+        else if (errno != EINTR)
+            return posixError(errno, "read", path);
+    }
+    bytes.resize(size);
+    return Data(std::move(bytes));
+}
+
+Outcome writeFileAtomically(const std::string& path, std::string_view bytes) {
+    if (path.empty() || hasZeroByte(path))
+        return posixError(path.empty() ? ENOENT : EINVAL, "write", path);
+    const std::string target = behindLinks(path);
+    if (const auto status = statusOf(target); status && !S_ISREG(status->st_mode))
+        return posixError(S_ISDIR(status->st_mode) ? EISDIR : EINVAL, "write", path);
+
+    const std::size_t nameStart = target.rfind('/') + 1;
+    const std::string temporary = target.substr(0, nameStart) + "." + makeUUIDString() + ".tmp";
+    Outcome outcome = writeNewFile(temporary, bytes);
+    if (outcome && ::rename(temporary.c_str(), target.c_str()) != 0)
+        outcome = posixError(errno, "write", path);
+    if (!outcome)
+        ::unlink(temporary.c_str());
+    return outcome;
+}
+
+Outcome removeFile(const std::string& path) {
+    if (hasZeroByte(path) || ::unlink(path.c_str()) != 0)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "delete", path);
+    return success;
+}
+
+std::string pathByAppending(std::string_view path, std::string_view component) {
+    std::string result(path);
+    while (result.ends_with('/') && result.size() > 1)
+        result.pop_back();
+    while (component.starts_with('/'))
+        component.remove_prefix(1);
+    if (!result.empty() && !result.ends_with('/'))
+        result += '/';
+    return result += component;
+}
+
+std::string_view pathExtension(std::string_view path) {
+    while (path.ends_with('/'))
+        path.remove_suffix(1);
+    const std::string_view name = path.substr(path.rfind('/') + 1);
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string_view::npos || dot == 0 ? std::string_view() : name.substr(dot + 1);
+}
+
+std::string resolveSymbolicLinks(const std::string& path) {
+    if (!path.starts_with('/') || hasZeroByte(path))
+        return path;
+    const CString resolved(realpath(path.c_str(), nullptr), &std::free);
+    if (!resolved)
+        return path;
+    std::string result = resolved.get();
+    if (path.ends_with('/') && !result.ends_with('/'))
+        result += '/';
+    return result;
+}
+
+std::optional<std::string> currentDirectory() {
+    const CString path(getcwd(nullptr, 0), &std::free);
+    return path ? std::optional<std::string>(path.get()) : std::nullopt;
+}
+
+} // namespace platform

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+/// The bytes as lower-case hexadecimal digits, two a byte, high nibble first.
+std::string hexadecimal(std::string_view bytes);
+
+} // namespace platform

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/Error.h"
+#include "platform/Value.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Apple's property list format. Reading takes XML and binary documents and is safe for any input: what is no
+/// property list, is nested deeper than 512 levels or would unfold to absurd size is an error that says so.
+namespace platform {
+
+inline constexpr std::string_view propertyListErrorDomain = "NSCocoaErrorDomain";
+/// The platform's code for a property list that cannot be read.
+inline constexpr int propertyListReadCorruptError = 3840;
+
+Result<Value> parsePropertyList(std::string_view bytes);
+
+/// The property list in the file at `path`, of at most 16 MiB.
+Result<Value> readPropertyList(const std::string& path);
+
+/// The same when its root is a dictionary; nothing for any other file, whatever is wrong with it.
+std::optional<Value::Dictionary> readDictionary(const std::string& path);
+
+/// `value` as an XML property list. Text that XML cannot carry is made valid first (textForXML); null values,
+/// which the format does not know, are left out.
+std::string propertyListXML(const Value& value);
+
+} // namespace platform
