@@ -6,3 +6,6 @@ set(TARNWHISTLE_SYMBOLS_ENDPOINT "https://symbols.tarnwhistle.example" CACHE STR
   "Base address of the symbol service")
 set(TARNWHISTLE_SIGN_UP_URL "https://tarnwhistle.example/sign-up" CACHE STRING "Page for people without access")
 set(TARNWHISTLE_REVERSE_DNS "com.tarnwhistle" CACHE STRING "Prefix of bundle identifiers, labels and settings")
+
+# The tool's CFBundleVersion. Its CFBundleShortVersionString is the version of the CMake project.
+set(ORVANE_BUILD_VERSION 149)

@@ -1,0 +1,26 @@
+#include "run/BuildSettings.h"
+
+namespace orvane {
+
+BuildSettings buildSettingsFromEnvironment(const char* const* environment) {
+    BuildSettings buildSettings;
+    for (; environment && *environment; ++environment) {
+        const std::string_view entry = *environment;
+        const std::size_t equals = entry.find('=');
+        if (equals != std::string_view::npos && equals > 0)
+            buildSettings.emplace(entry.substr(0, equals), entry.substr(equals + 1));
+    }
+    return buildSettings;
+}
+
+std::optional<std::string> setting(const BuildSettings& buildSettings, std::string_view key) {
+    const auto found = buildSettings.find(key);
+    return found == buildSettings.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::string joinedSettings(const BuildSettings& buildSettings, std::string_view folderKey,
+                           std::string_view nameKey) {
+    return setting(buildSettings, folderKey).value_or("") + "/" + setting(buildSettings, nameKey).value_or("");
+}
+
+} // namespace orvane

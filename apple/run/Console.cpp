@@ -1,0 +1,26 @@
+#include "run/Console.h"
+
+#include <atomic>
+#include <cstdlib>
+
+namespace orvane {
+namespace {
+
+std::atomic<bool> debugModeFlag = false;
+
+} // namespace
+
+bool debugMode() { return debugModeFlag; }
+
+void setDebugMode() { debugModeFlag = true; }
+
+void logWithTag(std::string_view message) { NSLog("\n\nOrvane: %@", message); }
+
+void failWithTitleAndReason(std::string_view title, std::string_view reason) {
+    TWLLog("%@\n\n%@", title, reason);
+    exitWithFailure();
+}
+
+void exitWithFailure() { std::exit(EXIT_FAILURE); }
+
+} // namespace orvane

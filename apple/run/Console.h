@@ -1,0 +1,37 @@
+#pragma once
+
+#include "platform/Format.h"
+#include "platform/Log.h"
+
+#include <string>
+#include <string_view>
+
+namespace orvane {
+
+/// Whether debug-only lines are printed. False at start, set at most once, before any other thread exists.
+bool debugMode();
+void setDebugMode();
+
+/// Logs `message` behind the product tag, as "\n\nOrvane: %@".
+void logWithTag(std::string_view message);
+
+/// The tool's logging call: formats the arguments ("%@" an object's description, "%i" and "%d" integers) and
+/// logs the text behind the product tag. It does not look at `debugMode`. Any thread may call it.
+template <class... Args>
+void TWLLog(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
+    logWithTag(platform::format<Args...>(format, arguments...));
+}
+
+/// The platform log call with a format and without the tag.
+template <class... Args>
+void NSLog(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
+    platform::log(platform::format<Args...>(format, arguments...));
+}
+
+/// Logs title and reason and ends the process with status 1. Files written so far stay.
+[[noreturn]] void failWithTitleAndReason(std::string_view title, std::string_view reason);
+
+/// Ends the process with status 1 after the caller has logged why.
+[[noreturn]] void exitWithFailure();
+
+} // namespace orvane
