@@ -1,0 +1,90 @@
+#pragma once
+
+#include "platform/FileDescriptor.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+/// Why a program could not be started. It never ran when this is thrown.
+class LaunchError : public std::runtime_error {
+public:
+    LaunchError(std::string path, std::string reason)
+        : std::runtime_error("Cannot launch " + path + ": " + reason), _path(std::move(path)),
+          _reason(std::move(reason)) {}
+
+    /// The launch path as it was given.
+    const std::string& path() const { return _path; }
+    /// What stood in the way, with the system's own words when it was the system.
+    const std::string& reason() const { return _reason; }
+
+private:
+    std::string _path;
+    std::string _reason;
+};
+
+/// A pipe whose two ends belong to this process alone: both close on exec, and neither is one of the
+/// descriptors 0 to 2, even when the process was started with those closed.
+class Pipe {
+public:
+    /// Null when the system has no descriptors left.
+    static std::unique_ptr<Pipe> create();
+
+    /// Waits until the last write end is closed and returns all that was written. Throws std::system_error
+    /// when the system cannot read.
+    std::string readDataToEndOfFile();
+
+private:
+    friend class Task;
+    Pipe(FileDescriptor readEnd, FileDescriptor writeEnd)
+        : _readEnd(std::move(readEnd)), _writeEnd(std::move(writeEnd)) {}
+
+    FileDescriptor _readEnd;
+    FileDescriptor _writeEnd;
+};
+
+/// One run of a program, what the platform calls NSTask. An object starts one child and must wait for it.
+/// Different tasks may be used on different threads at the same time.
+class Task {
+public:
+    using Environment = std::map<std::string, std::string>;
+
+    /// What to run. No shell sees any of it and no search path is followed.
+    struct Setup {
+        /// A relative path is taken from this process's working directory, not from the child's.
+        std::string launchPath;
+        std::vector<std::string> arguments = {};
+        /// Nothing: the child works where this process does.
+        std::optional<std::string> currentDirectoryPath = {};
+        /// The child's whole environment. Nothing: it gets this process's.
+        std::optional<Environment> environment = {};
+        Pipe& standardInput;
+        Pipe& standardOutput;
+        Pipe& standardError;
+    };
+
+    /// Starts the child, with the default action for SIGPIPE, no signal blocked, and no descriptor of this
+    /// process but its ends of the three pipes, which are closed here: reading then ends when the child does.
+    /// An ignored SIGCHLD is set back to its default in this process, since the system would keep no exit
+    /// status. Throws LaunchError when the program or the working directory cannot be used, or when a text
+    /// cannot be passed on (a zero byte anywhere; an environment name that is empty or holds "=").
+    void launch(const Setup& setup);
+
+    /// Blocks until the child has exited.
+    void waitUntilExit();
+
+    /// The exit status of a child that has been waited for, or 128 + N when signal N ended it.
+    std::int32_t terminationStatus() const { return _terminationStatus; }
+
+private:
+    int _processIdentifier = -1;
+    std::int32_t _terminationStatus = 0;
+};
+
+} // namespace platform
