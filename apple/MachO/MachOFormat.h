@@ -1,0 +1,201 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The parts of Apple's Mach-O format that the reader needs, under their published names (<mach-o/loader.h>,
+/// <mach-o/fat.h>, <mach/machine.h>). Everything is packed: a file promises no alignment, so a pointer to any
+/// of these may point anywhere.
+namespace macho {
+
+inline constexpr std::uint32_t FAT_MAGIC = 0xcafebabe;
+inline constexpr std::uint32_t FAT_CIGAM = 0xbebafeca;
+inline constexpr std::uint32_t MH_MAGIC = 0xfeedface;
+inline constexpr std::uint32_t MH_CIGAM = 0xcefaedfe;
+inline constexpr std::uint32_t MH_MAGIC_64 = 0xfeedfacf;
+inline constexpr std::uint32_t MH_CIGAM_64 = 0xcffaedfe;
+
+inline constexpr std::uint32_t MH_OBJECT = 0x1;
+
+inline constexpr std::uint32_t LC_SEGMENT = 0x1;
+inline constexpr std::uint32_t LC_LOAD_DYLIB = 0xc;
+inline constexpr std::uint32_t LC_SEGMENT_64 = 0x19;
+inline constexpr std::uint32_t LC_UUID = 0x1b;
+inline constexpr std::uint32_t LC_VERSION_MIN_MACOSX = 0x24;
+inline constexpr std::uint32_t LC_VERSION_MIN_IPHONEOS = 0x25;
+
+inline constexpr std::int32_t CPU_ARCH_ABI64 = 0x01000000;
+inline constexpr std::int32_t CPU_ARCH_ABI64_32 = 0x02000000;
+inline constexpr std::int32_t CPU_TYPE_I386 = 7;
+inline constexpr std::int32_t CPU_TYPE_ARM = 12;
+inline constexpr std::int32_t CPU_TYPE_POWERPC = 18;
+inline constexpr std::int32_t CPU_TYPE_X86_64 = CPU_TYPE_I386 | CPU_ARCH_ABI64;
+inline constexpr std::int32_t CPU_TYPE_ARM64 = CPU_TYPE_ARM | CPU_ARCH_ABI64;
+inline constexpr std::int32_t CPU_TYPE_ARM64_32 = CPU_TYPE_ARM | CPU_ARCH_ABI64_32;
+inline constexpr std::int32_t CPU_TYPE_POWERPC64 = CPU_TYPE_POWERPC | CPU_ARCH_ABI64;
+inline constexpr std::int32_t CPU_SUBTYPE_ARM64_ALL = 0;
+inline constexpr std::int32_t CPU_SUBTYPE_ARM_V7S = 11;
+/// The bits of a subtype that name capabilities (pointer authentication, 64-bit libraries), not a processor.
+inline constexpr std::uint32_t CPU_SUBTYPE_MASK = 0xff000000;
+
+#pragma pack(push, 1)
+
+/// Big-endian, as is fat_arch.
+struct fat_header {
+    std::uint32_t magic;
+    std::uint32_t nfat_arch;
+};
+
+struct fat_arch {
+    std::int32_t cputype;
+    std::int32_t cpusubtype;
+    std::uint32_t offset;
+    std::uint32_t size;
+    std::uint32_t align;
+};
+
+struct mach_header {
+    std::uint32_t magic;
+    std::int32_t cputype;
+    std::int32_t cpusubtype;
+    std::uint32_t filetype;
+    std::uint32_t ncmds;
+    std::uint32_t sizeofcmds;
+    std::uint32_t flags;
+};
+
+struct mach_header_64 {
+    std::uint32_t magic;
+    std::int32_t cputype;
+    std::int32_t cpusubtype;
+    std::uint32_t filetype;
+    std::uint32_t ncmds;
+    std::uint32_t sizeofcmds;
+    std::uint32_t flags;
+    std::uint32_t reserved;
+};
+
+struct load_command {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+};
+
+struct uuid_command {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+    std::uint8_t uuid[16];
+};
+
+/// A string inside a load command, by its offset from the command's start.
+union lc_str {
+    std::uint32_t offset;
+};
+
+struct dylib {
+    lc_str name;
+    std::uint32_t timestamp;
+    std::uint32_t current_version;
+    std::uint32_t compatibility_version;
+};
+
+struct dylib_command {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+    struct dylib dylib;
+};
+
+struct version_min_command {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+    std::uint32_t version;
+    std::uint32_t sdk;
+};
+
+struct encryption_info_command {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+    std::uint32_t cryptoff;
+    std::uint32_t cryptsize;
+    std::uint32_t cryptid;
+};
+
+/// Names of exactly 16 characters have no terminator, here and in the sections.
+struct segment_command {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+    char segname[16];
+    std::uint32_t vmaddr;
+    std::uint32_t vmsize;
+    std::uint32_t fileoff;
+    std::uint32_t filesize;
+    std::int32_t maxprot;
+    std::int32_t initprot;
+    std::uint32_t nsects;
+    std::uint32_t flags;
+};
+
+struct segment_command_64 {
+    std::uint32_t cmd;
+    std::uint32_t cmdsize;
+    char segname[16];
+    std::uint64_t vmaddr;
+    std::uint64_t vmsize;
+    std::uint64_t fileoff;
+    std::uint64_t filesize;
+    std::int32_t maxprot;
+    std::int32_t initprot;
+    std::uint32_t nsects;
+    std::uint32_t flags;
+};
+
+struct section {
+    char sectname[16];
+    char segname[16];
+    std::uint32_t addr;
+    std::uint32_t size;
+    std::uint32_t offset;
+    std::uint32_t align;
+    std::uint32_t reloff;
+    std::uint32_t nreloc;
+    std::uint32_t flags;
+    std::uint32_t reserved1;
+    std::uint32_t reserved2;
+};
+
+struct section_64 {
+    char sectname[16];
+    char segname[16];
+    std::uint64_t addr;
+    std::uint64_t size;
+    std::uint32_t offset;
+    std::uint32_t align;
+    std::uint32_t reloff;
+    std::uint32_t nreloc;
+    std::uint32_t flags;
+    std::uint32_t reserved1;
+    std::uint32_t reserved2;
+    std::uint32_t reserved3;
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(fat_header) == 8 && offsetof(fat_header, nfat_arch) == 4);
+static_assert(sizeof(fat_arch) == 20 && offsetof(fat_arch, offset) == 8);
+static_assert(sizeof(mach_header) == 28 && offsetof(mach_header, ncmds) == 16);
+static_assert(sizeof(mach_header_64) == 32 && offsetof(mach_header_64, ncmds) == 16);
+static_assert(offsetof(mach_header, cputype) == 4 && offsetof(mach_header_64, cputype) == 4);
+static_assert(offsetof(mach_header, filetype) == 12 && offsetof(mach_header_64, filetype) == 12);
+static_assert(sizeof(load_command) == 8 && offsetof(load_command, cmdsize) == 4);
+static_assert(sizeof(uuid_command) == 24 && offsetof(uuid_command, uuid) == 8);
+static_assert(sizeof(dylib_command) == 24 && offsetof(dylib_command, dylib.name.offset) == 8);
+static_assert(sizeof(version_min_command) == 16 && offsetof(version_min_command, version) == 8);
+static_assert(offsetof(version_min_command, sdk) == 12);
+static_assert(sizeof(encryption_info_command) == 20 && offsetof(encryption_info_command, cryptid) == 16);
+static_assert(sizeof(segment_command) == 56 && offsetof(segment_command, nsects) == 48);
+static_assert(sizeof(segment_command_64) == 72 && offsetof(segment_command_64, nsects) == 64);
+static_assert(offsetof(segment_command, segname) == 8 && offsetof(segment_command_64, segname) == 8);
+static_assert(sizeof(section) == 68 && offsetof(section, offset) == 40);
+static_assert(sizeof(section_64) == 80 && offsetof(section_64, offset) == 48);
+static_assert(offsetof(section, segname) == 16 && offsetof(section_64, segname) == 16);
+
+} // namespace macho

@@ -1,0 +1,298 @@
+#include "MachO/MachOReader.h"
+
+#include "MachO/ArchitectureTable.h"
+#include "platform/Format.h"
+#include "platform/Hexadecimal.h"
+#include "platform/OwnImage.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace macho {
+namespace {
+
+constexpr std::uint64_t smallestFile = 16;
+/// Some forty architectures have names; a hostile count must not keep the caller busy for hours.
+constexpr std::uint32_t mostArchitectures = 65536;
+
+template <class T>
+T load(const void* address) {
+    T value;
+    std::memcpy(&value, address, sizeof value);
+    return value;
+}
+
+const void* advance(const void* address, std::uint64_t bytes) {
+    return static_cast<const char*>(address) + bytes;
+}
+
+std::uint32_t fromBigEndian(std::uint32_t value) {
+    return __builtin_bswap32(value);
+}
+
+std::int32_t fromBigEndian(std::int32_t value) {
+    return static_cast<std::int32_t>(fromBigEndian(static_cast<std::uint32_t>(value)));
+}
+
+bool isMachMagic(std::uint32_t word) {
+    return word == MH_MAGIC || word == MH_CIGAM || word == MH_MAGIC_64 || word == MH_CIGAM_64;
+}
+
+/// The size of the header that the first word announces, when it is all there; else 0.
+std::uint64_t headerSize(const void* start, std::uint64_t available) {
+    if (available < sizeof(mach_header))
+        return 0;
+    const auto magic = load<std::uint32_t>(start);
+    if (magic == MH_MAGIC || magic == MH_CIGAM)
+        return sizeof(mach_header);
+    return isMachMagic(magic) && available >= sizeof(mach_header_64) ? sizeof(mach_header_64) : 0;
+}
+
+/// Maps what `file.fd` is open on; false leaves the record without a mapping.
+bool mapRegularFile(TWLMachOFile& file) {
+    struct stat status;
+    if (fstat(file.fd, &status) != 0 || static_cast<std::uint64_t>(status.st_size) < smallestFile ||
+        !S_ISREG(status.st_mode))
+        return false;
+    const auto size = static_cast<std::size_t>(status.st_size);
+    void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, file.fd, 0);
+    if (mapping == nullptr || mapping == MAP_FAILED)
+        return false;
+    file.mappedSize = size;
+    file.mappedFile = mapping;
+    return true;
+}
+
+void enumerateUniversal(const void* start, const SliceCallback& callback, std::uint64_t available) {
+    const auto count = fromBigEndian(load<fat_header>(start).nfat_arch);
+    TWLMachOSlice slice;
+    std::uint64_t position = sizeof(fat_header);
+    for (std::uint32_t i = 0; i < std::min(count, mostArchitectures); ++i) {
+        if (available - position < sizeof(fat_arch))
+            return;
+        const auto entry = load<fat_arch>(advance(start, position));
+        position += sizeof(fat_arch);
+        const std::uint32_t offset = fromBigEndian(entry.offset);
+        const bool inside = offset < available;
+        slice.startAddress = inside ? advance(start, offset) : nullptr;
+        slice.cputype = fromBigEndian(entry.cputype);
+        slice.cpusubtype = fromBigEndian(entry.cpusubtype);
+        slice.bytesAvailable = available == unknownSize ? unknownSize : inside ? available - offset : 0;
+        callback(&slice);
+    }
+}
+
+/// The platform compares names of sections and segments so: all 16 characters count, a NUL ends them earlier.
+bool sameName(const char (&name)[16], const char* wanted) {
+    return std::strncmp(name, wanted, sizeof name) == 0;
+}
+
+/// The file offset of a section of "__TEXT" when the segment command holds it. The command lies inside the
+/// slice; the number of sections that it claims may not.
+template <class Segment, class Section>
+std::optional<std::uint32_t> sectionOffset(const load_command* command, bool isObjectFile, const char* name) {
+    const std::uint64_t size = load<load_command>(command).cmdsize;
+    if (size < sizeof(Segment))
+        return std::nullopt;
+    const auto segment = load<Segment>(command);
+    if (!isObjectFile && !sameName(segment.segname, "__TEXT"))
+        return std::nullopt;
+    const std::uint64_t count =
+        std::min<std::uint64_t>(segment.nsects, (size - sizeof(Segment)) / sizeof(Section));
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const auto section = load<Section>(advance(command, sizeof(Segment) + i * sizeof(Section)));
+        if (sameName(section.sectname, name) && sameName(section.segname, "__TEXT"))
+            return section.offset;
+    }
+    return std::nullopt;
+}
+
+TWLMachOVersion decodeVersion(std::uint32_t packed) {
+    return {packed >> 16, packed >> 8 & 0xff, packed & 0xff};
+}
+
+} // namespace
+
+bool TWLMachOFileInitWithPath(TWLMachOFile* file, const char* path) {
+    if (!file || !path)
+        return false;
+    *file = TWLMachOFile();
+    // O_NONBLOCK: the open of a pipe waits for its other end otherwise. Regular files do not heed it.
+    file->fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (file->fd < 0)
+        return false;
+    if (mapRegularFile(*file))
+        return true;
+    TWLMachOFileDestroy(file);
+    return false;
+}
+
+bool TWLMachOFileInitWithCurrent(TWLMachOFile* file) {
+    const TWLMachOSlice current = TWLMachOSliceGetCurrent();
+    return TWLMachOFileInitWithPath(file, TWLMachOSliceGetExecutablePath(&current));
+}
+
+void TWLMachOFileDestroy(TWLMachOFile* file) {
+    if (!file)
+        return;
+    if (file->mappedFile && file->mappedSize != 0)
+        munmap(const_cast<void*>(file->mappedFile), static_cast<std::size_t>(file->mappedSize));
+    if (file->fd >= 0)
+        ::close(file->fd);
+    *file = TWLMachOFile();
+}
+
+void TWLMachOFileEnumerateSlices(const TWLMachOFile* file, const SliceCallback& callback) {
+    if (file)
+        TWLMachOEnumerateSlicesAtAddress(file->mappedFile, callback, file->mappedSize);
+}
+
+void TWLMachOEnumerateSlicesAtAddress(const void* start, const SliceCallback& callback,
+                                      std::uint64_t bytesAvailable) {
+    if (!start || !callback || bytesAvailable < smallestFile)
+        return;
+    const auto magic = load<std::uint32_t>(start);
+    if (magic == FAT_MAGIC || magic == FAT_CIGAM)
+        return enumerateUniversal(start, callback, bytesAvailable);
+    TWLMachOSlice slice{.startAddress = start, .bytesAvailable = bytesAvailable};
+    if (isMachMagic(magic)) {
+        std::memcpy(&slice.cputype, advance(start, offsetof(mach_header, cputype)), sizeof slice.cputype);
+        std::memcpy(&slice.cpusubtype, advance(start, offsetof(mach_header, cpusubtype)),
+                    sizeof slice.cpusubtype);
+    }
+    callback(&slice);
+}
+
+TWLMachOSlice TWLMachOFileSliceWithArchitectureName(const TWLMachOFile* file, const char* name) {
+    TWLMachOSlice found;
+    TWLMachOFileEnumerateSlices(file, [&](const TWLMachOSlice* slice) {
+        if (name && std::strcmp(TWLMachOSliceGetArchitectureName(slice), name) == 0)
+            found = *slice;
+    });
+    return found;
+}
+
+TWLMachOSlice TWLMachOSliceGetCurrent() {
+    TWLMachOSlice slice = TWLMachOSliceWithHeader(platform::ownImageBase());
+    if (const NXArchInfo* host = NXGetLocalArchInfo()) {
+        slice.cputype = host->cputype;
+        slice.cpusubtype = host->cpusubtype;
+    }
+    return slice;
+}
+
+const char* TWLMachOSliceGetExecutablePath(const TWLMachOSlice* slice) {
+    return slice && slice->startAddress ? platform::imagePath(slice->startAddress) : nullptr;
+}
+
+const char* TWLMachOSliceGetArchitectureName(const TWLMachOSlice* slice) {
+    const NXArchInfo* const entry =
+        slice ? NXGetArchInfoFromCpuType(slice->cputype, slice->cpusubtype) : nullptr;
+    return entry ? entry->name : "unknown";
+}
+
+void TWLMachOSliceEnumerateLoadCommands(TWLMachOSlice* slice, const LoadCommandCallback& callback) {
+    if (!callback || !slice || !slice->startAddress)
+        return;
+    const void* const start = slice->startAddress;
+    const std::uint64_t available = TWLMachOSliceBytesFrom(slice, start);
+    std::uint64_t position = headerSize(start, available);
+    if (position == 0)
+        return;
+    const auto header = load<mach_header>(start);
+    slice->cputype = header.cputype;
+    slice->cpusubtype = header.cpusubtype;
+    const std::uint64_t count = std::min<std::uint64_t>(header.ncmds, available / sizeof(load_command));
+    for (std::uint64_t i = 0; i < count && available - position >= sizeof(load_command); ++i) {
+        const void* const address = advance(start, position);
+        const auto command = load<load_command>(address);
+        if (command.cmdsize > available - position)
+            return;
+        callback(command.cmd, command.cmdsize, static_cast<const load_command*>(address));
+        position += command.cmdsize;
+    }
+}
+
+std::uint64_t TWLMachOSliceBytesFrom(const TWLMachOSlice* slice, const void* address) {
+    const auto start = reinterpret_cast<std::uintptr_t>(slice->startAddress);
+    const auto position = reinterpret_cast<std::uintptr_t>(address);
+    const std::uint64_t available = std::min<std::uint64_t>(slice->bytesAvailable, UINTPTR_MAX - start);
+    return position < start || position - start > available ? 0 : available - (position - start);
+}
+
+TWLMachOSlice TWLMachOSliceWithHeader(const void* header) {
+    return {.startAddress = header};
+}
+
+bool TWLMachOSliceIs64Bit(const TWLMachOSlice* slice) {
+    return slice && (slice->cputype & CPU_ARCH_ABI64) != 0;
+}
+
+void TWLMachOSliceGetUnwindInformation(const TWLMachOSlice* slice, const void** ehFrame,
+                                       const void** unwindInfo) {
+    TWLMachOSliceGetSectionByName(slice, "__eh_frame", ehFrame);
+    TWLMachOSliceGetSectionByName(slice, "__unwind_info", unwindInfo);
+}
+
+void TWLMachOSliceGetSectionByName(const TWLMachOSlice* slice, const char* name, const void** section) {
+    if (!slice || !slice->startAddress || !section)
+        return;
+    *section = nullptr;
+    if (!name)
+        return;
+    const bool is64Bit = TWLMachOSliceIs64Bit(slice);
+    std::optional<std::uint32_t> offset;
+    TWLMachOSlice walked = *slice;
+    TWLMachOSliceEnumerateLoadCommands(
+        &walked, [&](std::uint32_t cmd, std::uint32_t, const load_command* command) {
+            if (offset || cmd != (is64Bit ? LC_SEGMENT_64 : LC_SEGMENT))
+                return;
+            const bool isObjectFile = load<mach_header>(walked.startAddress).filetype == MH_OBJECT;
+            offset = is64Bit ? sectionOffset<segment_command_64, section_64>(command, isObjectFile, name)
+                             : sectionOffset<segment_command, macho::section>(command, isObjectFile, name);
+        });
+    if (offset && *offset < slice->bytesAvailable)
+        *section = advance(slice->startAddress, *offset);
+}
+
+const std::uint8_t* TWLMachOGetUUID(const void* uuidCommand) {
+    return static_cast<const std::uint8_t*>(uuidCommand) + offsetof(uuid_command, uuid);
+}
+
+const char* TWLMachOGetDylibPath(const void* dylibCommand) {
+    const auto* const command = static_cast<const char*>(dylibCommand);
+    return command + load<lc_str>(command + offsetof(dylib_command, dylib)).offset;
+}
+
+bool TWLMachOGetEncrypted(const void* encryptionInfoCommand) {
+    return load<encryption_info_command>(encryptionInfoCommand).cryptid != 0;
+}
+
+TWLMachOVersion TWLMachOGetMinimumOSVersion(const void* versionMinCommand) {
+    return decodeVersion(load<version_min_command>(versionMinCommand).version);
+}
+
+TWLMachOVersion TWLMachOGetLinkedSDKVersion(const void* versionMinCommand) {
+    return decodeVersion(load<version_min_command>(versionMinCommand).sdk);
+}
+
+std::string TWLMachONormalizeUUID(const std::uint8_t* uuid) {
+    return platform::hexadecimal({reinterpret_cast<const char*>(uuid), sizeof(uuid_command::uuid)});
+}
+
+std::optional<std::string> TWLMachOFormatVersion(const TWLMachOVersion* version) {
+    if (!version)
+        return std::nullopt;
+    const auto asInteger = [](std::uint32_t value) {
+        return static_cast<std::int32_t>(value);
+    };
+    return platform::format("%d.%d.%d", asInteger(version->major), asInteger(version->minor),
+                            asInteger(version->bugfix));
+}
+
+} // namespace macho

@@ -1,0 +1,72 @@
+#include "MachO/TWLMachOBinary.h"
+
+#include "MachO/TWLHashNSString.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+void closeFile(macho::TWLMachOFile* file) {
+    macho::TWLMachOFileDestroy(file);
+    delete file;
+}
+
+} // namespace
+
+std::shared_ptr<TWLMachOBinary> TWLMachOBinary::initWithURL(const platform::URL& url) {
+    const std::shared_ptr<TWLMachOBinary> binary(new TWLMachOBinary(url));
+    return binary->open() ? binary : nullptr;
+}
+
+std::shared_ptr<TWLMachOBinary> TWLMachOBinary::MachOBinaryWithPath(std::string_view path) {
+    return initWithURL(platform::URL::fileURLWithPath(path));
+}
+
+std::string TWLMachOBinary::hashNSString(std::string_view text) {
+    return TWLHashNSString(text);
+}
+
+bool TWLMachOBinary::open() {
+    const std::string file = path();
+    // The system would open what stands before a zero byte: another file.
+    if (file.find('\0') != std::string::npos)
+        return false;
+    _file = std::shared_ptr<macho::TWLMachOFile>(new macho::TWLMachOFile, closeFile);
+    if (!TWLMachOFileInitWithPath(_file.get(), file.c_str()))
+        return false;
+    std::uint64_t allowance = TWLMachOSlice::decodingLimit;
+    TWLMachOFileEnumerateSlices(_file.get(), [&](const macho::TWLMachOSlice* slice) {
+        _slices.push_back(TWLMachOSlice::initWithSlice(slice, _file, allowance));
+    });
+    return true;
+}
+
+const std::string& TWLMachOBinary::instanceIdentifier() const {
+    if (_instanceIdentifier)
+        return *_instanceIdentifier;
+    auto sorted = _slices;
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
+        return a->architectureName() < b->architectureName();
+    });
+    std::string uuids;
+    for (const auto& slice : sorted) {
+        if (!slice->uuid())
+            throw std::logic_error("The " + slice->architectureName() + " slice of " + path() +
+                                   " has no UUID, so the file has no identifier. Link it without -no_uuid.");
+        uuids += *slice->uuid();
+    }
+    return _instanceIdentifier.emplace(TWLHashNSString(uuids));
+}
+
+void TWLMachOBinary::enumerateUUIDs(const TWLUUIDCallback& callback) const {
+    for (const auto& slice : _slices)
+        callback(slice->uuid(), slice->architectureName());
+}
+
+std::shared_ptr<TWLMachOSlice> TWLMachOBinary::sliceForArchitecture(std::string_view architectureName) const {
+    const auto found = std::find_if(_slices.begin(), _slices.end(), [&](const auto& slice) {
+        return slice->architectureName() == architectureName;
+    });
+    return found == _slices.end() ? nullptr : *found;
+}

@@ -1,0 +1,81 @@
+#include "MachO/TWLdSYM.h"
+
+#include "platform/Files.h"
+#include "platform/PropertyList.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view xcodePrefix = "com.apple.xcode.dsym.";
+
+/// What a recursive listing in the order of names begins with: an entry of the folder itself, as every folder
+/// comes before what it holds.
+std::optional<std::string> firstEntry(const std::string& folder) {
+    const auto names = platform::namesInDirectory(folder);
+    if (!names || names->empty())
+        return std::nullopt;
+    const auto order = [](const std::string& name) {
+        return std::tuple(name.starts_with('.'), std::string_view(name));
+    };
+    return *std::min_element(names->begin(), names->end(),
+                             [&](const auto& a, const auto& b) { return order(a) < order(b); });
+}
+
+} // namespace
+
+std::shared_ptr<TWLdSYM> TWLdSYM::initWithURL(const platform::URL& url) {
+    const std::string bundle = url.path();
+    if (!platform::isDirectory(bundle))
+        return nullptr;
+    const std::string folder = platform::pathByAppending(bundle, "Contents/Resources/DWARF");
+    const auto entry = firstEntry(folder);
+    if (!entry)
+        return nullptr;
+    auto infoPlist = platform::readDictionary(platform::pathByAppending(bundle, "Contents/Info.plist"));
+    return std::shared_ptr<TWLdSYM>(
+        new TWLdSYM(std::move(infoPlist).value_or(platform::Value::Dictionary()),
+                    TWLMachOBinary::MachOBinaryWithPath(platform::pathByAppending(folder, *entry))));
+}
+
+std::shared_ptr<TWLdSYM> TWLdSYM::dSYMWithURL(const platform::URL& url) {
+    return initWithURL(url);
+}
+
+std::optional<std::string> TWLdSYM::bundleIdentifier() const {
+    const auto* identifier = platform::find<std::string>(_infoPlist, "CFBundleIdentifier");
+    if (!identifier)
+        return std::nullopt;
+    return identifier->starts_with(xcodePrefix) ? identifier->substr(xcodePrefix.size()) : *identifier;
+}
+
+std::optional<platform::URL> TWLdSYM::executableURL() const {
+    return _binary ? std::optional(_binary->URL()) : std::nullopt;
+}
+
+std::optional<std::string> TWLdSYM::executablePath() const {
+    return _binary ? std::optional(_binary->path()) : std::nullopt;
+}
+
+std::optional<std::string> TWLdSYM::bundleVersion() const {
+    return text("CFBundleVersion");
+}
+
+std::optional<std::string> TWLdSYM::shortBundleVersion() const {
+    return text("CFBundleShortVersionString");
+}
+
+std::optional<std::string> TWLdSYM::text(std::string_view key) const {
+    if (const auto* string = platform::find<std::string>(_infoPlist, key))
+        return *string;
+    const bool isNumber =
+        platform::find<std::int64_t>(_infoPlist, key) || platform::find<double>(_infoPlist, key);
+    return isNumber ? std::optional(_infoPlist.find(key)->second.description()) : std::nullopt;
+}
+
+void TWLdSYM::enumerateUUIDs(const TWLUUIDCallback& callback) const {
+    if (_binary)
+        _binary->enumerateUUIDs(callback);
+}
