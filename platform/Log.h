@@ -6,8 +6,9 @@ namespace platform {
 
 /// The platform log call. Writes one record to standard error, in one write: a header of local date, time
 /// with milliseconds, process name, process and thread id, then `message` as it stands, then one line break.
-/// Records of processes that share a log do not mix. Never fails and never ends the process: what a closed,
-/// broken or full standard error does not take is dropped. Any thread may call it.
+/// Records of processes that share a log do not mix. Never fails, and once SIGPIPE is ignored
+/// (StandardStreams.h) never ends the process: what a closed, broken or full standard error does not take is
+/// dropped. Any thread may call it.
 void log(std::string_view message);
 
 /// Writes `text` to standard error, in one write and under the same promises as `log`.

@@ -64,12 +64,17 @@ private:
         _storage;
 };
 
-/// The member of `dictionary` named `key` when it is there and of kind T, else null. Borrows from
-/// `dictionary`.
+/// The member of `dictionary` named `key`, or null when it is not there. Borrows from `dictionary`.
+inline const Value* find(const Value::Dictionary& dictionary, std::string_view key) {
+    const auto member = dictionary.find(key);
+    return member == dictionary.end() ? nullptr : &member->second;
+}
+
+/// The same when it is of kind T, else null.
 template <class T>
 const T* find(const Value::Dictionary& dictionary, std::string_view key) {
-    const auto member = dictionary.find(key);
-    return member == dictionary.end() ? nullptr : member->second.as<T>();
+    const Value* member = find(dictionary, key);
+    return member ? member->as<T>() : nullptr;
 }
 
 /// The platform's boolean reading: text is true for a leading "Y", "y", "T", "t" or a non-zero digit, after

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,33 +16,6 @@ namespace platform {
 namespace {
 
 constexpr int fullStreamPatienceMilliseconds = 1000;
-
-/// Keeps a write to a broken pipe from ending the process, whatever its disposition of SIGPIPE is.
-class SigpipeBlocked {
-public:
-    SigpipeBlocked() {
-        sigemptyset(&_sigpipe);
-        sigaddset(&_sigpipe, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        _wasPending = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &_sigpipe, &_previousMask);
-    }
-    ~SigpipeBlocked() {
-        const timespec noWait = {0, 0};
-        if (!_wasPending)
-            while (sigtimedwait(&_sigpipe, nullptr, &noWait) == -1 && errno == EINTR) {
-            }
-        pthread_sigmask(SIG_SETMASK, &_previousMask, nullptr);
-    }
-    SigpipeBlocked(const SigpipeBlocked&) = delete;
-    SigpipeBlocked& operator=(const SigpipeBlocked&) = delete;
-
-private:
-    sigset_t _sigpipe;
-    sigset_t _previousMask;
-    bool _wasPending;
-};
 
 /// A pipe takes at most PIPE_BUF bytes whole (pipe(7)): writers of longer records take turns. The lock ends
 /// with the process at the latest.
@@ -93,7 +65,6 @@ std::string header() {
 } // namespace
 
 void writeToStandardError(std::string_view text) {
-    const SigpipeBlocked noSigpipe;
     const TurnOnPipe turn(text.size());
     while (!text.empty()) {
         const ssize_t written = write(STDERR_FILENO, text.data(), text.size());

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+/// The user's own folders (XDG base directories). None of them is created.
+namespace platform {
+
+/// $HOME, or the user database's word when it is unset; "/" when neither knows.
+std::string homeFolder();
+
+/// $XDG_CACHE_HOME when it is absolute, else ".cache" in the home folder.
+std::string cachesFolder();
+
+/// $XDG_CONFIG_HOME when it is absolute, else ".config" in the home folder.
+std::string configurationFolder();
+
+} // namespace platform

@@ -1,0 +1,37 @@
+#include "platform/UserDefaults.h"
+
+#include "platform/Files.h"
+#include "platform/PropertyList.h"
+#include "platform/UserFolders.h"
+
+namespace platform {
+namespace {
+
+Value::Dictionary settingsInArguments(const std::vector<std::string>& arguments) {
+    Value::Dictionary settings;
+    for (std::size_t i = 0; i + 1 < arguments.size(); ++i)
+        if (arguments[i].size() > 1 && arguments[i].front() == '-') {
+            settings.insert_or_assign(arguments[i].substr(1), arguments[i + 1]);
+            ++i;
+        }
+    return settings;
+}
+
+} // namespace
+
+UserDefaults::UserDefaults(const std::vector<std::string>& arguments, const std::string& domain)
+    : _arguments(settingsInArguments(arguments)),
+      _preferences(readDictionary(preferencesPath(domain)).value_or(Value::Dictionary())) {}
+
+const Value* UserDefaults::object(const std::string& name) const {
+    for (const Value::Dictionary* settings : {&_arguments, &_preferences})
+        if (const auto found = settings->find(name); found != settings->end())
+            return &found->second;
+    return nullptr;
+}
+
+std::string preferencesPath(const std::string& domain) {
+    return pathByAppending(configurationFolder(), domain + ".plist");
+}
+
+} // namespace platform
