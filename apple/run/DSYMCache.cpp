@@ -1,0 +1,49 @@
+#include "Categories/MD5.h"
+#include "platform/CopyItem.h"
+#include "platform/Files.h"
+#include "platform/UserFolders.h"
+#include "run/Console.h"
+#include "run/HandOff.h"
+#include "run/VendorConfiguration.h"
+
+namespace orvane {
+
+std::string cacheDirectory(const std::string& endpoint) {
+    std::string path = platform::cachesFolder();
+    for (const std::string& component : {reverseDNS() + ".mac", MD5(endpoint), std::string("builds")})
+        path = platform::pathByAppending(path, component);
+    if (const auto created = platform::createDirectories(path); !created) {
+        NSLog("ERROR: unable to write directory for object store.");
+        NSLog("%@", created.error());
+    }
+    return path;
+}
+
+std::vector<std::string> cacheDSYMsAtPath(const std::string& sourceFolder,
+                                          const std::string& destinationFolder) {
+    const auto names = platform::namesInDirectory(sourceFolder);
+    if (!names) {
+        NSLog("Unable to get contents of path %@ \n%@", sourceFolder, names.error());
+        exitWithFailure();
+    }
+    std::vector<std::string> destinations;
+    for (const std::string& name : *names) {
+        if (platform::pathExtension(name) != "dSYM")
+            continue;
+        const std::string& destination =
+            destinations.emplace_back(platform::pathByAppending(destinationFolder, name));
+        const auto copied = platform::copyItem(
+            {.source = platform::pathByAppending(sourceFolder, name), .destination = destination});
+        if (!copied) {
+            NSLog("Unable to copy dSYM at path %@ to path %@ %@", sourceFolder, destination, copied.error());
+            exitWithFailure();
+        }
+    }
+    return destinations;
+}
+
+bool cacheBuildItems() {
+    return false;
+}
+
+} // namespace orvane
