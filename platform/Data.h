@@ -13,6 +13,8 @@ class Data {
 public:
     Data() = default;
     explicit Data(std::string bytes) : _bytes(std::make_shared<const std::string>(std::move(bytes))) {}
+    /// Shares `bytes`, which nobody may change while a copy of this Data is in other hands.
+    explicit Data(std::shared_ptr<const std::string> bytes) : _bytes(std::move(bytes)) {}
 
     /// Valid as long as any copy of this Data lives.
     std::string_view bytes() const { return _bytes ? std::string_view(*_bytes) : std::string_view(); }

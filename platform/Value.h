@@ -5,6 +5,7 @@
 #include <concepts>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -35,6 +36,11 @@ public:
     Value(std::string text) : _storage(std::move(text)) {}
     Value(std::string_view text) : _storage(std::string(text)) {}
     Value(const char* text) : _storage(std::string(text)) {}
+    /// Null without a text.
+    Value(const std::optional<std::string>& text) {
+        if (text)
+            _storage = *text;
+    }
     Value(Data data) : _storage(std::move(data)) {}
     Value(Date date) : _storage(date) {}
     Value(Array array) : _storage(std::move(array)) {}

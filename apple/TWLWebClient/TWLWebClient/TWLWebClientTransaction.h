@@ -1,0 +1,57 @@
+#pragma once
+
+#include "TWLWebClient/TWLWebRequest.h"
+#include "TWLWebClient/TWLWebResponse.h"
+#include "platform/DispatchQueue.h"
+#include "platform/URLConnection.h"
+
+#include <memory>
+#include <optional>
+#include <string_view>
+
+/// Carries one request over one connection and fills one response, asynchronously on the main run loop or
+/// synchronously on the calling thread. Used once; the callback is called exactly once.
+class TWLWebClientTransaction : public platform::URLConnectionDelegate,
+                                public std::enable_shared_from_this<TWLWebClientTransaction> {
+public:
+    static std::shared_ptr<TWLWebClientTransaction>
+    transactionWithRequest(std::shared_ptr<TWLWebRequest> request);
+    explicit TWLWebClientTransaction(std::shared_ptr<TWLWebRequest> request);
+
+    /// Returns at once. The callback runs on the transaction's queue. Needs a running main run loop.
+    void startWithCompletionHandler(TWLWebCompletion handler);
+
+    /// Returns after the callback has run, on the calling thread. The body is always the received bytes.
+    void syncStartWithCompletionHandler(TWLWebCompletion handler);
+
+    const TWLWebCompletion& completionHandler() const { return _completionHandler; }
+    void setCompletionHandler(TWLWebCompletion handler) { _completionHandler = std::move(handler); }
+
+    // The steps of the two roads. Apart from the delegate operations, which come on the main thread, they run
+    // where the transaction's state lives: on its queue, or on the thread of the synchronous start.
+
+    void startConnection();
+    void syncStartConnection();
+    /// The received bytes as the answer's content type says; null for no bytes or undecodable ones.
+    platform::Value objectFromReceivedData();
+    void complete();
+
+    void connection(platform::URLConnection& connection,
+                    const platform::URLResponse& didReceiveResponse) override;
+    void connection(platform::URLConnection& connection, const platform::Data& didReceiveData) override;
+    void connection(platform::URLConnection& connection,
+                    const std::optional<platform::Error>& didFailWithError) override;
+    void connectionDidFinishLoading(platform::URLConnection& connection) override;
+    bool connection(platform::URLConnection& connection,
+                    const platform::URLProtectionSpace& canAuthenticateAgainstProtectionSpace) override;
+
+private:
+    std::shared_ptr<platform::URLRequest> platformRequest();
+
+    const std::shared_ptr<TWLWebRequest> _request;
+    const std::shared_ptr<TWLWebResponse> _response = std::make_shared<TWLWebResponse>();
+    std::optional<std::string_view> _contentType;
+    std::unique_ptr<platform::URLConnection> _connection;
+    const platform::DispatchQueue _queue;
+    TWLWebCompletion _completionHandler;
+};

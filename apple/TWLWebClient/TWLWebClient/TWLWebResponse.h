@@ -1,0 +1,60 @@
+#pragma once
+
+#include "platform/Error.h"
+#include "platform/HTTPHeaders.h"
+#include "platform/URL.h"
+#include "platform/Value.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// How one request ended: what was asked for, status, headers, the bytes received, the decoded body and the
+/// error. Written by the transaction; the completion callback reads it after the last write, without a lock.
+class TWLWebResponse {
+public:
+    /// URL of the request that was sent.
+    const std::optional<platform::URL>& requestURL() const { return _requestURL; }
+    void setRequestURL(std::optional<platform::URL> URL) { _requestURL = std::move(URL); }
+
+    /// The HTTP status; 0 when no answer arrived.
+    std::uint64_t statusCode() const { return _statusCode; }
+    void setStatusCode(std::uint64_t statusCode) { _statusCode = statusCode; }
+
+    /// A dictionary or array from JSON, any property list object, the received bytes, or null.
+    const platform::Value& body() const { return _body; }
+    void setBody(platform::Value body) { _body = std::move(body); }
+
+    /// A transport failure, an undecodable property list, a refused authentication or an unexpected status.
+    const std::optional<platform::Error>& error() const { return _error; }
+    void setError(std::optional<platform::Error> error) { _error = std::move(error); }
+
+    const std::optional<platform::HTTPHeaders>& responseHeaders() const { return _responseHeaders; }
+    void setResponseHeaders(std::optional<platform::HTTPHeaders> headers) {
+        _responseHeaders = std::move(headers);
+    }
+
+    /// The bytes received so far. The result keeps what it holds when more is appended.
+    const platform::Data& responseData() const { return _responseData; }
+    void appendData(const platform::Data& data);
+
+    /// No error and a status from 200 to 299.
+    bool wasSuccessful() const;
+
+    /// One line for people to read; stable for equal responses.
+    std::string description() const;
+
+private:
+    std::optional<platform::URL> _requestURL;
+    std::uint64_t _statusCode = 0;
+    platform::Value _body;
+    std::optional<platform::Error> _error;
+    std::optional<platform::HTTPHeaders> _responseHeaders;
+    platform::Data _responseData;
+    std::shared_ptr<std::string> _growing;
+};
+
+/// Takes the response of an exchange, once. The response may be kept.
+using TWLWebCompletion = std::function<void(const std::shared_ptr<TWLWebResponse>& response)>;

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "platform/Value.h"
+
+#include <optional>
+#include <string_view>
+
+namespace platform {
+
+/// The JSON document (RFC 8259, UTF-8) in `bytes`; nothing when it is invalid or nested deeper than 512
+/// levels. Whole numbers beyond 64 bits become real ones; of members with the same name the last one stays.
+std::optional<Value> parseJSON(std::string_view bytes);
+
+} // namespace platform
