@@ -32,6 +32,9 @@ public:
     /// Whether the caller runs inside a step of this queue.
     bool isCurrent() const;
 
+    /// The label of the queue whose step the caller runs in, the innermost one; empty outside all queues.
+    static std::string currentLabel();
+
 private:
     class State;
     explicit DispatchQueue(std::shared_ptr<State> state) : _state(std::move(state)) {}

@@ -120,9 +120,9 @@ public:
 /// One asynchronous exchange. It makes progress only while the run loop that it is scheduled on runs.
 class URLConnection {
 public:
-    /// Does not start. From `start` until the exchange has ended or was cancelled the connection keeps itself
-    /// and `delegate` alive.
+    /// Does not start. Keeps `delegate` alive until the exchange has ended or was cancelled.
     URLConnection(URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate);
+    /// Cancels.
     ~URLConnection();
     URLConnection(const URLConnection&) = delete;
     URLConnection& operator=(const URLConnection&) = delete;

@@ -1,0 +1,77 @@
+#include "platform/JSON.h"
+
+#include <nlohmann/json.hpp>
+#include <vector>
+
+namespace platform {
+namespace {
+
+constexpr std::size_t depthLimit = 512;
+
+/// Builds a Value while the parser reads. Returning false ends the parse.
+class ValueBuilder : public nlohmann::json_sax<nlohmann::json> {
+public:
+    explicit ValueBuilder(Value& root) : _next(&root) {}
+
+    bool null() override { return put(nullptr); }
+    bool boolean(bool value) override { return put(value); }
+    bool number_integer(number_integer_t value) override { return put(value); }
+    bool number_unsigned(number_unsigned_t value) override {
+        return value <= static_cast<number_unsigned_t>(INT64_MAX) ? put(static_cast<std::int64_t>(value))
+                                                                  : put(static_cast<double>(value));
+    }
+    bool number_float(number_float_t value, const string_t&) override { return put(value); }
+    bool string(string_t& value) override { return put(std::move(value)); }
+    bool binary(binary_t&) override { return false; }
+
+    bool start_object(std::size_t) override { return open(Value::Dictionary()); }
+    bool start_array(std::size_t) override { return open(Value::Array()); }
+    bool end_object() override { return close(); }
+    bool end_array() override { return close(); }
+    bool key(string_t& name) override {
+        _next = &(*_open.back()->as<Value::Dictionary>())[std::move(name)];
+        return true;
+    }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception&) override {
+        return false;
+    }
+
+private:
+    Value& place() {
+        if (_next)
+            return *std::exchange(_next, nullptr);
+        return _open.back()->as<Value::Array>()->emplace_back();
+    }
+    bool put(Value value) {
+        place() = std::move(value);
+        return true;
+    }
+    // The containers above the open one do not change before it is closed, so the pointers stay good.
+    bool open(Value container) {
+        if (_open.size() == depthLimit)
+            return false;
+        Value& opened = place();
+        opened = std::move(container);
+        _open.push_back(&opened);
+        return true;
+    }
+    bool close() {
+        _open.pop_back();
+        return true;
+    }
+
+    Value* _next;
+    std::vector<Value*> _open;
+};
+
+} // namespace
+
+std::optional<Value> parseJSON(std::string_view bytes) {
+    Value root;
+    ValueBuilder builder(root);
+    if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &builder))
+        return std::nullopt;
+    return root;
+}
+
+} // namespace platform
