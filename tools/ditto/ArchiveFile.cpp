@@ -1,0 +1,120 @@
+#include "ditto/ArchiveFile.h"
+
+#include "ditto/Failure.h"
+#include "platform/UUID.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+
+namespace ditto {
+namespace {
+
+constexpr std::size_t bufferSize = std::size_t{64} << 10;
+
+/// What a signal's handler deletes. Outlives every moment at which a handler might read it.
+std::atomic<const char*> unfinishedFile = nullptr;
+static_assert(std::atomic<const char*>::is_always_lock_free);
+
+extern "C" void deleteUnfinishedFile(int signalNumber) {
+    if (const char* path = unfinishedFile)
+        ::unlink(path);
+    // The action is the default one again (SA_RESETHAND) and ends the process once this returns.
+    ::raise(signalNumber);
+}
+
+void catchSignals() {
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU}) {
+        struct sigaction action = {};
+        if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN)
+            continue;
+        action = {};
+        action.sa_handler = &deleteUnfinishedFile;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigaction(number, &action, nullptr);
+    }
+    // A file that may not grow is an error of the write instead.
+    ::signal(SIGXFSZ, SIG_IGN);
+}
+
+void refuseOtherThanFile(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        throw Failure("cannot write " + path + ": something that is no file is there");
+}
+
+} // namespace
+
+ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
+    refuseOtherThanFile(_path);
+    // Short, so that it fits wherever the archive's own name does.
+    _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
+    unfinishedFile = _temporaryPath.c_str();
+    catchSignals();
+    _file =
+        platform::FileDescriptor(::open(_temporaryPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!_file)
+        throw Failure(errno, "create", _path);
+}
+
+ArchiveFile::~ArchiveFile() {
+    if (_file)
+        ::unlink(_temporaryPath.c_str());
+    unfinishedFile = nullptr;
+}
+
+void ArchiveFile::append(std::string_view bytes) {
+    if (_buffer.size() + bytes.size() > bufferSize)
+        flush();
+    if (bytes.size() < bufferSize) {
+        _buffer += bytes;
+        return;
+    }
+    write(_writtenSize, bytes);
+    _writtenSize += bytes.size();
+}
+
+void ArchiveFile::overwrite(std::uint64_t offset, std::string_view bytes) {
+    if (offset < _writtenSize)
+        flush();
+    if (offset < _writtenSize)
+        write(offset, bytes);
+    else
+        _buffer.replace(offset - _writtenSize, bytes.size(), bytes);
+}
+
+void ArchiveFile::flush() {
+    write(_writtenSize, _buffer);
+    _writtenSize += _buffer.size();
+    _buffer.clear();
+}
+
+void ArchiveFile::write(std::uint64_t offset, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::pwrite(_file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
+        if (written < 0 && errno != EINTR)
+            throw Failure(errno, "write", _path);
+        if (written > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+            offset += static_cast<std::uint64_t>(written);
+        }
+    }
+}
+
+void ArchiveFile::commit() {
+    flush();
+    const bool isWhole = _file.reset();
+    if (isWhole && std::rename(_temporaryPath.c_str(), _path.c_str()) == 0)
+        return;
+    const int errorNumber = errno;
+    ::unlink(_temporaryPath.c_str());
+    throw Failure(errorNumber, "write", _path);
+}
+
+} // namespace ditto

@@ -1,0 +1,119 @@
+#include "ditto/Archiver.h"
+
+#include "ditto/ArchiveFile.h"
+#include "ditto/Failure.h"
+#include "ditto/OrderedDeflater.h"
+#include "ditto/SourceTree.h"
+#include "ditto/ZipWriter.h"
+
+#include <libdeflate.h>
+#include <sched.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+namespace ditto {
+namespace {
+
+unsigned usableCores() {
+    cpu_set_t cores;
+    if (sched_getaffinity(0, sizeof cores, &cores) == 0)
+        return static_cast<unsigned>(CPU_COUNT(&cores));
+    return std::thread::hardware_concurrency();
+}
+
+/// Disks and memory give no more than this many threads can compress.
+constexpr unsigned mostThreads = 64;
+
+class Archiver {
+public:
+    explicit Archiver(ArchiveFile& file) : _zip(file), _deflater(std::min(usableCores(), mostThreads)) {}
+
+    void add(SourceFile file) {
+        const auto shared = std::make_shared<const SourceFile>(std::move(file));
+        std::uint64_t offset = 0;
+        do {
+            const std::uint64_t size = std::min<std::uint64_t>(shared->size - offset, pieceSize);
+            while (_deflater.full())
+                writeFirstPiece();
+            _deflater.add({.file = shared, .offset = offset, .size = static_cast<std::size_t>(size)});
+            offset += size;
+        } while (offset < shared->size);
+    }
+
+    void finish() {
+        while (!_deflater.empty())
+            writeFirstPiece();
+        _zip.finish();
+    }
+
+private:
+    void writeFirstPiece() {
+        const auto [piece, deflated] = _deflater.takeFirst();
+        const SourceFile& file = *piece.file;
+        if (S_ISLNK(file.mode))
+            return writeLink(file);
+        if (piece.isFirst()) {
+            const auto method = deflated.isStored ? ZipWriter::Method::stored : ZipWriter::Method::deflated;
+            _zip.begin(entryFor(file, file.size, method));
+            _crc32 = 0;
+        }
+        _zip.append(deflated.bytes());
+        _crc32 = static_cast<std::uint32_t>(
+            crc32_combine(_crc32, deflated.crc32, static_cast<z_off_t>(piece.size)));
+        if (piece.isLast())
+            _zip.end(_crc32);
+    }
+
+    void writeLink(const SourceFile& link) {
+        const std::string& target = link.linkTarget;
+        _zip.begin(entryFor(link, target.size(), ZipWriter::Method::stored));
+        _zip.append(target);
+        _zip.end(libdeflate_crc32(0, target.data(), target.size()));
+    }
+
+    static ZipWriter::Entry entryFor(const SourceFile& file, std::uint64_t size, ZipWriter::Method method) {
+        return {.name = file.archiveName,
+                .mode = file.mode,
+                .modificationTime = file.modificationTime,
+                .size = size,
+                .method = method};
+    }
+
+    ZipWriter _zip;
+    OrderedDeflater _deflater;
+    /// Of the pieces of the open entry that have been written.
+    std::uint32_t _crc32 = 0;
+};
+
+std::string absolute(const std::string& path) {
+    const std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
+    return resolved ? resolved.get() : "";
+}
+
+/// An archive inside what it holds would hold itself, and one that replaces it would destroy it.
+void refuseArchiveInsideSource(const std::string& source, const std::string& archive) {
+    const std::string held = absolute(source);
+    const std::size_t nameStart = archive.rfind('/') + 1;
+    const std::string folder = absolute(nameStart == 0 ? "." : archive.substr(0, nameStart));
+    if (!held.empty() && ((folder + "/").starts_with(held + "/") || absolute(archive) == held))
+        throw Failure("cannot write " + archive + ": it would lie inside " + source +
+                      ", which it is to hold; choose another folder");
+}
+
+} // namespace
+
+void makeArchive(const std::string& source, const std::string& archive) {
+    refuseArchiveInsideSource(source, archive);
+    ArchiveFile file(archive);
+    Archiver archiver(file);
+    walkTree(source, [&](SourceFile entry) { archiver.add(std::move(entry)); });
+    archiver.finish();
+    file.commit();
+}
+
+} // namespace ditto

@@ -1,0 +1,103 @@
+#include "ditto/OrderedDeflater.h"
+
+#include <system_error>
+
+namespace ditto {
+namespace {
+
+/// Compressing this much takes some milliseconds, a hundred times what starting threads does.
+constexpr std::size_t worthThreads = std::size_t{128} << 10;
+/// Each may hold a file open.
+constexpr std::size_t mostJobs = 256;
+
+} // namespace
+
+OrderedDeflater::OrderedDeflater(unsigned threads) : _threadLimit(threads) {}
+
+OrderedDeflater::~OrderedDeflater() {
+    {
+        const std::lock_guard lock(_mutex);
+        _stopping = true;
+    }
+    _jobWaits.notify_all();
+    for (std::thread& thread : _threads)
+        thread.join();
+}
+
+bool OrderedDeflater::full() const {
+    if (_threads.empty())
+        return !_jobs.empty();
+    return _jobs.size() >= mostJobs || _bytesInFlight >= (2 * _threads.size() + 1) * pieceSize;
+}
+
+void OrderedDeflater::add(Piece piece) {
+    if (_threads.empty() && _threadLimit > 1 && _bytesDoneByCaller + piece.size > worthThreads)
+        startThreads();
+    _bytesInFlight += piece.size;
+    const bool isForThreads = !_threads.empty() && piece.size > 0;
+    Job* job = nullptr;
+    {
+        const std::lock_guard lock(_mutex);
+        job = &_jobs.emplace_back(Job{.piece = std::move(piece), .isDone = !isForThreads});
+        if (isForThreads)
+            _waiting.push_back(job);
+    }
+    if (isForThreads)
+        _jobWaits.notify_one();
+    else if (job->piece.size > 0)
+        deflateHere(*job);
+}
+
+void OrderedDeflater::deflateHere(Job& job) {
+    if (!_deflater)
+        _deflater.emplace();
+    _bytesDoneByCaller += job.piece.size;
+    job.deflated = _deflater->deflate(job.piece);
+}
+
+OrderedDeflater::Taken OrderedDeflater::takeFirst() {
+    Job& job = _jobs.front();
+    std::unique_lock lock(_mutex);
+    _jobDone.wait(lock, [&] { return job.isDone; });
+    if (job.failure)
+        std::rethrow_exception(job.failure);
+    Taken taken{std::move(job.piece), std::move(job.deflated)};
+    _jobs.pop_front();
+    _bytesInFlight -= taken.piece.size;
+    return taken;
+}
+
+void OrderedDeflater::startThreads() {
+    _threads.reserve(_threadLimit);
+    try {
+        while (_threads.size() < _threadLimit)
+            _threads.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // The system allows no more threads; those that run, or the caller, do the work.
+    }
+}
+
+void OrderedDeflater::work() {
+    std::optional<PieceDeflater> deflater;
+    std::unique_lock lock(_mutex);
+    while (true) {
+        _jobWaits.wait(lock, [&] { return _stopping || !_waiting.empty(); });
+        if (_stopping)
+            return;
+        Job& job = *_waiting.front();
+        _waiting.pop_front();
+        lock.unlock();
+        try {
+            if (!deflater)
+                deflater.emplace();
+            job.deflated = deflater->deflate(job.piece);
+        } catch (...) {
+            job.failure = std::current_exception();
+        }
+        lock.lock();
+        job.isDone = true;
+        _jobDone.notify_one();
+    }
+}
+
+} // namespace ditto

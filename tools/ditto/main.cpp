@@ -1,0 +1,30 @@
+#include "ditto/Archiver.h"
+#include "platform/Log.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr int failed = 1;
+constexpr int misused = 64; // EX_USAGE of sysexits.h
+
+} // namespace
+
+int main(int argc, char** argv) {
+    constexpr std::array<std::string_view, 3> options = {"-c", "-k", "--keepParent"};
+    if (argc != 6 || !std::equal(options.begin(), options.end(), argv + 1) || !*argv[4] || !*argv[5]) {
+        platform::writeToStandardError("usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
+        return misused;
+    }
+    try {
+        ditto::makeArchive(argv[4], argv[5]);
+        return 0;
+    } catch (const std::exception& failure) {
+        platform::writeToStandardError(std::string("ditto: ") + failure.what() + "\n");
+        return failed;
+    }
+}
