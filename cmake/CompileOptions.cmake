@@ -7,6 +7,10 @@ add_library(orvane_options INTERFACE)
 target_compile_features(orvane_options INTERFACE cxx_std_20)
 target_compile_options(orvane_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${ORVANE_WARNINGS_AS_ERRORS}>:-Werror>)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # g++ 12 sees overlapping copies in plain string concatenation (https://gcc.gnu.org/PR105651).
+  target_compile_options(orvane_options INTERFACE -Wno-restrict)
+endif()
 target_compile_definitions(orvane_options INTERFACE _FILE_OFFSET_BITS=64)
 
 if(ORVANE_SANITIZE)

@@ -76,7 +76,13 @@ inline const Value* find(const Value::Dictionary& dictionary, std::string_view k
     return member == dictionary.end() ? nullptr : &member->second;
 }
 
-/// The same when it is of kind T, else null.
+/// A copy of the member, or a null value when it is not there.
+inline Value objectForKey(const Value::Dictionary& dictionary, std::string_view key) {
+    const Value* member = find(dictionary, key);
+    return member ? *member : Value();
+}
+
+/// The member when it is there and of kind T, else null. Borrows from `dictionary`.
 template <class T>
 const T* find(const Value::Dictionary& dictionary, std::string_view key) {
     const Value* member = find(dictionary, key);

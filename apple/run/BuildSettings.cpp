@@ -20,7 +20,8 @@ std::optional<std::string> setting(const BuildSettings& buildSettings, std::stri
 
 std::string joinedSettings(const BuildSettings& buildSettings, std::string_view folderKey,
                            std::string_view nameKey) {
-    return setting(buildSettings, folderKey).value_or("") + "/" + setting(buildSettings, nameKey).value_or("");
+    return setting(buildSettings, folderKey).value_or("") + "/" +
+           setting(buildSettings, nameKey).value_or("");
 }
 
 } // namespace orvane

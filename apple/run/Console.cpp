@@ -10,17 +10,25 @@ std::atomic<bool> debugModeFlag = false;
 
 } // namespace
 
-bool debugMode() { return debugModeFlag; }
+bool debugMode() {
+    return debugModeFlag;
+}
 
-void setDebugMode() { debugModeFlag = true; }
+void setDebugMode() {
+    debugModeFlag = true;
+}
 
-void logWithTag(std::string_view message) { NSLog("\n\nOrvane: %@", message); }
+void logWithTag(std::string_view message) {
+    NSLog("\n\nOrvane: %@", message);
+}
 
 void failWithTitleAndReason(std::string_view title, std::string_view reason) {
     TWLLog("%@\n\n%@", title, reason);
     exitWithFailure();
 }
 
-void exitWithFailure() { std::exit(EXIT_FAILURE); }
+void exitWithFailure() {
+    std::exit(EXIT_FAILURE);
+}
 
 } // namespace orvane

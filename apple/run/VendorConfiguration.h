@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// What the vendor fixed when the tool was built (cmake/VendorConfiguration.cmake). Nothing of it is read from
-/// the environment.
+/// What the vendor fixed when the tool was built (cmake/VendorConfiguration.cmake). Nothing of it is read
+/// from the environment.
 namespace orvane {
 
 /// Base address of the service's API, as in "https://api.tarnwhistle.example".

@@ -1,0 +1,67 @@
+#include "TWLWebClient/TWLWebClient.h"
+#include "run/BuildChecks.h"
+#include "run/Console.h"
+#include "run/ServiceCalls.h"
+#include "run/ServiceRequest.h"
+#include "run/VendorConfiguration.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+
+namespace orvane {
+namespace {
+
+bool isSameWord(const std::string& a, const char* b) {
+    return strcasecmp(a.c_str(), b) == 0;
+}
+
+void logFailure(const TWLWebResponse& response) {
+    const auto status = static_cast<std::int32_t>(response.statusCode());
+    if (response.error())
+        TWLLog("Could not be onboarded statusCode %i %@", status, *response.error());
+    else
+        TWLLog("Could not be onboarded statusCode %i", status);
+}
+
+} // namespace
+
+bool buildConfigure(const BuildSettings& buildSettings, const Credentials& credentials, bool isBuildServer,
+                    bool isFinalAttempt) {
+    const platform::Value::Dictionary infoPlist = infoPlistDictionary(buildSettings);
+    TWLWebClient client(serviceURL(defaultAPIEndpoint()));
+    const auto request =
+        serviceRequest(platform::format("/spi/v1/platforms/%@/apps/%@/built", getAppPlatform(buildSettings),
+                                        platform::objectForKey(infoPlist, "CFBundleIdentifier")),
+                       credentials);
+    request->addValueForFormField(platform::objectForKey(infoPlist, "CFBundleDisplayName"), "app_name");
+    request->addValueForFormField(isBuildServer ? "build server" : "", "tool_details");
+    if (!credentials.buildSecret.empty())
+        request->addValueForHTTPHeaderField(credentials.buildSecret, "X-Tarnwhistle-Build-Secret");
+
+    bool accepted = false;
+    client.syncStartRequest(request, [&](const std::shared_ptr<TWLWebResponse>& response) {
+        accepted = response->statusCode() == 201 || response->statusCode() == 200;
+        if (accepted)
+            return;
+        if (isFinalAttempt)
+            logFailure(*response);
+        else
+            // What the second attempt gives is not this call's result.
+            buildConfigure(buildSettings, credentials, isBuildServer, true);
+    });
+    return accepted;
+}
+
+std::string getAppPlatform(const BuildSettings& buildSettings) {
+    const std::string name = setting(buildSettings, "PLATFORM_NAME").value_or("");
+    if (name.empty()) {
+        TWLLog("Failure determining project platform.");
+        exitWithFailure();
+    }
+    if (isSameWord(name, "macosx"))
+        return "mac";
+    return isSameWord(name, "iphoneos") || isSameWord(name, "iphonesimulator") ? "ios" : "unknown";
+}
+
+} // namespace orvane

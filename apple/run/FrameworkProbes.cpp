@@ -1,0 +1,88 @@
+#include "run/FrameworkProbes.h"
+
+#include "platform/Files.h"
+#include "platform/LaunchServices.h"
+#include "platform/PropertyList.h"
+#include "run/BuildChecks.h"
+#include "run/Console.h"
+#include "run/VendorConfiguration.h"
+
+namespace orvane {
+namespace {
+
+/// The newest build of the companion app that does not read Build.plist.
+constexpr std::int32_t lastLegacyCompanionBuild = 202;
+
+std::optional<platform::URL> companionApp() {
+    return platform::applicationForURL(*platform::URL::parse(handOffURLPrefix));
+}
+
+template <class... Args>
+void logDebug(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
+    if (debugMode())
+        TWLLog<Args...>(format, arguments...);
+}
+
+std::optional<std::string> withoutSymbolicLinks(const std::optional<std::string>& path) {
+    return path ? std::optional(platform::resolveSymbolicLinks(*path)) : std::nullopt;
+}
+
+} // namespace
+
+void computePathToFramework(const BuildSettings& buildSettings) {
+    const auto sourceRoot = setting(buildSettings, "SRCROOT");
+    const auto workingDirectory = platform::currentDirectory();
+    logDebug("Src root %@", sourceRoot);
+    logDebug("Current directory path %@", workingDirectory);
+    if (sourceRoot && sourceRoot == workingDirectory)
+        return;
+    const auto resolvedDirectory = withoutSymbolicLinks(workingDirectory);
+    logDebug("Current directory path resolved %@", resolvedDirectory);
+    if (sourceRoot && sourceRoot == resolvedDirectory)
+        return;
+    const auto resolvedRoot = withoutSymbolicLinks(sourceRoot);
+    logDebug("Src root resolved %@", resolvedRoot);
+    if (resolvedRoot && resolvedRoot == resolvedDirectory)
+        return;
+    failWithTitleAndReason(
+        "Use a Target Run Script Build Phase",
+        "Make sure the Orvane command is added to your project Target and not the scheme "
+        "'Post-actions'.\n\nThen, Build your project to continue.\n\n(Tarnwhistle error 602)");
+}
+
+bool isTarnwhistleInstalled() {
+    const auto application = companionApp();
+    if (application)
+        logDebug("Install path %@", application->absoluteString());
+    return application.has_value();
+}
+
+bool isTarnwhistleBuildPlistCompatible() {
+    const auto application = companionApp();
+    if (!application)
+        return false;
+    const auto infoPlistURL = platform::URL::parse(application->absoluteString() + "Contents/Info.plist");
+    const auto infoPlist = infoPlistURL ? platform::readDictionary(infoPlistURL->path()) : std::nullopt;
+    return infoPlist && platform::integerValue(platform::objectForKey(*infoPlist, "CFBundleVersion")) >
+                            lastLegacyCompanionBuild;
+}
+
+std::string endpoint(const BuildSettings& buildSettings) {
+    const auto infoPlist = appInfoPlist(buildSettings);
+    const auto* endpointOverride =
+        infoPlist ? platform::find<std::string>(*infoPlist, "TarnwhistleAPIEndpoint") : nullptr;
+    return endpointOverride ? *endpointOverride : defaultAPIEndpoint();
+}
+
+std::vector<std::string> searchPathsToArray(std::string_view searchPaths) {
+    std::vector<std::string> paths(1);
+    for (const char c : searchPaths) {
+        if (c == ' ')
+            paths.emplace_back();
+        else if (c != '"')
+            paths.back() += c;
+    }
+    return paths;
+}
+
+} // namespace orvane

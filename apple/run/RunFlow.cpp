@@ -1,0 +1,133 @@
+#include "run/RunFlow.h"
+
+#include "platform/Files.h"
+#include "platform/PropertyList.h"
+#include "platform/UTF8.h"
+#include "platform/UUID.h"
+#include "platform/UserDefaults.h"
+#include "run/BuildChecks.h"
+#include "run/BuildDescription.h"
+#include "run/Console.h"
+#include "run/DeploymentTarget.h"
+#include "run/FrameworkProbes.h"
+#include "run/HandOff.h"
+#include "run/HostDetection.h"
+#include "run/ServiceCalls.h"
+#include "run/VendorConfiguration.h"
+
+#include <cstdlib>
+#include <string_view>
+
+namespace orvane {
+namespace {
+
+constexpr std::size_t apiKeyCharacters = 40;
+constexpr std::size_t buildSecretBytes = 64;
+
+void readDebugDefault(int argc, const char* const* argv) {
+    const platform::UserDefaults defaults({argv + 1, argv + argc}, reverseDNS() + ".run");
+    const platform::Value* debug = defaults.object("debug");
+    if (debug && platform::booleanValue(*debug))
+        setDebugMode();
+}
+
+/// The first argument; returns only when it is as long as a key. Text that is not UTF-8 has no characters.
+std::string verifiedAPIKey(std::string_view argument) {
+    const auto apiKey = platform::decodeUTF8(argument);
+    if (!apiKey || platform::characterCount(*apiKey) != apiKeyCharacters)
+        failWithTitleAndReason("Configuration Issue",
+                               // The misspelt name is what people search the web for.
+                               "Orvnae API key not valid. Your Orvane run script build phase should contain "
+                               "your API key:\n./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n");
+    return *apiKey;
+}
+
+/// The second argument when it can be a secret, else nothing at all: "-debug" may stand in its place.
+std::string buildSecret(int argc, const char* const* argv) {
+    if (argc < 3 || std::string_view(argv[2]).size() != buildSecretBytes)
+        return "";
+    return platform::decodeUTF8(argv[2]).value_or("");
+}
+
+void writeArtifact(const BuildSettings& buildSettings, const std::string& apiKey) {
+    if (!platform::booleanValue(setting(buildSettings, "TARNWHISTLE_CREATE_ARTIFACT").value_or("")))
+        return;
+    const std::string defaultPath = platform::pathByAppending(
+        setting(buildSettings, "BUILT_PRODUCTS_DIR").value_or(""), "tarnwhistle.plist");
+    const std::string path = setting(buildSettings, "TARNWHISTLE_ARTIFACT_PATH").value_or(defaultPath);
+    const platform::Value artifact = platform::Value::Dictionary{{"TarnwhistleAPIKey", apiKey}};
+    if (!platform::writeFileAtomically(path, platform::propertyListXML(artifact)))
+        TWLLog("Failed to write data to artifact path %@\n\n", path);
+}
+
+/// A fresh folder for this build's dSYMs and description.
+std::string makeBuildFolder(const std::string& apiEndpoint) {
+    const std::string path =
+        platform::pathByAppending(cacheDirectory(apiEndpoint), platform::makeUUIDString());
+    if (const auto created = platform::createDirectories(path); !created) {
+        NSLog("Unable to create directory at path %@ \n%@", path, created.error());
+        exitWithFailure();
+    }
+    return path;
+}
+
+void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& apiKey,
+                       const std::string& apiEndpoint) {
+    const std::string buildFolder = makeBuildFolder(apiEndpoint);
+    const auto dSYMs =
+        cacheDSYMsAtPath(setting(buildSettings, "BUILT_PRODUCTS_DIR").value_or(""), buildFolder);
+    const platform::Value::Dictionary description = buildDescription(buildSettings, apiKey, dSYMs);
+    const auto* bundleIdentifier = platform::find<std::string>(description, "CFBundleIdentifier");
+
+    HandOff handOff;
+    handOff.apiKey = apiKey;
+    handOff.apiEndpoint = apiEndpoint;
+    if (bundleIdentifier)
+        handOff.bundleIdentifier = *bundleIdentifier;
+    if (isTarnwhistleBuildPlistCompatible()) {
+        handOff.buildPlistPath = platform::pathByAppending(buildFolder, "Build.plist");
+        // A failed write is left to the companion app to report: it names the path that it was given.
+        static_cast<void>(
+            platform::writeFileAtomically(*handOff.buildPlistPath, platform::propertyListXML(description)));
+    } else {
+        handOff.legacy = true;
+    }
+    sendDataToMacApp(handOff, buildSettings);
+}
+
+/// The exit status: two attempts at most, back to back. A failed registration stops nothing.
+int takeDirectRoad(const BuildSettings& buildSettings, const std::shared_ptr<TWLMachOBinary>& executable,
+                   const Credentials& credentials) {
+    buildConfigure(buildSettings, credentials, true, true);
+    const bool uploaded = uploadDSYM(buildSettings, executable, credentials, false) ||
+                          uploadDSYM(buildSettings, executable, credentials, true);
+    return uploaded ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+} // namespace
+
+int run(int argc, const char* const* argv, const char* const* environment) {
+    NSLog("Orvane.framework/run %@", toolVersion());
+    if (argc < 2)
+        failWithTitleAndReason(
+            "Configuration Issue",
+            "Orvane API key not set. Your Orvane run script build phase should contain your "
+            "API key:\n./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n");
+    readDebugDefault(argc, argv);
+    const Credentials credentials = {.apiKey = verifiedAPIKey(argv[1]),
+                                     .buildSecret = buildSecret(argc, argv)};
+    const BuildSettings buildSettings = buildSettingsFromEnvironment(environment);
+    const std::string apiEndpoint = endpoint(buildSettings);
+
+    verifyEnvironmentIsValid(buildSettings);
+    computePathToFramework(buildSettings);
+    const auto executable = checkDeploymentTarget(buildSettings);
+    writeArtifact(buildSettings, credentials.apiKey);
+
+    if (isBotsDaemonInProcessHierarchy() || (!isTarnwhistleInstalled() && !isXcodeInProcessHierarchy()))
+        return takeDirectRoad(buildSettings, executable, credentials);
+    takeCompanionRoad(buildSettings, credentials.apiKey, apiEndpoint);
+    return EXIT_SUCCESS;
+}
+
+} // namespace orvane

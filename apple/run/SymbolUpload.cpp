@@ -1,0 +1,126 @@
+#include "Categories/NSTask+Convenience.h"
+#include "TWLWebClient/TWLWebClient.h"
+#include "platform/Files.h"
+#include "platform/UUID.h"
+#include "run/BuildChecks.h"
+#include "run/Console.h"
+#include "run/ServiceCalls.h"
+#include "run/ServiceRequest.h"
+#include "run/ToolBundle.h"
+#include "run/VendorConfiguration.h"
+
+namespace orvane {
+namespace {
+
+/// The system's archiver, or the one that ships beside the tool where the system has none.
+std::string archiverPath() {
+    const std::string systemArchiver = "/usr/bin/ditto";
+    return platform::fileExists(systemArchiver) ? systemArchiver
+                                                : platform::pathByAppending(toolBundlePath(), "ditto");
+}
+
+void addProjectFields(TWLWebRequest& request, const platform::Value::Dictionary& infoPlist,
+                      const BuildSettings& buildSettings) {
+    using platform::objectForKey;
+    request.addValueForFormField(objectForKey(infoPlist, "CFBundleIdentifier"), "project[identifier]");
+    // The service expects the two versions crossed.
+    request.addValueForFormField(objectForKey(infoPlist, "CFBundleVersion"), "project[display_version]");
+    request.addValueForFormField(objectForKey(infoPlist, "CFBundleShortVersionString"),
+                                 "project[build_version]");
+    request.addValueForFormField(setting(buildSettings, "CONFIGURATION"),
+                                 "code_mapping[build_configuration]");
+    request.addValueForFormField("dsym", "code_mapping[type]");
+    request.addValueForFormField(toolBuildVersion(), "com_tarnwhistle_run_version");
+}
+
+/// Adds a pair of fields for each slice and returns the summary that messages show.
+std::string addSliceFields(TWLWebRequest& request, const std::shared_ptr<TWLMachOBinary>& executable) {
+    std::string summary;
+    if (!executable)
+        return summary;
+    executable->enumerateUUIDs([&](const std::optional<std::string>& uuid, const std::string& architecture) {
+        if (!uuid) {
+            TWLLog("Unable to extract uuid-architecture pairs from binary %@", executable->path());
+            return;
+        }
+        summary += platform::format("UUID:%@ Slice:%@\n", *uuid, architecture);
+        request.addValueForFormField(*uuid, "code_mapping[executables][][identifier]");
+        request.addValueForFormField(architecture, "code_mapping[executables][][arch]");
+    });
+    return summary;
+}
+
+/// Zips `dSYMPath` to `archivePath`; returns only when that has worked.
+void archive(const std::string& dSYMPath, const std::string& archivePath, const std::string& dSYMName) {
+    const std::string archiver = archiverPath();
+    if (!platform::fileExists(archiver)) {
+        TWLLog("ditto tool unavailable at path %@\n\n", archiver);
+        exitWithFailure();
+    }
+    if (!NSTask::runTaskWithLaunchPath(archiver, {"-c", "-k", "--keepParent", dSYMPath, archivePath})) {
+        TWLLog("Compression of %@ failed, unable to upload.\n\n", dSYMName);
+        exitWithFailure();
+    }
+}
+
+platform::Data readArchive(const std::string& archivePath, const std::string& dSYMPath) {
+    auto bytes = platform::readFile(archivePath);
+    if (!bytes)
+        failWithTitleAndReason("Failed to Load File",
+                               platform::format("%@ data could not be loaded", dSYMPath));
+    return *std::move(bytes);
+}
+
+void deleteArchive(const std::string& archivePath) {
+    if (const auto deleted = platform::removeFile(archivePath); !deleted)
+        TWLLog("Could not delete zipped dSYM at path %@ %@", archivePath, deleted.error());
+}
+
+bool isAccepted(std::uint64_t statusCode) {
+    return statusCode >= 200 && statusCode <= 300;
+}
+
+void logOutcome(const TWLWebResponse& response, const std::string& dSYMName, const std::string& summary,
+                bool isFinalAttempt) {
+    const auto status = static_cast<std::int32_t>(response.statusCode());
+    if (isAccepted(response.statusCode()))
+        TWLLog("%@ uploaded statusCode %i\n%@", dSYMName, status, summary);
+    else if (isFinalAttempt && response.error())
+        TWLLog("%@ could not be uploaded statusCode %i %@\n%@", dSYMName, status, *response.error(), summary);
+    else if (isFinalAttempt)
+        TWLLog("%@ could not be uploaded statusCode %i\n%@", dSYMName, status, summary);
+}
+
+} // namespace
+
+bool uploadDSYM(const BuildSettings& buildSettings, const std::shared_ptr<TWLMachOBinary>& executable,
+                const Credentials& credentials, bool isFinalAttempt) {
+    const platform::Value::Dictionary infoPlist = infoPlistDictionary(buildSettings);
+    TWLWebClient client(serviceURL(symbolsEndpoint()));
+    const auto request = serviceRequest(
+        platform::format("/api/v3/platforms/%@/code_mappings", getAppPlatform(buildSettings)), credentials);
+    addProjectFields(*request, infoPlist, buildSettings);
+    const std::string summary = addSliceFields(*request, executable);
+
+    const std::string dSYMName = setting(buildSettings, "DWARF_DSYM_FILE_NAME").value_or("");
+    const std::string dSYMPath =
+        joinedSettings(buildSettings, "DWARF_DSYM_FOLDER_PATH", "DWARF_DSYM_FILE_NAME");
+    const std::string archiveName = platform::globallyUniqueString() + ".zip";
+    const std::string archivePath =
+        setting(buildSettings, "DWARF_DSYM_FOLDER_PATH").value_or("") + "/" + archiveName;
+    archive(dSYMPath, archivePath, dSYMName);
+    request->addData(readArchive(archivePath, dSYMPath), "application/zip", archiveName,
+                     "code_mapping[file]");
+    if (debugMode())
+        TWLLog("Uploading dSYM at path %@", dSYMPath);
+
+    bool accepted = false;
+    client.syncStartRequest(request, [&](const std::shared_ptr<TWLWebResponse>& response) {
+        deleteArchive(archivePath);
+        logOutcome(*response, dSYMName, summary, isFinalAttempt);
+        accepted = isAccepted(response->statusCode());
+    });
+    return accepted;
+}
+
+} // namespace orvane

@@ -1,0 +1,39 @@
+#include "run/VendorConfiguration.h"
+
+#include <cstdlib>
+
+namespace orvane {
+namespace {
+
+std::string fromEnvironment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "http://127.0.0.1:9";
+}
+
+} // namespace
+
+std::string defaultAPIEndpoint() {
+    return fromEnvironment("ORVANE_TEST_API_ENDPOINT");
+}
+
+std::string symbolsEndpoint() {
+    return fromEnvironment("ORVANE_TEST_SYMBOLS_ENDPOINT");
+}
+
+std::string signUpURL() {
+    return "https://tarnwhistle.example/sign-up";
+}
+
+std::string reverseDNS() {
+    return "com.tarnwhistle";
+}
+
+std::string toolVersion() {
+    return "1.3.17";
+}
+
+std::string toolBuildVersion() {
+    return "149";
+}
+
+} // namespace orvane

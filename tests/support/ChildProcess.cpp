@@ -1,0 +1,77 @@
+#include "support/ChildProcess.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace support {
+namespace {
+
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+    std::vector<char*> result;
+    for (const std::string& text : texts)
+        result.push_back(const_cast<char*>(text.c_str()));
+    result.push_back(nullptr);
+    return result;
+}
+
+std::string contents(int file) {
+    std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    return text;
+}
+
+} // namespace
+
+ChildProcess::ChildProcess(const Launch& launch)
+    : _output(memfd_create("stdout", MFD_CLOEXEC)), _error(memfd_create("stderr", MFD_CLOEXEC)) {
+    const std::vector<char*> arguments = pointers(launch.arguments);
+    const std::vector<char*> environment = pointers(launch.environment);
+    _identifier = fork();
+    if (_identifier != 0)
+        return;
+    const int error = launch.standardErrorPath.empty()
+                          ? _error
+                          : open(launch.standardErrorPath.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0666);
+    setpgid(0, 0);
+    if (dup2(_output, STDOUT_FILENO) < 0 || dup2(error, STDERR_FILENO) < 0 ||
+        (!launch.workingDirectory.empty() && chdir(launch.workingDirectory.c_str()) != 0))
+        _exit(127);
+    execve(arguments[0], arguments.data(), environment.data());
+    _exit(127);
+}
+
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : _identifier(std::exchange(other._identifier, -1)), _output(std::exchange(other._output, -1)),
+      _error(std::exchange(other._error, -1)) {}
+
+ChildProcess::~ChildProcess() {
+    if (_identifier > 0) {
+        kill(SIGKILL);
+        wait();
+    }
+    close(_output);
+    close(_error);
+}
+
+void ChildProcess::kill(int signal) const {
+    ::kill(_identifier, signal);
+}
+
+Ending ChildProcess::wait() {
+    int status = 0;
+    EXPECT_EQ(waitpid(std::exchange(_identifier, -1), &status, 0) > 0, true);
+    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return {code, contents(_output), contents(_error)};
+}
+
+Ending run(const Launch& launch) {
+    return ChildProcess(launch).wait();
+}
+
+} // namespace support

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// How a program is started. The child has exactly this environment.
+struct Launch {
+    std::vector<std::string> arguments;   // the program first
+    std::vector<std::string> environment; // NAME=value, in order
+    std::string workingDirectory;
+    /// When given, standard error is appended to this file and not captured.
+    std::string standardErrorPath;
+};
+
+struct Ending {
+    int status = -1; // the exit status, or 128 + the signal that ended the child
+    std::string standardOutput;
+    std::string standardError;
+};
+
+/// A running child in a process group of its own. Its output goes to files, so that it never waits for a
+/// reader.
+class ChildProcess {
+public:
+    explicit ChildProcess(const Launch& launch);
+    ~ChildProcess();
+    ChildProcess(ChildProcess&& other) noexcept;
+    ChildProcess& operator=(ChildProcess&&) = delete;
+
+    pid_t identifier() const { return _identifier; }
+    void kill(int signal) const;
+    Ending wait();
+
+private:
+    pid_t _identifier = -1;
+    int _output = -1;
+    int _error = -1;
+};
+
+/// Starts a program and waits for its end.
+Ending run(const Launch& launch);
+
+} // namespace support
