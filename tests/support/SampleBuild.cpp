@@ -5,7 +5,7 @@
 
 namespace support {
 
-SampleBuild::SampleBuild() {
+SampleBuild::SampleBuild() : tool(ORVANE_RUN_UNDER_TEST) {
     const std::string products = _folder.makeFolder("Build/Products/Release-iphoneos");
     workingDirectory = _folder.makeFolder("Sample Project");
     _folder.makeFolder("Build/Products/Release-iphoneos/Sample App.app.dSYM/Contents/Resources/DWARF");
@@ -54,7 +54,7 @@ void SampleBuild::writeInfoPlist(std::string_view members) const {
 
 Launch SampleBuild::launch() const {
     Launch launch;
-    launch.arguments = {ORVANE_RUN_UNDER_TEST};
+    launch.arguments = {tool};
     launch.workingDirectory = workingDirectory;
     launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
     for (const auto& [name, value] : environment)

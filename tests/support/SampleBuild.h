@@ -21,7 +21,8 @@ public:
 
     /// The settings; change them before a run.
     std::map<std::string, std::string> environment;
-    /// The tool's arguments.
+    /// The tool under test and its arguments.
+    std::string tool;
     std::vector<std::string> arguments = {std::string(40, 'k')};
     std::string workingDirectory;
 
