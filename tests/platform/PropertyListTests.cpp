@@ -1,4 +1,5 @@
 #include "platform/PropertyList.h"
+#include "support/Shell.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +11,8 @@
 
 namespace platform {
 namespace {
+
+using support::outputOf;
 
 using Seconds = std::chrono::duration<double>;
 
@@ -23,15 +26,6 @@ std::string repeated(std::string_view text, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
         result += text;
     return result;
-}
-
-/// Runs a shell command that ends well, and gives its standard output.
-std::string outputOf(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), &pclose);
-    std::string output;
-    for (int c = 0; (c = fgetc(pipe.get())) != EOF;)
-        output += static_cast<char>(c);
-    return output;
 }
 
 Value::Dictionary samples() {

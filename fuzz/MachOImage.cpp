@@ -1,0 +1,107 @@
+#include "fuzz/MachOImage.h"
+
+namespace fuzz {
+namespace {
+
+void appendWord(std::string& bytes, std::uint32_t word, bool bigEndian) {
+    for (unsigned i = 0; i < 4; ++i)
+        bytes += static_cast<char>(word >> (bigEndian ? 24 - 8 * i : 8 * i));
+}
+
+std::string name16(std::string name) {
+    name.resize(16);
+    return name;
+}
+
+} // namespace
+
+std::string littleEndian(std::initializer_list<std::uint32_t> words) {
+    std::string bytes;
+    for (const std::uint32_t word : words)
+        appendWord(bytes, word, false);
+    return bytes;
+}
+
+std::string bigEndian(std::initializer_list<std::uint32_t> words) {
+    std::string bytes;
+    for (const std::uint32_t word : words)
+        appendWord(bytes, word, true);
+    return bytes;
+}
+
+MachOImage::MachOImage(std::uint32_t cputype, std::uint32_t cpusubtype, std::uint32_t filetype)
+    : _magic(cputype & 0x01000000 ? 0xfeedfacf : 0xfeedface), _cputype(cputype), _cpusubtype(cpusubtype),
+      _filetype(filetype) {}
+
+MachOImage& MachOImage::command(std::uint32_t cmd, const std::string& payload) {
+    return sizedCommand(cmd, static_cast<std::uint32_t>(8 + payload.size()), payload);
+}
+
+MachOImage& MachOImage::sizedCommand(std::uint32_t cmd, std::uint32_t cmdsize, const std::string& payload) {
+    _commands += littleEndian({cmd, cmdsize}) + payload;
+    ++_count;
+    return *this;
+}
+
+MachOImage& MachOImage::uuid(char byte) {
+    return command(0x1b, std::string(16, byte));
+}
+
+MachOImage& MachOImage::dylib(const std::string& path, std::uint32_t cmd) {
+    return command(cmd, littleEndian({24, 0, 0x10000, 0x10000}) + path + '\0');
+}
+
+MachOImage& MachOImage::versionMin(std::uint32_t cmd, std::uint32_t version, std::uint32_t sdk) {
+    return command(cmd, littleEndian({version, sdk}));
+}
+
+MachOImage& MachOImage::segment(const std::string& name, const std::vector<Section>& sections) {
+    const bool is64Bit = _cputype & 0x01000000;
+    std::string payload = name16(name) + std::string(is64Bit ? 40 : 24, '\0') +
+                          littleEndian({static_cast<std::uint32_t>(sections.size()), 0});
+    for (const Section& section : sections)
+        payload += name16(section.name) + name16(section.segment) + std::string(is64Bit ? 16 : 8, '\0') +
+                   littleEndian({section.offset, 0, 0, 0, 0, 0, 0}) + std::string(is64Bit ? 4 : 0, '\0');
+    return command(is64Bit ? 0x19 : 1, payload);
+}
+
+MachOImage& MachOImage::magic(std::uint32_t word) {
+    _magic = word;
+    return *this;
+}
+
+MachOImage& MachOImage::commandCount(std::uint32_t count) {
+    _count = count;
+    return *this;
+}
+
+std::string MachOImage::bytes() const {
+    const auto size = static_cast<std::uint32_t>(_commands.size());
+    std::string header = littleEndian({_magic, _cputype, _cpusubtype, _filetype, _count, size, 0});
+    if (_cputype & 0x01000000)
+        header += littleEndian({0});
+    return header + _commands;
+}
+
+std::string universalHeader(const std::vector<UniversalEntry>& entries) {
+    std::string bytes = bigEndian({0xcafebabe, static_cast<std::uint32_t>(entries.size())});
+    for (const UniversalEntry& entry : entries)
+        bytes += bigEndian({entry.cputype, entry.cpusubtype, entry.offset, 0, 0});
+    return bytes;
+}
+
+std::vector<std::string> sampleMachOFiles() {
+    const std::string executable = MachOImage(0x0100000c, 0)
+                                       .segment("__TEXT", {{"__unwind_info", 40}, {"__eh_frame", 44}})
+                                       .uuid('\x11')
+                                       .versionMin(0x25, 0x70000, 0x80100)
+                                       .dylib("/usr/lib/libSystem.B.dylib")
+                                       .bytes();
+    const std::string object =
+        MachOImage(12, 9, 1).segment("", {{"__eh_frame", 32}}).uuid('\x22').versionMin(0x24, 1, 2).bytes();
+    const auto offset = static_cast<std::uint32_t>(49 + executable.size());
+    return {executable, object, MachOImage().magic(0xcffaedfe).uuid('\x33').bytes(), std::string(16, '\0'),
+            universalHeader({{0x0100000c, 0, 48}, {12, 9, offset}}) + executable + '\xff' + object};
+}
+
+} // namespace fuzz
