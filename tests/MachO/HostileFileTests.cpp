@@ -1,7 +1,7 @@
 #include "MachO/TWLMachOBinary.h"
 #include "RealFiles.h"
-#include "platform/Files.h"
 #include "fuzz/MachOImage.h"
+#include "platform/Files.h"
 
 #include <gmock/gmock.h>
 #include <sys/mman.h>
@@ -13,43 +13,40 @@
 
 namespace {
 
-using fuzz::MachOImage;
+using Clock = std::chrono::steady_clock;
 
-/// Memory whose last byte is the last that may be read: the page behind it is not there.
+/// Memory behind which the page is not there: whoever reads past its end crashes.
 class GuardedMemory {
 public:
-    explicit GuardedMemory(std::size_t size) : _size((size / pageSize + 1) * pageSize) {
+    explicit GuardedMemory(std::size_t size) : _size((size / page + 1) * page) {
         _start = static_cast<char*>(
-            mmap(nullptr, _size + pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        EXPECT_EQ(mprotect(_start + _size, pageSize, PROT_NONE), 0);
+            mmap(nullptr, _size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        EXPECT_EQ(mprotect(_start + _size, page, PROT_NONE), 0);
     }
-    ~GuardedMemory() { munmap(_start, _size + pageSize); }
+    ~GuardedMemory() { munmap(_start, _size + page); }
     GuardedMemory(const GuardedMemory&) = delete;
     GuardedMemory& operator=(const GuardedMemory&) = delete;
 
-    const char* place(std::string_view bytes) {
-        return static_cast<const char*>(
-            std::memcpy(_start + _size - bytes.size(), bytes.data(), bytes.size()));
+    /// Reads all that there is to read of the bytes, put at the memory's end.
+    void read(std::string_view bytes) {
+        const char* const end = _start + _size;
+        const char* const start = end - bytes.size();
+        std::memcpy(_start + _size - bytes.size(), bytes.data(), bytes.size());
+        const auto began = Clock::now();
+        const auto readSlice = [&](const macho::TWLMachOSlice* record) {
+            const auto slice = TWLMachOSlice::initWithSlice(record);
+            for (const void* section : {slice->ehFrameData(), slice->unwindInfoData()})
+                EXPECT_TRUE(!section || (section >= start && section < end));
+        };
+        macho::TWLMachOEnumerateSlicesAtAddress(start, readSlice, bytes.size());
+        EXPECT_LT(Clock::now() - began, std::chrono::seconds(1));
     }
 
 private:
-    static constexpr std::size_t pageSize = 65536;
+    static constexpr std::size_t page = 65536;
     std::size_t _size;
     char* _start;
 };
-
-void readEverything(const char* start, std::size_t size) {
-    const auto began = std::chrono::steady_clock::now();
-    const auto readSlice = [&](const macho::TWLMachOSlice* record) {
-        const auto slice = TWLMachOSlice::initWithSlice(record);
-        for (const void* section : {slice->ehFrameData(), slice->unwindInfoData()})
-            EXPECT_TRUE(!section || (section >= start && section < start + size));
-        EXPECT_EQ(slice->uuid().value_or(std::string(32, '0')).size(), 32u);
-        EXPECT_FALSE(slice->architectureName().empty());
-    };
-    macho::TWLMachOEnumerateSlicesAtAddress(start, readSlice, size);
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
-}
 
 std::vector<std::string> fixtures() {
     std::vector<std::string> all = fuzz::sampleMachOFiles();
@@ -63,11 +60,8 @@ TEST(HostileFile, EveryTruncationIsReadWithinItsBounds) {
     for (const std::string& bytes : fixtures()) {
         GuardedMemory memory(bytes.size());
         for (std::size_t size = 0; size <= bytes.size(); ++size)
-            readEverything(memory.place({bytes.data(), size}), size);
+            memory.read({bytes.data(), size});
     }
-}
-
-TEST(HostileFile, EveryTruncatedFileOpensOrFailsCleanly) {
     const support::TemporaryFolder folder;
     for (const std::string& bytes : fuzz::sampleMachOFiles()) {
         const std::string path = folder.write("file", bytes);
@@ -78,54 +72,44 @@ TEST(HostileFile, EveryTruncatedFileOpensOrFailsCleanly) {
     }
 }
 
-/// Where words of headers and load commands stand: at the start of the file and of each image.
-std::vector<std::size_t> headerWords(const std::string& bytes) {
-    std::vector<std::size_t> words;
-    const auto addWords = [&](std::size_t from) {
-        for (std::size_t word = from; word + 4 <= std::min(bytes.size(), from + 1100); word += 4)
-            words.push_back(word);
-    };
-    addWords(0);
-    macho::TWLMachOEnumerateSlicesAtAddress(
-        bytes.data(),
-        [&](const macho::TWLMachOSlice* slice) {
-            if (slice->startAddress > bytes.data())
-                addWords(
-                    static_cast<std::size_t>(static_cast<const char*>(slice->startAddress) - bytes.data()));
-        },
-        bytes.size());
-    return words;
-}
-
 TEST(HostileFile, EveryCorruptedHeaderWordIsReadWithinBounds) {
     for (std::string bytes : fixtures()) {
         GuardedMemory memory(bytes.size());
-        for (const std::size_t position : headerWords(bytes)) {
-            std::uint32_t word;
-            std::memcpy(&word, &bytes[position], 4);
-            const std::uint32_t swapped = __builtin_bswap32(word);
-            for (const std::uint32_t value :
-                 {0u, 1u, 0x7fffffffu, 0xffffffffu, word + 1, word - 1, __builtin_bswap32(swapped + 1),
-                  __builtin_bswap32(swapped - 1)}) {
-                std::memcpy(&bytes[position], &value, 4);
-                readEverything(memory.place(bytes), bytes.size());
+        const auto corrupt = [&](std::size_t from) {
+            for (std::size_t at = from; at + 4 <= std::min(bytes.size(), from + 1100); at += 4) {
+                std::uint32_t word;
+                std::memcpy(&word, &bytes[at], 4);
+                const std::uint32_t swapped = __builtin_bswap32(word);
+                for (const std::uint32_t value :
+                     {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu, word + 1, word - 1,
+                      __builtin_bswap32(swapped + 1), __builtin_bswap32(swapped - 1)}) {
+                    std::memcpy(&bytes[at], &value, 4);
+                    memory.read(bytes);
+                }
+                std::memcpy(&bytes[at], &word, 4);
             }
-            std::memcpy(&bytes[position], &word, 4);
-        }
+        };
+        std::vector<std::size_t> images = {0};
+        const auto addImage = [&](const macho::TWLMachOSlice* slice) {
+            images.push_back(
+                static_cast<std::size_t>(static_cast<const char*>(slice->startAddress) - bytes.data()));
+        };
+        macho::TWLMachOEnumerateSlicesAtAddress(bytes.data(), addImage, bytes.size());
+        std::for_each(images.begin(), images.end(), corrupt);
     }
 }
 
 TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheap) {
     const std::uint32_t count = 40000;
     const std::string path(1000000, 'x');
-    const std::string repeated = fuzz::littleEndian({24, 0, 0, 0}) + path + '\0';
-    const std::string image = MachOImage().sizedCommand(0xc, 0, repeated).commandCount(0xffffffff).bytes();
-    const std::vector<fuzz::UniversalEntry> entries(count, {7, 3, 8 + 20 * count});
+    const std::string command = fuzz::littleEndian({24, 0, 0, 0}) + path + '\0';
+    const std::string image =
+        fuzz::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff).bytes();
+    const std::string header = fuzz::universalHeader({count, {7, 3, 8 + 20 * count}});
     const support::TemporaryFolder folder;
-    const auto began = std::chrono::steady_clock::now();
-    const auto binary =
-        TWLMachOBinary::MachOBinaryWithPath(folder.write("bomb", fuzz::universalHeader(entries) + image));
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
+    const auto began = Clock::now();
+    const auto binary = TWLMachOBinary::MachOBinaryWithPath(folder.write("bomb", header + image));
+    EXPECT_LT(Clock::now() - began, std::chrono::seconds(1));
     EXPECT_EQ(binary->slices().size(), count);
     std::size_t kept = 0;
     for (const auto& slice : binary->slices())

@@ -166,8 +166,7 @@ TEST(MachOReader, DecodesCommandsAtAnyAddress) {
     EXPECT_EQ(TWLMachOGetLinkedSDKVersion(version.data() + 1), (TWLMachOVersion{0xffff, 0xff, 0xfe}));
     EXPECT_EQ(TWLMachOFormatVersion(nullptr), std::nullopt);
     for (const std::uint32_t cryptid : {0u, 1u, 0x80000000u})
-        EXPECT_EQ(TWLMachOGetEncrypted(fuzz::littleEndian({0x21, 20, 1, 1, cryptid}).data()),
-                  cryptid != 0);
+        EXPECT_EQ(TWLMachOGetEncrypted(fuzz::littleEndian({0x21, 20, 1, 1, cryptid}).data()), cryptid != 0);
     EXPECT_STREQ(TWLMachOGetDylibPath((fuzz::littleEndian({0xc, 15, 12}) + "/x").data()), "/x");
 }
 

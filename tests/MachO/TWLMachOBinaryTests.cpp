@@ -85,8 +85,7 @@ TEST(TWLMachOBinary, DecodesTheLastVersionAndUUIDAndEveryLinkedDylib) {
     EXPECT_EQ(slice->linkedSDKVersion(), (macho::TWLMachOVersion{8, 1, 2}));
     EXPECT_THAT(slice->uuid(), testing::Optional(testing::HasSubstr("fefefefe")));
 
-    const auto repeated =
-        MachOImage().sizedCommand(0xc, 0, fuzz::littleEndian({24, 0, 0, 0}) + "/x" + '\0');
+    const auto repeated = MachOImage().sizedCommand(0xc, 0, fuzz::littleEndian({24, 0, 0, 0}) + "/x" + '\0');
     EXPECT_THAT(binaryOf(MachOImage(repeated).commandCount(2).bytes())->slices().at(0)->linkedDylibs(),
                 ElementsAre("/x", "/x"));
     for (const std::string& bare : {MachOImage().bytes(), std::string(16, '\0')}) {
