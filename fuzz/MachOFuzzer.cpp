@@ -1,4 +1,5 @@
 #include "MachO/TWLMachOBinary.h"
+#include "fuzz/GuardedReading.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -13,17 +14,6 @@ namespace {
 void require(bool condition) {
     if (!condition)
         std::abort();
-}
-
-/// The sanitizer knows where `data` ends to the byte, which it does not for a mapped file.
-void readInMemory(const std::uint8_t* data, std::size_t size) {
-    const auto readSlice = [&](macho::TWLMachOSlice* record) {
-        const auto slice = TWLMachOSlice::initWithSlice(record);
-        for (const void* section : {slice->ehFrameData(), slice->unwindInfoData()})
-            require(!section || (section >= data && section < data + size));
-        require(!slice->uuid() || slice->uuid()->size() == 32);
-    };
-    macho::TWLMachOEnumerateSlicesAtAddress(data, readSlice, size);
 }
 
 void readFile(const std::uint8_t* data, std::size_t size) {
@@ -48,7 +38,8 @@ void readFile(const std::uint8_t* data, std::size_t size) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    readInMemory(data, size);
+    static fuzz::GuardedReading reading(1 << 20);
+    require(size > 1 << 20 || reading.read({reinterpret_cast<const char*>(data), size}));
     readFile(data, size);
     return 0;
 }
