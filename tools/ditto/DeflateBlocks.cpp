@@ -116,32 +116,39 @@ private:
     std::array<std::uint16_t, literalSymbols> _symbols = {};
 };
 
+/// The two codes of a block take turns: every match's length is followed by its distance.
+enum Alphabet : std::uint8_t { literalsAndLengths, distances };
+
 /// What to skip for the bits that stand next: one codeword with its extra bits, or several literals.
 struct Step {
-    enum Kind : std::uint8_t { longCodeword, literals, match, endOfBlock };
+    enum Kind : std::uint8_t { ordinary, endOfBlock, longCodeword };
     std::uint8_t skip = 0;
     /// The part of `skip` that the table's index must hold to be sure of it.
     std::uint8_t codewordBits = 0;
     Kind kind = longCodeword;
+    /// The code that the bits behind belong to.
+    Alphabet next = literalsAndLengths;
 };
 using StepTable = std::array<Step, 1U << tableBits>;
 
-Step stepFor(const Symbol& symbol, bool isDistance) {
+Step stepFor(const Symbol& symbol, Alphabet alphabet) {
     const auto length = static_cast<std::uint8_t>(symbol.codewordLength);
-    if (isDistance)
-        return {static_cast<std::uint8_t>(length + distanceExtraBits.at(symbol.value)), length, Step::match};
+    const auto with = [&](unsigned extraBits) {
+        return static_cast<std::uint8_t>(length + extraBits);
+    };
+    if (alphabet == distances)
+        return {with(distanceExtraBits.at(symbol.value)), length, Step::ordinary, literalsAndLengths};
     if (symbol.value < endOfBlockSymbol)
-        return {length, length, Step::literals};
+        return {length, length, Step::ordinary, literalsAndLengths};
     if (symbol.value == endOfBlockSymbol)
-        return {length, length, Step::endOfBlock};
-    const unsigned extra = lengthExtraBits.at(symbol.value - endOfBlockSymbol - 1);
-    return {static_cast<std::uint8_t>(length + extra), length, Step::match};
+        return {length, length, Step::endOfBlock, literalsAndLengths};
+    return {with(lengthExtraBits.at(symbol.value - endOfBlockSymbol - 1)), length, Step::ordinary, distances};
 }
 
-void fillTable(StepTable& table, const HuffmanCode& code, bool isDistance) {
+void fillTable(StepTable& table, const HuffmanCode& code, Alphabet alphabet) {
     table.fill(Step());
     code.visitShort([&](const Symbol& symbol, unsigned bits) {
-        const Step step = stepFor(symbol, isDistance);
+        const Step step = stepFor(symbol, alphabet);
         for (; bits < table.size(); bits += 1U << symbol.codewordLength)
             table[bits] = step;
     });
@@ -152,38 +159,41 @@ void joinLiterals(StepTable& table) {
     const StepTable single = table;
     for (unsigned index = 0; index < table.size(); ++index) {
         Step& step = table[index];
-        while (step.kind == Step::literals) {
-            const Step& next = single[index >> step.codewordBits];
-            if (next.kind == Step::longCodeword || step.codewordBits + next.codewordBits > tableBits)
+        while (step.kind == Step::ordinary && step.next == literalsAndLengths) {
+            const Step& behind = single[index >> step.codewordBits];
+            if (behind.kind == Step::longCodeword || step.codewordBits + behind.codewordBits > tableBits)
                 break;
-            step.codewordBits = static_cast<std::uint8_t>(step.codewordBits + next.codewordBits);
-            step.skip = static_cast<std::uint8_t>(step.skip + next.skip);
-            step.kind = next.kind;
+            step.codewordBits = static_cast<std::uint8_t>(step.codewordBits + behind.codewordBits);
+            step.skip = static_cast<std::uint8_t>(step.skip + behind.skip);
+            step.kind = behind.kind;
+            step.next = behind.next;
         }
     }
 }
 
-Step nextStep(const StepTable& table, const HuffmanCode& code, std::uint64_t bits, bool isDistance) {
-    const Step step = table[bits % table.size()];
-    return step.kind != Step::longCodeword ? step : stepFor(code.decode(bits), isDistance);
-}
-
-/// Skips the symbols of a block. A step takes at most 20 bits and a distance 28, so one peek serves both.
-void skipSymbols(BitReader& reader, const HuffmanCode& literals, const HuffmanCode& distances) {
-    StepTable literalTable;
-    StepTable distanceTable;
-    fillTable(literalTable, literals, false);
-    joinLiterals(literalTable);
-    fillTable(distanceTable, distances, true);
+/// Skips the symbols of a block. What comes next is looked up, not branched on: matches and literals follow
+/// each other in no order that a processor could foresee.
+void skipSymbols(BitReader& reader, const std::array<HuffmanCode, 2>& codes) {
+    std::array<StepTable, 2> tables;
+    fillTable(tables[literalsAndLengths], codes[literalsAndLengths], literalsAndLengths);
+    joinLiterals(tables[literalsAndLengths]);
+    fillTable(tables[distances], codes[distances], distances);
+    Alphabet alphabet = literalsAndLengths;
     while (true) {
-        const std::uint64_t bits = reader.peek();
-        const Step step = nextStep(literalTable, literals, bits, false);
-        if (step.kind == Step::match)
-            reader.skip(step.skip + nextStep(distanceTable, distances, bits >> step.skip, true).skip);
-        else
-            reader.skip(step.skip);
-        if (step.kind == Step::endOfBlock)
-            return;
+        std::uint64_t bits = reader.peek();
+        unsigned skipped = 0;
+        // Two steps take 48 bits at most: 20 of a length and 28 of its distance.
+        for (int i = 0; i < 2; ++i) {
+            Step step = tables[alphabet][bits % (1U << tableBits)];
+            if (step.kind == Step::longCodeword) [[unlikely]]
+                step = stepFor(codes[alphabet].decode(bits), alphabet);
+            bits >>= step.skip;
+            skipped += step.skip;
+            alphabet = step.next;
+            if (step.kind == Step::endOfBlock) [[unlikely]]
+                return reader.skip(skipped);
+        }
+        reader.skip(skipped);
     }
 }
 
@@ -191,10 +201,10 @@ void skipFixedBlock(BitReader& reader) {
     std::array<std::uint8_t, literalSymbols> lengths;
     for (unsigned symbol = 0; symbol < literalSymbols; ++symbol)
         lengths[symbol] = symbol < 144 ? 8 : symbol < 256 ? 9 : symbol < 280 ? 7 : 8;
-    std::array<std::uint8_t, distanceSymbols> distances;
-    distances.fill(5);
-    skipSymbols(reader, HuffmanCode(lengths.data(), literalSymbols),
-                HuffmanCode(distances.data(), distanceSymbols));
+    std::array<std::uint8_t, distanceSymbols> distanceLengths;
+    distanceLengths.fill(5);
+    skipSymbols(reader, {HuffmanCode(lengths.data(), literalSymbols),
+                         HuffmanCode(distanceLengths.data(), distanceSymbols)});
 }
 
 /// RFC 1951, section 3.2.7.
@@ -226,8 +236,8 @@ void skipDynamicBlock(BitReader& reader) {
         for (; repeat > 0; --repeat)
             lengths.at(filled++) = length;
     }
-    skipSymbols(reader, HuffmanCode(lengths.data(), literalCount),
-                HuffmanCode(lengths.data() + literalCount, distanceCount));
+    skipSymbols(reader, {HuffmanCode(lengths.data(), literalCount),
+                         HuffmanCode(lengths.data() + literalCount, distanceCount)});
 }
 
 void skipStoredBlock(BitReader& reader) {
