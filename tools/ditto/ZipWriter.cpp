@@ -63,11 +63,11 @@ std::uint64_t dosTime(std::int64_t time) {
            static_cast<std::uint64_t>(clock.seconds().count()) / 2;
 }
 
-/// Info-ZIP's extended timestamp ("UT"), the same in both headers: a signed 32-bit modification time.
+/// Info-ZIP's extended timestamp ("UT"), the same in both headers: a signed 32-bit modification time, which
+/// some readers take for unsigned. Other times have only the MS-DOS one.
 std::string timeExtra(std::int64_t time) {
-    using Limits = std::numeric_limits<std::int32_t>;
     std::string extra;
-    if (time < Limits::min() || time > Limits::max())
+    if (time < 0 || time > std::numeric_limits<std::int32_t>::max())
         return extra;
     constexpr std::uint64_t holdsModificationTime = 1;
     put(extra, 2, 0x5455);

@@ -1,0 +1,95 @@
+#include "ditto/DeflateBlocks.h"
+
+#include <gtest/gtest.h>
+#include <libdeflate.h>
+#include <zlib.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace ditto {
+namespace {
+
+/// Exactly as long as the stream and its padding, so that a sanitizer sees every byte read behind them.
+std::vector<std::uint8_t> deflate(const std::string& content, int level) {
+    const std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)> compressor(
+        libdeflate_alloc_compressor(level), &libdeflate_free_compressor);
+    std::vector<std::uint8_t> stream(libdeflate_deflate_compress_bound(compressor.get(), content.size()));
+    stream.resize(libdeflate_deflate_compress(compressor.get(), content.data(), content.size(), stream.data(),
+                                              stream.size()));
+    return stream;
+}
+
+std::string inflateRaw(const std::vector<std::uint8_t>& stream, std::size_t size) {
+    std::string content(size + 1, '\0');
+    z_stream inflater = {};
+    inflateInit2(&inflater, -MAX_WBITS);
+    inflater.next_in = const_cast<Bytef*>(stream.data());
+    inflater.avail_in = static_cast<uInt>(stream.size());
+    inflater.next_out = reinterpret_cast<Bytef*>(content.data());
+    inflater.avail_out = static_cast<uInt>(content.size());
+    const int outcome = ::inflate(&inflater, Z_FINISH);
+    content.resize(inflater.total_out);
+    inflateEnd(&inflater);
+    return outcome == Z_STREAM_END && inflater.avail_in == 0 ? content : "broken stream";
+}
+
+/// Content whose streams hold every kind of block: stored, fixed, dynamic, long codewords, single codewords.
+std::vector<std::string> contents() {
+    std::mt19937 random(149);
+    std::string noise(70000, '\0');
+    for (char& byte : noise)
+        byte = static_cast<char>(random());
+    std::string skewed;
+    while (skewed.size() < 400000) // geometric, so that rare bytes get the longest codewords
+        skewed += static_cast<char>(std::geometric_distribution<int>(0.3)(random) * 7);
+    std::string words;
+    while (words.size() < 900000)
+        words += "symbol" + std::to_string(random() % 5000) + (random() % 9 ? " " : "\n");
+    return {"",    "a",   "abc",  std::string(300, 'a'), std::string(1 << 20, '\0'),
+            noise, words, skewed, words + noise + skewed};
+}
+
+TEST(DeflateBlocks, JoinedStreamsInflateToTheirContentsInARow) {
+    for (const int level : {0, 1, 6, 9, 12}) {
+        std::vector<std::uint8_t> joined;
+        std::string expected;
+        for (const std::string& content : contents()) {
+            std::vector<std::uint8_t> stream = deflate(content, level);
+            const std::size_t size = stream.size();
+            stream.resize(size + deflateContinuationSize + deflateStreamPadding);
+            stream.resize(continueDeflateStream(stream.data(), size));
+            joined.insert(joined.end(), stream.begin(), stream.end());
+            expected += content;
+        }
+        const std::vector<std::uint8_t> end = deflate("the end", level);
+        joined.insert(joined.end(), end.begin(), end.end());
+        EXPECT_EQ(inflateRaw(joined, expected.size() + 7), expected + "the end") << "level " << level;
+    }
+}
+
+TEST(DeflateBlocks, RefusesWhatIsNoWholeStreamAndReadsNothingElse) {
+    const std::vector<std::uint8_t> whole = deflate(contents()[6].substr(0, 2000), 6);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        std::vector<std::uint8_t> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        cut.resize(size + deflateStreamPadding);
+        EXPECT_THROW(findLastBlock(cut.data(), size), std::logic_error) << size;
+    }
+    std::mt19937 random(7);
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<std::uint8_t> bytes(random() % 300 + deflateStreamPadding);
+        for (std::uint8_t& byte : bytes)
+            byte = static_cast<std::uint8_t>(random());
+        bytes[0] = static_cast<std::uint8_t>((bytes[0] & ~6U) | (round % 4) << 1U);
+        try {
+            const std::size_t size = bytes.size() - deflateStreamPadding;
+            EXPECT_LE(findLastBlock(bytes.data(), size).endBit, size * 8);
+        } catch (const std::logic_error&) {
+        }
+    }
+}
+
+} // namespace
+} // namespace ditto
