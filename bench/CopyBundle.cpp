@@ -1,0 +1,13 @@
+#include "platform/CopyItem.h"
+
+#include <cerrno>
+#include <iostream>
+
+/// Copies one bundle the way the cache does: copy_bundle SOURCE DESTINATION
+int main(int argc, char** argv) {
+    const auto copied = argc == 3 ? platform::copyItem({.source = argv[1], .destination = argv[2]})
+                                  : platform::Outcome(platform::posixError(EINVAL, "copy", "two paths"));
+    if (!copied)
+        std::cerr << copied.error().description() << "\n";
+    return copied ? 0 : 1;
+}
