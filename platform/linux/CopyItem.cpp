@@ -186,7 +186,7 @@ int ItemCopier::copyRange(const FileDescriptor& from, const FileDescriptor& to, 
             return errno;
         _kernelCopies = false;
     }
-    return copyRangeThroughMemory(from, to, range);
+    return range.start < range.end ? copyRangeThroughMemory(from, to, range) : 0;
 }
 
 int ItemCopier::copyRangeThroughMemory(const FileDescriptor& from, const FileDescriptor& to, Range range) {
