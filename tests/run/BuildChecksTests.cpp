@@ -47,10 +47,11 @@ std::string wrongFolder(const SampleBuild&) {
                    "'Post-actions'.\n\nThen, Build your project to continue.\n\n(Tarnwhistle error 602)");
 }
 
-std::function<void(SampleBuild&)> infoPlist(const std::string& bytes) {
+/// Takes what makes the bytes: every test of the table would hold the bytes themselves.
+std::function<void(SampleBuild&)> infoPlist(std::string (*bytes)()) {
     return [bytes](const SampleBuild& build) {
-        build.folder().write(std::filesystem::relative(build.infoPlistPath(), build.folder().path()).string(),
-                             bytes);
+        const auto path = std::filesystem::relative(build.infoPlistPath(), build.folder().path());
+        build.folder().write(path.string(), bytes());
     };
 }
 
@@ -119,13 +120,15 @@ const Check checks[] = {
     {"IdentifierIsNoText",
      [](SampleBuild& b) { b.writeInfoPlist("<key>CFBundleIdentifier</key><integer>7</integer>"); },
      noIdentifier},
-    {"InfoPlistIsNoPropertyList", infoPlist("CFBundleIdentifier = com.example"), noIdentifier},
-    {"InfoPlistIsEmpty", infoPlist(""), noIdentifier},
-    {"InfoPlistIsTruncated", infoPlist("<plist><dict><key>CFBundleIdentifier</key><string>com.exa"),
+    {"InfoPlistIsNoPropertyList", infoPlist([] { return std::string("CFBundleIdentifier = com.example"); }),
      noIdentifier},
-    {"InfoPlistIsAnArray", infoPlist(nested(1)), noIdentifier},
-    {"InfoPlistIsNestedTooDeep", infoPlist(nested(100'000)), noIdentifier},
-    {"InfoPlistIsHuge", infoPlist(std::string(100'000'000, ' ')), noIdentifier},
+    {"InfoPlistIsEmpty", infoPlist([] { return std::string(""); }), noIdentifier},
+    {"InfoPlistIsTruncated",
+     infoPlist([] { return std::string("<plist><dict><key>CFBundleIdentifier</key><string>com.exa"); }),
+     noIdentifier},
+    {"InfoPlistIsAnArray", infoPlist([] { return nested(1); }), noIdentifier},
+    {"InfoPlistIsNestedTooDeep", infoPlist([] { return nested(100'000); }), noIdentifier},
+    {"InfoPlistIsHuge", infoPlist([] { return std::string(100'000'000, ' '); }), noIdentifier},
     {"NoSourceRoot", [](SampleBuild& b) { b.environment.erase("SRCROOT"); }, wrongFolder},
     {"SourceRootWithTrailingSlash", [](SampleBuild& b) { b.environment["SRCROOT"] += "/"; }, wrongFolder},
     {"AnotherFolder", [](SampleBuild& b) { b.workingDirectory = b.folder().path(); }, wrongFolder},
