@@ -101,7 +101,7 @@ TEST_F(TWLMachOBinaryTest, IsNullForWhatCannotBeMappedAndPrintsNothing) {
                                       write("empty", ""),
                                       write("15", zeros.substr(1)),
                                       "/dev/tty",
-                                      sixteen + "/",
+
                                       sixteen + std::string("\0x", 2)};
     if (geteuid() != 0)
         paths.push_back(unreadable);
