@@ -48,9 +48,14 @@ public:
     DeflatedPiece deflate(const Piece& piece);
 
 private:
-    void read(const Piece& piece);
+    using Compressor = std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)>;
 
-    std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)> _compressor;
+    void read(const Piece& piece);
+    std::size_t deflate(libdeflate_compressor* compressor, const Piece& piece, DeflatedPiece& result) const;
+
+    Compressor _sampler;
+    Compressor _fastCompressor;
+    Compressor _thoroughCompressor;
     std::unique_ptr<std::uint8_t[]> _input;
     std::size_t _inputCapacity = 0;
 };
