@@ -457,7 +457,7 @@ std::optional<Error> HTTPExchange::outcome(CURLcode result) {
             format("The answer of %@ is longer than its head announces; the rest is left out. Ask "
                    "whoever runs the server.",
                    _host));
-    if (result == CURLE_OK)
+    if (result == CURLE_OK && _headIsDone)
         return std::nullopt;
     // The proxy did not open a tunnel because it wants authentication: that is an answer, not a failure.
     if (!_headIsDone && _phase < Phase::sending && _head.statusCode == 407) {
@@ -469,6 +469,7 @@ std::optional<Error> HTTPExchange::outcome(CURLcode result) {
         return stallError();
     HTTPFailure failure{.result = result,
                         .reason = _reason,
+                        .isHeadMissing = !_headIsDone && _phase >= Phase::sending,
                         .isSecuring = _phase == Phase::securing,
                         .clientCertificateIsWanted = _clientCertificateIsWanted && !_headIsDone};
     long systemError = 0;

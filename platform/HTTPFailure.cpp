@@ -135,6 +135,15 @@ std::optional<Error> refusal(const URLRequest& request) {
 
 Error errorOf(const HTTPFailure& failure, const std::string& host) {
     Report report = reportOf(failure.result);
+    std::string reason = failure.reason.empty() ? curl_easy_strerror(failure.result) : failure.reason;
+    if (failure.isHeadMissing && failure.result == CURLE_OK) {
+        report = lostConnection;
+        reason = "the answer ended within its head";
+    } else if (failure.isHeadMissing && failure.result == CURLE_OUT_OF_MEMORY) {
+        // What the library calls a header line that is longer than it takes.
+        report = reportOf(CURLE_WEIRD_SERVER_REPLY);
+        reason = "a line of the answer's head is too long";
+    }
     if (failure.clientCertificateIsWanted &&
         (report.code == lostConnection.code || report.code == noSecureConnection.code))
         report = noClientCertificate;
@@ -142,7 +151,6 @@ Error errorOf(const HTTPFailure& failure, const std::string& host) {
         report = noSecureConnection;
     if (failure.result == CURLE_PEER_FAILED_VERIFICATION)
         report.code = certificateCode(failure.verification);
-    std::string reason = failure.reason.empty() ? curl_easy_strerror(failure.result) : failure.reason;
     reason.erase(reason.find_last_not_of(" .\r\n") + 1);
     return urlError(report.code, format("%@ %@: %@. %@", report.what, host, reason, report.advice));
 }

@@ -26,6 +26,8 @@ struct HTTPFailure {
     std::string reason;
     /// The TLS library's verdict on the certificate (X509_V_ERR_...).
     long verification = 0;
+    /// The request went out, and no whole head of an answer has come back.
+    bool isHeadMissing = false;
     bool isSecuring = false;
     bool clientCertificateIsWanted = false;
 };

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "platform/HTTPHeaders.h"
+#include "support/Certificate.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// A request as the server received it.
+struct HTTPRequest {
+    std::string method;
+    /// Path and query as they were sent.
+    std::string target;
+    platform::HTTPHeaders headers;
+    std::string body;
+
+    /// Empty when the request has no such header.
+    std::string header(const std::string& name) const;
+};
+
+struct HTTPAnswer {
+    int status = 200;
+    std::string body;
+    std::string contentType = "text/plain";
+    platform::HTTPHeaders headers;
+};
+
+/// A real HTTP or HTTPS server (cpp-httplib) on a port of its own of 127.0.0.1, until it is destroyed.
+/// The handler runs on the server's threads, several at a time.
+class HTTPServer {
+public:
+    using Handler = std::function<HTTPAnswer(const HTTPRequest&)>;
+
+    struct TLS {
+        Certificate certificate;
+        /// Ask for a client certificate signed by this one (PEM) and refuse who has none.
+        std::string clientAuthority;
+    };
+
+    explicit HTTPServer(Handler handler);
+    HTTPServer(Handler handler, const TLS& tls);
+    ~HTTPServer();
+
+    /// "http://127.0.0.1:<port>" or "https://..." with `path` behind it.
+    std::string url(const std::string& path = "/") const;
+    int port() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> _state;
+};
+
+struct FormPart {
+    std::string name;
+    std::string filename;
+    std::string contentType;
+    std::string content;
+
+    friend bool operator==(const FormPart&, const FormPart&) = default;
+};
+
+/// The parts of a multipart/form-data body as cpp-httplib's server parses it.
+std::vector<FormPart> parseForm(const std::string& contentType, const std::string& body);
+
+} // namespace support
