@@ -99,8 +99,14 @@ std::vector<std::string> sampleMachOFiles() {
                                        .bytes();
     const std::string object =
         MachOImage(12, 9, 1).segment("", {{"__eh_frame", 32}}).uuid('\x22').versionMin(0x24, 1, 2).bytes();
+    const std::string shortCommands =
+        MachOImage().sizedCommand(0x1b, 8, "").sizedCommand(0xc, 8, "").sizedCommand(0x24, 8, "").bytes();
     const auto offset = static_cast<std::uint32_t>(49 + executable.size());
-    return {executable, object, MachOImage().magic(0xcffaedfe).uuid('\x33').bytes(), std::string(16, '\0'),
+    return {executable,
+            object,
+            shortCommands,
+            MachOImage().magic(0xcffaedfe).uuid('\x33').bytes(),
+            std::string(16, '\0'),
             universalHeader({{0x0100000c, 0, 48}, {12, 9, offset}}) + executable + '\xff' + object};
 }
 

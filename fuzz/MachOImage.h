@@ -57,8 +57,9 @@ struct UniversalEntry {
 /// The header and table of a universal file; the images follow at the offsets that the caller has chosen.
 std::string universalHeader(const std::vector<UniversalEntry>& entries);
 
-/// Small files that cover what the reader decodes: thin ones of both widths, an object file, a universal one
-/// whose second image starts at an odd offset.
+/// Small files that cover what the reader decodes: thin ones of both widths, an object file, one whose
+/// commands are shorter than their structures and, last, a universal one whose second image starts at an odd
+/// offset.
 std::vector<std::string> sampleMachOFiles();
 
 } // namespace fuzz
