@@ -138,9 +138,6 @@ TEST_P(Exchange, DecodesTheBodyByItsTypeOnTheAsynchronousRoadOnly) {
 }
 
 TEST_P(Exchange, TakesTheAnswerAsItIs) {
-    const auto request = [] {
-        return TWLWebRequest::requestWithMethod("GET", "");
-    };
     HTTPServer redirecting([&](const HTTPRequest&) {
         return HTTPAnswer{302, "elsewhere", "text/plain", {{"Location", "/other"}}};
     });

@@ -56,6 +56,8 @@ struct HTTPServer::State {
                 response.set_header(name, value);
             response.set_content(answer.body, answer.contentType);
         });
+        socket_t listener = -1;
+        server->set_socket_options([&](socket_t socket) { listener = socket; });
         port = server->bind_to_any_port("127.0.0.1");
         thread = std::thread([this] { server->listen_after_bind(); });
     }
