@@ -7,8 +7,7 @@ int main(int argc, char** argv) {
     if (!url)
         return 1;
     TWLWebClient client(*url);
-    client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", "/"),
-                            [](const std::shared_ptr<TWLWebResponse>& response) {
-                                std::cout << response->statusCode() << '\n';
-                            });
+    client.syncStartRequest(
+        TWLWebRequest::requestWithMethod("GET", "/"),
+        [](const std::shared_ptr<TWLWebResponse>& response) { std::cout << response->statusCode() << '\n'; });
 }
