@@ -163,8 +163,9 @@ TEST(NSTask, GivesTheChildCleanSignalsAndOnlyThreeDescriptors) {
     pthread_sigmask(SIG_BLOCK, &blocked, &old);
     const auto oldPipe = signal(SIGPIPE, SIG_IGN);
     const auto oldChild = signal(SIGCHLD, SIG_IGN);
-    const Outcome outcome =
-        runScript("grep -E '^Sig(Blk|Ign):' /proc/self/status; ls /proc/$$/fd | tr '\\n' ' '; exit 7");
+    const Outcome outcome = runScript(
+        "grep -E '^Sig(Blk|Ign):' /proc/self/status; n=0; "
+        "while [ $n -lt 99 ]; do [ -e /proc/$$/fd/$n ] && printf '%s ' $n; n=$((n+1)); done; exit 7");
     signal(SIGCHLD, oldChild);
     signal(SIGPIPE, oldPipe);
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
