@@ -108,7 +108,8 @@ public:
 
     void async(Step step) {
         if (!_isSerial) {
-            Pool::shared().submit([self = shared_from_this(), step = std::move(step)] { self->run(step); });
+            Pool::shared().submit(
+                [self = shared_from_this(), step = std::move(step)]() mutable { self->runAndRelease(step); });
             return;
         }
         const std::lock_guard lock(_mutex);
@@ -118,8 +119,12 @@ public:
     }
 
     void sync(const Step& step) {
+        const auto run = [&] {
+            const Frame frame(this);
+            step();
+        };
         if (!_isSerial)
-            return run(step);
+            return run();
         if (isCurrent())
             refuse();
         acquire();
@@ -130,7 +135,7 @@ public:
                 state.passOn();
             }
         } release{*this};
-        run(step);
+        run();
     }
 
     bool isCurrent() const {
@@ -165,9 +170,12 @@ private:
         Waiter* waiter;
     };
 
-    void run(const Step& step) const {
+    /// What the step holds goes while it still counts as running: that may be the last hold on an object
+    /// which uses this queue when it goes.
+    void runAndRelease(Step& step) const {
         const Frame frame(this);
         step();
+        step = nullptr;
     }
 
     void acquire() {
@@ -198,8 +206,7 @@ private:
             Step step = std::move(_waiting.front().step);
             _waiting.pop_front();
             lock.unlock();
-            run(step);
-            step = nullptr;
+            runAndRelease(step);
             lock.lock();
         }
         passOn();

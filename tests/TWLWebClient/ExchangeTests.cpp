@@ -262,7 +262,7 @@ TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
         if (!isTrusted)
             unsetenv("SSL_CERT_FILE");
         int asked = 0;
-        auto request = TWLWebRequest::requestWithMethod("GET", "");
+        const auto request = TWLWebRequest::requestWithMethod("GET", "");
         request->setProtectionSpaceHandler([&](const platform::URLProtectionSpace& space) {
             EXPECT_EQ(space.serverTrust->host, "127.0.0.1");
             EXPECT_THAT(DispatchQueue::currentLabel(), testing::EndsWith(".web-transaction"));
@@ -442,7 +442,7 @@ TEST(Client, CarriesTwoHundredExchangesAtOnce) {
     std::atomic<int> callbacks = 0;
     std::atomic<int> wrong = 0;
     for (int i = 0; i < count; ++i) {
-        const std::string path = "/" + std::to_string(i);
+        const std::string path = std::string("/").append(std::to_string(i));
         client.getPath(path, [&, path](const std::shared_ptr<TWLWebResponse>& response) {
             if (response->body() != Value(Data(path)) ||
                 DispatchQueue::currentLabel() != DispatchQueue::global().label())

@@ -51,7 +51,7 @@ ScriptedServer::ScriptedServer(Script script) : _script(std::move(script)) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (bind(_listener, generic, size) != 0 || listen(_listener, 64) != 0 ||
+    if (bind(_listener, generic, size) != 0 || listen(_listener, SOMAXCONN) != 0 ||
         getsockname(_listener, generic, &size) != 0)
         throw std::runtime_error("the scripted server cannot listen");
     _port = ntohs(address.sin_port);
