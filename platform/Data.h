@@ -12,19 +12,23 @@ namespace platform {
 class Data {
 public:
     Data() = default;
-    explicit Data(std::string bytes) : _bytes(std::make_shared<const std::string>(std::move(bytes))) {}
+    explicit Data(std::string bytes) : Data(std::make_shared<const std::string>(std::move(bytes))) {}
     /// Shares `bytes`, which nobody may change while a copy of this Data is in other hands.
-    explicit Data(std::shared_ptr<const std::string> bytes) : _bytes(std::move(bytes)) {}
+    explicit Data(const std::shared_ptr<const std::string>& bytes) : _owner(bytes), _bytes(*bytes) {}
+    /// `bytes` inside of what `owner` keeps alive; the same holds.
+    Data(std::shared_ptr<const void> owner, std::string_view bytes)
+        : _owner(std::move(owner)), _bytes(bytes) {}
 
     /// Valid as long as any copy of this Data lives.
-    std::string_view bytes() const { return _bytes ? std::string_view(*_bytes) : std::string_view(); }
-    std::size_t size() const { return bytes().size(); }
-    bool empty() const { return size() == 0; }
+    std::string_view bytes() const { return _bytes; }
+    std::size_t size() const { return _bytes.size(); }
+    bool empty() const { return _bytes.empty(); }
 
-    friend bool operator==(const Data& a, const Data& b) { return a.bytes() == b.bytes(); }
+    friend bool operator==(const Data& a, const Data& b) { return a._bytes == b._bytes; }
 
 private:
-    std::shared_ptr<const std::string> _bytes;
+    std::shared_ptr<const void> _owner;
+    std::string_view _bytes;
 };
 
 } // namespace platform

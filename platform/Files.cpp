@@ -1,5 +1,6 @@
 #include "platform/Files.h"
 
+#include "platform/Buffer.h"
 #include "platform/FileDescriptor.h"
 #include "platform/UUID.h"
 
@@ -115,10 +116,11 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
     if (static_cast<std::uint64_t>(status.st_size) > sizeLimit)
         return posixError(EFBIG, "read", path);
 
-    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    const auto expected = static_cast<std::size_t>(status.st_size);
+    const std::shared_ptr<char> bytes = allocateBuffer(expected);
     std::size_t size = 0;
-    while (size < bytes.size()) {
-        const ssize_t got = ::read(file.get(), bytes.data() + size, bytes.size() - size);
+    while (size < expected) {
+        const ssize_t got = ::read(file.get(), bytes.get() + size, expected - size);
         if (got > 0)
             size += static_cast<std::size_t>(got);
         else if (got == 0)
@@ -126,8 +128,7 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
         else if (errno != EINTR)
             return posixError(errno, "read", path);
     }
-    bytes.resize(size);
-    return Data(std::move(bytes));
+    return Data(bytes, std::string_view(bytes.get(), size));
 }
 
 Outcome writeFileAtomically(const std::string& path, std::string_view bytes) {

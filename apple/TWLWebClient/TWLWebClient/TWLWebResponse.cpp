@@ -8,11 +8,10 @@ void TWLWebResponse::appendData(const platform::Data& data) {
         return;
     }
     // One owner here and one in _responseData: a third has been handed out and must not see it grow.
-    if (!_growing || _growing.use_count() > 2) {
+    if (!_growing || _growing.use_count() > 2)
         _growing = std::make_shared<std::string>(_responseData.bytes());
-        _responseData = platform::Data(_growing);
-    }
     _growing->append(data.bytes());
+    _responseData = platform::Data(_growing);
 }
 
 bool TWLWebResponse::wasSuccessful() const {
