@@ -20,7 +20,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t bufferSize = 256 * 1024;
+constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 constexpr mode_t keptModeBits = 01777;
 
 /// A name in an open folder. Whatever happens to the folders above it meanwhile, it stays inside.
