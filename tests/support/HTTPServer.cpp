@@ -58,7 +58,6 @@ struct HTTPServer::State {
         });
         socket_t listener = -1;
         server->set_socket_options([&](socket_t socket) { listener = socket; });
-        server->set_socket_options([&](socket_t made) { listener = made; });
         port = server->bind_to_any_port("127.0.0.1");
         // The library's own queue of 5 would make the system drop connections that come all at once.
         listen(listener, SOMAXCONN);
