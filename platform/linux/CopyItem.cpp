@@ -99,8 +99,8 @@ Outcome ItemCopier::copyAttributes(const Source& from, const FileDescriptor& to,
 
 Outcome ItemCopier::copyFolder(const Source& from, const Place& to) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    const std::unique_ptr<DIR, int (*)(DIR*)> fromFolder(
-        fdopendir(openat(from.folder, from.name.c_str(), flags)), &closedir);
+    const int opened = openat(from.folder, from.name.c_str(), flags);
+    const std::unique_ptr<DIR, int (*)(DIR*)> fromFolder(opened < 0 ? nullptr : fdopendir(opened), &closedir);
     if (!fromFolder)
         return posixError(errno, "open", from.path);
     struct stat status;
