@@ -207,7 +207,12 @@ TEST_P(Exchange, ReportsBrokenAnswersWithWhatHadArrived) {
     } cases[] = {
         {"closes at once", [](Peer&) {}, URLErrorCode::networkConnectionLost},
         {"closes unanswered", saying(""), URLErrorCode::networkConnectionLost},
-        {"resets", [](Peer& peer) { peer.reset(); }, URLErrorCode::networkConnectionLost},
+        {"resets",
+         [](Peer& peer) {
+             peer.readUntil("\r\n\r\n");
+             peer.reset();
+         },
+         URLErrorCode::networkConnectionLost},
         {"closes in the head", saying(head + "Content-Le"), URLErrorCode::networkConnectionLost},
         {"garbage", saying("\x16\x03 what?\r\n\r\n"), URLErrorCode::badServerResponse},
         {"endless line", saying("HTTP/1.1 200 " + std::string(1 << 20, 'a')),
