@@ -3,10 +3,12 @@
 
 #include <netinet/in.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -61,6 +63,20 @@ int serve() {
     return complain("cannot accept connections");
 }
 
+rusage usage() {
+    rusage result{};
+    getrusage(RUSAGE_SELF, &result);
+    return result;
+}
+
+double processorSeconds(const rusage& usage) {
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+/// Prints the wall and processor seconds of the exchange alone, without the reading of the file.
 int upload(const std::string& url, const std::string& file) {
     const auto base = platform::URL::parse(url);
     auto bytes = platform::readFile(file);
@@ -69,12 +85,16 @@ int upload(const std::string& url, const std::string& file) {
     TWLWebClient client(*base);
     const auto request = TWLWebRequest::requestWithMethod("POST", "/upload");
     request->addData(*std::move(bytes), "application/zip", "archive.zip", "file");
+    const rusage before = usage();
+    const auto start = std::chrono::steady_clock::now();
     bool isDone = false;
     client.syncStartRequest(request, [&](const std::shared_ptr<TWLWebResponse>& response) {
         isDone = response->wasSuccessful();
         if (!isDone)
             complain(response->description());
     });
+    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+    printf("%.3f %.3f\n", wall.count(), processorSeconds(usage()) - processorSeconds(before));
     return isDone ? 0 : 1;
 }
 

@@ -23,7 +23,7 @@ namespace platform {
 namespace {
 
 // Large, so that a long body costs few turns of the transfer loop.
-constexpr long uploadBufferSize = 512 * 1024;
+constexpr long uploadBufferSize = 128 * 1024;
 constexpr long receiveBufferSize = 128 * 1024;
 
 // All heads of one answer, interim ones and trailers included.
