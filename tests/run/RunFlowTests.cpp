@@ -1,76 +1,131 @@
+#include "Printed.h"
 #include "platform/Files.h"
-#include "support/SampleBuild.h"
-
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <regex>
+#include <fstream>
+#include <optional>
 
 namespace orvane {
 namespace {
 
+namespace fs = std::filesystem;
 using support::SampleBuild;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* usage = "Your Orvane run script build phase should contain your API key:\n"
-                              "./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n\n";
-constexpr const char* signUp = "\n\nOrvane: This app relies on Orvane. Please sign up for access at ";
-constexpr const char* registration = "\n\nOrvane: Could not be onboarded statusCode 0";
-
-std::string messagesOf(const SampleBuild& build) {
-    return support::messages(run(build.launch()).standardError);
+std::string repeated(std::string_view text, int count) {
+    std::string result;
+    for (; count > 0; --count)
+        result += text;
+    return result;
 }
 
 TEST(Arguments, WithoutAKeyOfFortyCharactersEndTheRun) {
-    const std::string notValid =
-        std::string(
-            "Orvane.framework/run 1.3.17\n\n\nOrvane: Configuration Issue\n\nOrvnae API key not valid. ") +
-        usage;
-    const std::string notSet =
-        std::string(
-            "Orvane.framework/run 1.3.17\n\n\nOrvane: Configuration Issue\n\nOrvane API key not set. ") +
-        usage;
-    std::string multibyte; // 40 bytes, 20 characters
-    for (int i = 0; i < 20; ++i)
-        multibyte += "\u00e9";
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{}, notSet},
-        {{""}, notValid},
-        {{std::string(39, 'k')}, notValid},
-        {{std::string(41, 'k')}, notValid},
-        {{multibyte}, notValid},
-        {{std::string(39, 'k') + "\xFF"}, notValid},
-    };
-    for (const auto& [arguments, expected] : cases) {
-        SampleBuild build;
-        build.arguments = arguments;
-        const support::Ending ending = run(build.launch());
-        EXPECT_EQ(ending.status, 1);
-        EXPECT_EQ(support::messages(ending.standardError), expected);
-    }
+    const std::string usage = " Your Orvane run script build phase should contain your API key:\n"
+                              "./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n";
     SampleBuild build;
-    build.arguments = {multibyte + multibyte};
-    EXPECT_THAT(messagesOf(build), HasSubstr(registration));
+    build.arguments = {};
+    EXPECT_EQ(printed(build, 1),
+              versionLine + record("Configuration Issue\n\nOrvane API key not set." + usage));
+    const std::string valid = repeated("\u00e9", 40);
+    for (const std::string& key : {std::string(), std::string(39, 'k'), std::string(41, 'k'),
+                                   repeated("\u00e9", 20), std::string(39, 'k') + "\xFF"}) {
+        build.arguments = {key};
+        EXPECT_EQ(printed(build, 1),
+                  versionLine + record("Configuration Issue\n\nOrvnae API key not valid." + usage));
+    }
+    build.arguments = {valid};
+    EXPECT_THAT(printed(build, 1), HasSubstr(unanswered));
+}
+
+TEST(FailedCheck, EndsTheRunWithItsTitleAndReason) {
+    SampleBuild build;
+    const std::string products = build.environment["BUILT_PRODUCTS_DIR"];
+    const auto missing = [](const std::string& key) {
+        return "Failed to Detect Build Environment\n\n" + key + " value not found in environment";
+    };
+    const std::string wrongFolder =
+        "Use a Target Run Script Build Phase\n\nMake sure the Orvane command is added to your project Target and "
+        "not the scheme 'Post-actions'.\n\nThen, Build your project to continue.\n\n(Tarnwhistle error 602)";
+    using Changes = std::map<std::string, std::optional<std::string>>;
+    const std::pair<Changes, std::string> cases[] = {
+        {{{"BUILT_PRODUCTS_DIR", ""}}, missing("BUILT_PRODUCTS_DIR")},
+        {{{"INFOPLIST_PATH", {}}, {"DWARF_DSYM_FILE_NAME", {}}}, missing("INFOPLIST_PATH")},
+        {{{"DWARF_DSYM_FILE_NAME", {}}}, missing("DWARF_DSYM_FILE_NAME")},
+        {{{"DWARF_DSYM_FOLDER_PATH", {}}}, missing("DWARF_DSYM_FOLDER_PATH")},
+        {{{"INFOPLIST_PATH", "No.app/Info.plist"}, {"WRAPPER_NAME", {}}},
+         "Info.plist Error\n\nUnable to process Info.plist at path " + products +
+             "/No.app/Info.plist\nThis could be a timing issue, make sure the Orvane run script build phase is the "
+             "last build phase and no other scripts have moved (null) from the location Xcode generated it."},
+        {{{"DWARF_DSYM_FILE_NAME", "No.dSYM"}},
+         "dSYM Error\n\nUnable to process No.dSYM at path " + products +
+             "/No.dSYM\nMake sure your project build settings are generating a dSYM file. "
+             "DEBUG_INFORMATION_FORMAT should be set to dwarf-with-dsym for all configurations. This could also be "
+             "a timing issue, make sure the Orvane run script build phase is the last build phase and no other "
+             "scripts have moved the dSYM from the location Xcode generated it.\n\n"},
+        {{{"SRCROOT", {}}}, wrongFolder},
+        {{{"SRCROOT", build.workingDirectory + "/"}}, wrongFolder},
+        {{{"SRCROOT", build.folder().path()}}, wrongFolder},
+    };
+    const auto environment = build.environment;
+    for (const auto& [changes, expected] : cases) {
+        build.environment = environment;
+        for (const auto& [name, value] : changes)
+            value ? static_cast<void>(build.environment[name] = *value)
+                  : static_cast<void>(build.environment.erase(name));
+        EXPECT_EQ(printed(build, 1), versionLine + record(expected));
+    }
+}
+
+TEST(FailedCheck, RefusesAnyInfoPlistWithoutAnIdentifier) {
+    const SampleBuild build;
+    const std::string expected = versionLine + record("Required Info.plist Value Not Found\n\nA CFBundleIdentifier "
+                                                      "value in your Info.plist is required. Please confirm this "
+                                                      "value is present in " +
+                                                      build.infoPlistPath() + " \n\n");
+    const std::string start = "<plist version=\"1.0\">", key = start + "<dict><key>CFBundleIdentifier</key>";
+    for (const std::string& bytes :
+         {start + "<dict><key>CFBundleName</key><string>x</string></dict></plist>",
+          key + "<string></string></dict></plist>", key + "<integer>7</integer></dict></plist>",
+          std::string("CFBundleIdentifier = com.example"), std::string(), key + "<string>com.exa",
+          start + "<array></array></plist>",
+          start + repeated("<array>", 100'000) + repeated("</array>", 100'000) + "</plist>",
+          std::string(100'000'000, ' ')}) {
+        std::ofstream(build.infoPlistPath()) << bytes;
+        EXPECT_EQ(printed(build, 1), expected) << bytes.substr(0, 80);
+    }
+}
+
+TEST(PassedChecks, TakeLinksOnEitherSideAndABinaryInfoPlist) {
+    SampleBuild build;
+    const std::string folder = build.workingDirectory, link = build.folder().path("link");
+    fs::create_symlink(folder, link);
+    const std::string plist = "'" + build.infoPlistPath() + "'";
+    EXPECT_EQ(std::system(("plistutil -f bin -i " + plist + " -o " + plist + ".bin && mv " + plist + ".bin " + plist)
+                              .c_str()),
+              0);
+    fs::remove_all(build.dSYMPath());
+    std::ofstream(build.dSYMPath()) << "only its presence is checked";
+    for (const auto& [root, directory] : {std::pair(link, folder), std::pair(folder, link)}) {
+        build.environment["SRCROOT"] = root;
+        build.workingDirectory = directory;
+        EXPECT_THAT(printed(build, 1), testing::StartsWith(std::string(versionLine) + unanswered));
+    }
 }
 
 TEST(DebugDefault, ComesFromTheArgumentsOrThePreferences) {
-    const std::string preferences = "<plist version=\"1.0\"><dict><key>debug</key><true/></dict></plist>";
-    const std::string debugLine = "\n\nOrvane: Run script build phase called from Xcode Bots 0\n";
     SampleBuild build;
-    EXPECT_THAT(messagesOf(build), Not(HasSubstr(debugLine)));
-    build.folder().write("home/.config/com.tarnwhistle.run.plist", preferences);
-    EXPECT_THAT(messagesOf(build), HasSubstr(debugLine));
+    const std::string debugLines = record("Src root " + build.workingDirectory) +
+                                   record("Current directory path " + build.workingDirectory) +
+                                   record("Run script build phase called from Xcode Bots 0");
+    EXPECT_THAT(printed(build, 1), Not(HasSubstr("Src root")));
+    build.folder().write("home/.config/com.tarnwhistle.run.plist",
+                         "<plist version=\"1.0\"><dict><key>debug</key><true/></dict></plist>");
+    EXPECT_THAT(printed(build, 1), HasSubstr(debugLines));
     build.arguments.insert(build.arguments.end(), {"-debug", "NO"});
-    EXPECT_THAT(messagesOf(build), Not(HasSubstr(debugLine)));
+    EXPECT_THAT(printed(build, 1), Not(HasSubstr("Src root")));
     build.arguments.back() = "YES";
-    const std::string all = messagesOf(build);
-    EXPECT_THAT(all, HasSubstr("\n\nOrvane: Src root " + build.workingDirectory +
-                               "\n\n\nOrvane: Current directory path " + build.workingDirectory + "\n"));
-    EXPECT_THAT(all, HasSubstr(debugLine));
+    EXPECT_THAT(printed(build, 1), HasSubstr(debugLines));
 }
 
 TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
@@ -78,42 +133,44 @@ TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
     build.arguments = {"<&>" + std::string(37, '\'')};
     const std::string defaultPath = build.environment["BUILT_PRODUCTS_DIR"] + "/tarnwhistle.plist";
     build.environment["TARNWHISTLE_CREATE_ARTIFACT"] = "NO";
-    messagesOf(build);
-    EXPECT_FALSE(std::filesystem::exists(defaultPath));
+    printed(build, 1);
+    EXPECT_FALSE(fs::exists(defaultPath));
     build.environment["TARNWHISTLE_CREATE_ARTIFACT"] = "1";
-    messagesOf(build);
+    printed(build.launchBelow({"Xcode"}), 1);
     EXPECT_THAT(std::string(platform::readFile(defaultPath)->bytes()),
                 HasSubstr("<key>TarnwhistleAPIKey</key>\n\t<string>&lt;&amp;&gt;''"));
 
-    for (const char* path : {"", "/dev/null", "missing/folder/x", "/"}) {
-        build.environment["TARNWHISTLE_ARTIFACT_PATH"] = path;
-        EXPECT_THAT(messagesOf(build), HasSubstr("\n\nOrvane: Failed to write data to artifact path " +
-                                                 std::string(path) + "\n\n\n"));
+    std::string& path = build.environment["TARNWHISTLE_ARTIFACT_PATH"];
+    for (const char* bad : {"", "/dev/null", "missing/folder/x", "/"}) {
+        path = bad;
+        EXPECT_THAT(printed(build, 1),
+                    HasSubstr(record("Failed to write data to artifact path " + path + "\n\n") + unanswered));
     }
-    EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
-    build.environment["TARNWHISTLE_ARTIFACT_PATH"] = "relative.plist";
-    messagesOf(build);
-    EXPECT_TRUE(std::filesystem::exists(build.workingDirectory + "/relative.plist"));
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    path = "relative.plist";
+    printed(build, 1);
+    EXPECT_TRUE(fs::exists(build.workingDirectory + "/relative.plist"));
 }
 
 TEST(Road, IsChosenByTheProcessesAboveTheRun) {
-    const std::tuple<std::vector<std::string>, const char*, bool> cases[] = {
-        {{}, "Xcode Bots 0\n\n\nOrvane: Run script build phase called from Xcode.app 0\n", false},
-        {{"Xcode"}, "Xcode Bots 0\n\n\nOrvane: Run script build phase called from Xcode.app 1\n", true},
-        {{"Xcode-beta"}, "Xcode.app 0\n", false},
-        {{"Xcode", "a (b) c\n)"}, "Xcode.app 1\n", true},
-        {{"xcsbuildd"}, "Xcode Bots 1\n", false},
-        {{"Xcode", "xcsbuildd"}, "Xcode Bots 1\n", false},
+    const std::string bots = record("Run script build phase called from Xcode Bots 1") + unanswered;
+    const auto xcode = [](int found) {
+        return record("Run script build phase called from Xcode Bots 0") +
+               record("Run script build phase called from Xcode.app " + std::to_string(found)) +
+               (found ? record("Sending data to Orvane.app") + "\n\nOrvane: This app relies on Orvane." : unanswered);
     };
-    for (const auto& [parents, debugLine, takesCompanionRoad] : cases) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{}, xcode(0)},
+        {{"Xcode"}, xcode(1)},
+        {{"Xcode-beta"}, xcode(0)},
+        {{"Xcode", "a (b) c\n)"}, xcode(1)},
+        {{"xcsbuildd"}, bots},
+        {{"Xcode", "xcsbuildd"}, bots},
+    };
+    for (const auto& [parents, expected] : cases) {
         SampleBuild build;
         build.arguments.insert(build.arguments.end(), {"-debug", "YES"});
-        const support::Ending ending = run(build.launchBelow(parents));
-        const std::string text = support::messages(ending.standardError);
-        EXPECT_EQ(ending.status, 1);
-        EXPECT_THAT(text, HasSubstr(debugLine));
-        EXPECT_THAT(text, HasSubstr(takesCompanionRoad ? signUp : registration));
-        EXPECT_THAT(text, Not(HasSubstr(takesCompanionRoad ? registration : signUp)));
+        EXPECT_THAT(printed(build.launchBelow(parents), 1), HasSubstr(expected));
     }
 }
 
@@ -125,45 +182,41 @@ TEST(Environment, OfAnyBytesAndSizeIsTaken) {
     support::Launch launch = build.launch();
     launch.environment.insert(launch.environment.end(),
                               {"=nameless", "no value", "SRCROOT=/the first one counts"});
-    EXPECT_THAT(support::messages(run(launch).standardError), HasSubstr(registration));
+    EXPECT_THAT(printed(launch, 1), HasSubstr(unanswered));
 }
 
 TEST(Console, KeepsEveryRecordOfManyRunsWhole) {
+    constexpr int runCount = 200;
     SampleBuild build;
     build.environment.erase("INFOPLIST_PATH");
     support::Launch launch = build.launch();
     launch.standardErrorPath = build.folder().path("log");
     std::vector<support::ChildProcess> runs;
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < runCount; ++i)
         runs.emplace_back(launch);
     for (auto& run : runs)
         EXPECT_EQ(run.wait().status, 1);
 
     std::string log = support::messages(std::string(platform::readFile(launch.standardErrorPath)->bytes()));
-    for (const std::string record :
-         {"Orvane.framework/run 1.3.17\n", "\n\nOrvane: Failed to Detect Build Environment\n\n"
-                                           "INFOPLIST_PATH value not found in environment\n"}) {
+    for (const std::string& whole :
+         {std::string(versionLine), record("Failed to Detect Build Environment\n\nINFOPLIST_PATH value not found in "
+                                           "environment")}) {
         int count = 0;
-        for (std::size_t at; (at = log.find(record)) != std::string::npos; ++count)
-            log.erase(at, record.size());
-        EXPECT_EQ(count, 200);
+        for (std::size_t at; (at = log.find(whole)) != std::string::npos; ++count)
+            log.erase(at, whole.size());
+        EXPECT_EQ(count, runCount);
     }
     EXPECT_EQ(log, "");
 }
 
 TEST(Console, OutlivesAClosedOrFullStandardError) {
-    for (const char* redirection : {"2>&-", "2>/dev/full", ">&- 2>&- <&-"}) {
+    for (const char* redirected : {"\"$@\" 2>&-; echo $?", "\"$@\" 2>/dev/full; echo $?",
+                                   "\"$@\" >&- 2>&- <&-; echo $?", "\"$@\" 2>&1 | exit 0; echo ${PIPESTATUS[0]}"}) {
         const SampleBuild build;
         support::Launch launch = build.launch();
-        launch.arguments.insert(launch.arguments.begin(),
-                                {"/bin/sh", "-c", std::string("\"$@\" ") + redirection, "sh"});
-        EXPECT_EQ(run(launch).status, 1) << redirection;
+        launch.arguments.insert(launch.arguments.begin(), {"/bin/bash", "-c", redirected, "sh"});
+        EXPECT_EQ(run(launch).standardOutput, "1\n") << redirected;
     }
-    const SampleBuild build;
-    support::Launch launch = build.launch();
-    launch.arguments.insert(launch.arguments.begin(),
-                            {"/bin/bash", "-c", "\"$@\" 2>&1 | exit 0; echo ${PIPESTATUS[0]}", "sh"});
-    EXPECT_EQ(run(launch).standardOutput, "1\n");
 }
 
 } // namespace
