@@ -1,12 +1,14 @@
 #include "Categories/MD5.h"
+#include "Printed.h"
 #include "platform/Files.h"
 #include "platform/PropertyList.h"
 #include "platform/URL.h"
+#include "run/HandOff.h"
+#include "run/ToolBundle.h"
 #include "support/ReportPipe.h"
-#include "support/SampleBuild.h"
 
-#include <gmock/gmock.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,90 +22,79 @@
 namespace orvane {
 namespace {
 
+using platform::fileExists;
 using platform::Value;
 using support::SampleBuild;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
-constexpr const char* versionLine = "Orvane.framework/run 1.3.17\n";
-constexpr const char* signUp =
-    "\n\nOrvane: This app relies on Orvane. Please sign up for access at https://tarnwhistle.example/sign-up,\n"
-    "install Orvane.app then ask a team member to invite you to this app's organization.\n\nIf this machine is a "
-    "build server please remove Orvane.app if present and use xcodebuild so that Sample App.app.dSYM is "
-    "uploaded.\n\n";
+const std::string signUp = record(
+    "This app relies on Orvane. Please sign up for access at https://tarnwhistle.example/sign-up,\ninstall "
+    "Orvane.app then ask a team member to invite you to this app's organization.\n\nIf this machine is a build "
+    "server please remove Orvane.app if present and use xcodebuild so that Sample App.app.dSYM is uploaded.\n");
 
-/// A companion app on the desktop of `build`.
-class Companion {
-public:
+/// A build on a machine with a companion app.
+class CompanionRoad : public testing::Test {
+protected:
     struct Kind {
         std::string version = "203";
         std::string lingerSeconds = "0";
         std::string program = ORVANE_COMPANION;
     };
 
-    explicit Companion(SampleBuild& build) : Companion(build, Kind()) {}
-    Companion(SampleBuild& build, const Kind& kind)
-        : _folder(build.folder().makeFolder("com panion")), reports(_folder + "/report.txt") {
+    CompanionRoad() { install(Kind()); }
+
+    void install(const Kind& kind) {
         const support::Launch launch = {
-            .arguments = {ORVANE_REGISTER_COMPANION, _folder, kind.program, kind.version, kind.lingerSeconds},
+            .arguments = {ORVANE_REGISTER_COMPANION, desktop, kind.program, kind.version, kind.lingerSeconds},
             .environment = {"PATH=/usr/bin:/bin"},
             .workingDirectory = {},
             .standardErrorPath = {}};
         EXPECT_EQ(run(launch).status, 0);
-        build.environment["XDG_DATA_HOME"] = _folder;
+        build.environment["XDG_DATA_HOME"] = desktop;
+    }
+    std::vector<std::string> buildFolders() const {
+        std::vector<std::string> folders;
+        for (const auto& entry : std::filesystem::directory_iterator(build.folder().path(
+                 "home/.cache/com.tarnwhistle.mac/" + MD5(std::string(support::nobodyListens)) + "/builds")))
+            folders.push_back(entry.path());
+        return folders;
+    }
+    /// The process of the companion app that reports next, in a session of its own.
+    pid_t nextProcess() {
+        const std::string report = reports.next();
+        std::smatch match;
+        EXPECT_TRUE(std::regex_search(report, match, std::regex("Process (\\d+) in session \\1:"))) << report;
+        return match.empty() ? -1 : std::stoi(match[1]);
+    }
+    support::Launch launchInShell(const char* script) const {
+        support::Launch launch = build.launch();
+        launch.arguments.insert(launch.arguments.begin(), {"/bin/sh", "-c", script, "sh"});
+        return launch;
     }
 
-    std::string path(std::string_view name) const { return platform::pathByAppending(_folder, name); }
-
-private:
-    std::string _folder;
-
-public:
-    support::ReportPipe reports;
+    SampleBuild build;
+    const std::string desktop = build.folder().makeFolder("com panion");
+    support::ReportPipe reports{desktop + "/report.txt"};
 };
 
-std::string cacheRoot(const SampleBuild& build) {
-    return build.folder().path("home/.cache/com.tarnwhistle.mac/" + MD5(std::string(support::nobodyListens)) +
-                               "/builds");
-}
-
-std::vector<std::string> buildFolders(const SampleBuild& build) {
-    std::vector<std::string> folders;
-    for (const auto& entry : std::filesystem::directory_iterator(cacheRoot(build)))
-        folders.push_back(entry.path());
-    return folders;
-}
-
-/// The companion's process as its report gives it.
-pid_t processIn(const std::string& report) {
-    std::smatch match;
-    EXPECT_TRUE(std::regex_search(report, match, std::regex("Process (\\d+) in session \\1:"))) << report;
-    return match.empty() ? -1 : std::stoi(match[1]);
-}
-
-TEST(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
-    SampleBuild build;
+TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
     build.folder().write("Build/Products/Release-iphoneos/Ext.appex.dSYM/Contents/x", "");
     build.environment["ODD"] = "a\x01\xff\r\n<&>";
     build.environment["PROVISIONING_PROFILE"] = "profile";
-    Companion companion(build);
-    const support::Ending ending = run(build.launch());
-    EXPECT_EQ(ending.status, 0);
-    EXPECT_EQ(support::messages(ending.standardError), versionLine);
+    EXPECT_EQ(printed(build, 0), versionLine);
 
-    ASSERT_EQ(buildFolders(build).size(), 1u);
-    const std::string folder = buildFolders(build).front();
-    EXPECT_THAT(folder, testing::MatchesRegex(".*/builds/[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
-    const std::string path = folder + "/Build.plist";
-    const std::string report = companion.reports.next();
+    ASSERT_EQ(buildFolders().size(), 1u);
+    const std::string folder = buildFolders().front();
+    EXPECT_THAT(folder, MatchesRegex(".*/builds/[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+    const std::string report = reports.next();
     EXPECT_THAT(report, HasSubstr("Opened: tarnwhistle://xcode?TARNWHISTLE_BUILD_PLIST_PATH=" +
-                                  platform::percentEscape(path) + "\n"));
+                                  platform::percentEscape(folder + "/Build.plist") + "\n"));
     EXPECT_THAT(report, EndsWith(": complete\n"));
 
-    Value::Dictionary plist = platform::readDictionary(path).value();
-    Value::Dictionary environment;
-    for (const auto& [name, value] : build.environment)
-        environment[name] = value;
+    Value::Dictionary plist = platform::readDictionary(folder + "/Build.plist").value();
+    Value::Dictionary environment(build.environment.begin(), build.environment.end());
     environment["ODD"] = "a\uFFFD\uFFFD\r\n<&>";
     EXPECT_EQ(*platform::find<Value::Dictionary>(plist, "Runner_Environment_Dictionary"), environment);
     EXPECT_THAT(*platform::find<Value::Array>(plist, "dSYMs"),
@@ -111,7 +102,7 @@ TEST(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
                                               Value(folder + "/Ext.appex.dSYM")));
     plist.erase("Runner_Environment_Dictionary");
     plist.erase("dSYMs");
-    const std::string framework = std::filesystem::path(build.launch().arguments.front()).parent_path();
+    const std::string framework = std::filesystem::path(build.tool).parent_path();
     EXPECT_EQ(Value(plist),
               Value(Value::Dictionary{{"PLATFORM_NAME", "iphoneos"},
                                       {"PROJECT_FILE_PATH", build.environment["PROJECT_FILE_PATH"]},
@@ -128,158 +119,185 @@ TEST(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
                                       {"CFBundleIdentifier", "com.example.sample"}}));
 }
 
-TEST(CompanionRoad, PacksTheSettingsForACompanionThatIsTooOld) {
-    SampleBuild build;
-    Companion companion(build, {.version = "202"});
-    EXPECT_EQ(run(build.launch()).status, 0);
-    EXPECT_THAT(companion.reports.next(),
-                testing::AllOf(HasSubstr("Legacy form, dSYM: Sample App.app.dSYM\n"),
-                               HasSubstr("?BUILT_PRODUCTS_DIR=" +
-                                         platform::percentEscape(build.environment["BUILT_PRODUCTS_DIR"]) +
-                                         "&PRODUCT_NAME=Sample%20App&WRAPPER_NAME="),
-                               HasSubstr("&TARNWHISTLE_RUN_VERSION=149&XCODE_VERSION_ACTUAL=0511\n")));
-    EXPECT_TRUE(platform::fileExists(buildFolders(build).front() + "/Sample App.app.dSYM"));
-    EXPECT_FALSE(platform::fileExists(buildFolders(build).front() + "/Build.plist"));
+TEST_F(CompanionRoad, PacksTheSettingsForACompanionThatIsTooOld) {
+    for (const char* version : {"202", "new"}) {
+        install({.version = version});
+        EXPECT_EQ(printed(build, 0), versionLine);
+        EXPECT_THAT(reports.next(), HasSubstr("Legacy form, dSYM: Sample App.app.dSYM\n"));
+    }
+    EXPECT_TRUE(fileExists(buildFolders().front() + "/Sample App.app.dSYM"));
+    EXPECT_FALSE(fileExists(buildFolders().front() + "/Build.plist"));
 
     // The version stands in the URL as it is; a URL that cannot be is opened by nobody.
     build.environment["XCODE_VERSION_ACTUAL"] = "5.1 beta";
-    const support::Ending ending = run(build.launch());
-    EXPECT_EQ(ending.status, 1);
-    EXPECT_EQ(support::messages(ending.standardError), std::string(versionLine) + signUp);
+    EXPECT_EQ(printed(build, 1), versionLine + signUp);
 }
 
-TEST(CompanionRoad, SendsPeopleWithoutACompanionToTheSignUpPage) {
-    SampleBuild build;
-    const support::Ending below = run(build.launchBelow({"Xcode"}));
-    EXPECT_EQ(below.status, 1);
-    EXPECT_EQ(support::messages(below.standardError), std::string(versionLine) + signUp);
-
+TEST_F(CompanionRoad, SendsPeopleWithoutACompanionToTheSignUpPage) {
     const std::string script = build.folder().write("badly started", "#!/nowhere/to/be/found\n");
     EXPECT_EQ(chmod(script.c_str(), 0755), 0);
-    const Companion companion(build, {.program = script});
-    const support::Ending ending = run(build.launch());
-    EXPECT_EQ(ending.status, 1);
-    EXPECT_THAT(support::messages(ending.standardError), EndsWith(signUp));
+    install({.program = script});
+    EXPECT_THAT(printed(build, 1), EndsWith(signUp));
+    build.environment["XDG_DATA_HOME"] = build.folder().path("no desktop");
+    EXPECT_EQ(printed(build.launchBelow({"Xcode"}), 1), versionLine + signUp);
 }
 
-TEST(CompanionRoad, IsNotTakenBelowXcodeBots) {
-    SampleBuild build;
-    const Companion companion(build);
-    const support::Ending ending = run(build.launchBelow({"Xcode", "xcsbuildd"}));
-    EXPECT_EQ(ending.status, 1);
-    EXPECT_THAT(support::messages(ending.standardError), HasSubstr("Could not be onboarded statusCode 0"));
-    EXPECT_FALSE(platform::fileExists(build.folder().path("home/.cache")));
+TEST_F(CompanionRoad, IsNotTakenBelowXcodeBots) {
+    EXPECT_THAT(printed(build.launchBelow({"Xcode", "xcsbuildd"}), 1), HasSubstr(unanswered));
+    EXPECT_FALSE(fileExists(build.folder().path("home/.cache")));
 }
 
-TEST(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
-    SampleBuild build;
-    const Companion companion(build);
+TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
     EXPECT_EQ(mkfifo((build.dSYMPath() + "/pipe").c_str(), 0666), 0);
-    const support::Ending copying = run(build.launch());
-    EXPECT_EQ(copying.status, 1);
-    const std::string destination = buildFolders(build).front() + "/Sample App.app.dSYM";
-    EXPECT_EQ(support::messages(copying.standardError),
-              std::string(versionLine) + "Unable to copy dSYM at path " +
-                  build.environment["BUILT_PRODUCTS_DIR"] + " to path " + destination +
-                  " Error Domain=NSPOSIXErrorDomain Code=95 \"copy " + build.dSYMPath() +
-                  "/pipe: Operation not supported\"\n");
-
+    const std::string copying = printed(build, 1);
+    EXPECT_EQ(copying, std::string(versionLine) + "Unable to copy dSYM at path " +
+                           build.environment["BUILT_PRODUCTS_DIR"] + " to path " + buildFolders().front() +
+                           "/Sample App.app.dSYM Error Domain=NSPOSIXErrorDomain Code=95 \"copy " +
+                           build.dSYMPath() + "/pipe: Operation not supported\"\n");
     build.environment["XDG_CACHE_HOME"] = build.folder().write("file", "");
-    const support::Ending making = run(build.launch());
-    EXPECT_EQ(making.status, 1);
-    EXPECT_THAT(
-        support::messages(making.standardError),
-        testing::MatchesRegex(std::string(versionLine) +
-                              "ERROR: unable to write directory for object store.\nError Domain=[^\n]*\n"
-                              "Unable to create directory at path [^\n]*/builds/[0-9A-F-]{36} \n"
-                              "Error Domain=[^\n]*\n"));
+    EXPECT_THAT(printed(build, 1),
+                MatchesRegex(std::string(versionLine) +
+                             "ERROR: unable to write directory for object store.\nError Domain=[^\n]*\n"
+                             "Unable to create directory at path [^\n]*/builds/[0-9A-F-]{36} \n"
+                             "Error Domain=[^\n]* Code=20 [^\n]*\n"));
 }
 
-TEST(CompanionRoad, TakesAnyEndpoint) {
-    const std::string members =
-        "<key>CFBundleIdentifier</key><string>x</string><key>TarnwhistleAPIEndpoint</key>";
+TEST_F(CompanionRoad, TakesAnyEndpoint) {
     for (const std::string& endpoint :
          {std::string("<string/>"), "<string>" + std::string(1 << 20, 'e') + "</string>",
           std::string("<integer>7</integer>"), std::string("<array><dict/></array>"),
           std::string("<string>../../..</string>")}) {
-        SampleBuild build;
-        Companion companion(build);
-        build.writeInfoPlist(members + endpoint);
-        EXPECT_EQ(run(build.launch()).status, 0) << endpoint.substr(0, 50);
-        EXPECT_THAT(companion.reports.next(), EndsWith(": complete\n"));
+        build.writeInfoPlist(
+            "<key>CFBundleIdentifier</key><string>x</string><key>TarnwhistleAPIEndpoint</key>" + endpoint);
+        EXPECT_EQ(printed(build, 0), versionLine) << endpoint.substr(0, 50);
+        EXPECT_THAT(reports.next(), EndsWith(": complete\n"));
     }
 }
 
-TEST(CompanionApp, NeitherHoldsTheLogNorSharesTheRunsSignals) {
-    SampleBuild build;
-    Companion companion(build, {.lingerSeconds = "30"});
-    support::Launch launch = build.launch();
-    launch.arguments.insert(launch.arguments.begin(), {"/bin/sh", "-c", "\"$@\" 2>&1 | cat", "sh"});
-    support::ChildProcess script(launch);
-    const pid_t first = processIn(companion.reports.next());
+TEST_F(CompanionRoad, OpensAnAppThatNeitherHoldsTheLogNorSharesTheRunsSignals) {
+    install({.lingerSeconds = "30"});
+    support::ChildProcess script(launchInShell("\"$@\" 2>&1 | cat"));
+    const pid_t first = nextProcess();
     const auto opened = std::chrono::steady_clock::now();
     EXPECT_THAT(script.wait().standardOutput, HasSubstr(versionLine));
     EXPECT_LT(std::chrono::steady_clock::now() - opened, std::chrono::seconds(3));
-    EXPECT_EQ(getpgid(first), first);
-    EXPECT_EQ(kill(first, SIGKILL), 0);
 
-    launch = build.launch();
-    launch.arguments.insert(launch.arguments.begin(), {"/bin/sh", "-c", "\"$@\"; sleep 30", "sh"});
-    support::ChildProcess interrupted(launch);
-    const pid_t second = processIn(companion.reports.next());
+    support::ChildProcess interrupted(launchInShell("\"$@\"; sleep 30"));
+    const pid_t second = nextProcess();
     EXPECT_EQ(kill(-interrupted.identifier(), SIGINT), 0);
     EXPECT_EQ(interrupted.wait().status, 128 + SIGINT);
-    EXPECT_EQ(getpgid(second), second);
-    EXPECT_EQ(kill(second, SIGKILL), 0);
+    for (const pid_t app : {first, second}) {
+        EXPECT_EQ(getpgid(app), app);
+        EXPECT_EQ(kill(app, SIGKILL), 0);
+    }
 }
 
-TEST(CompanionRoad, KeepsManyRunsApart) {
+TEST_F(CompanionRoad, KeepsManyRunsApart) {
     constexpr std::size_t runCount = 50;
-    SampleBuild build;
-    Companion companion(build);
     std::vector<support::ChildProcess> runs;
     for (std::size_t i = 0; i < runCount; ++i)
         runs.emplace_back(build.launch());
-    for (support::ChildProcess& run : runs)
-        EXPECT_EQ(run.wait().status, 0);
     std::set<std::string> opened;
-    for (std::size_t i = 0; i < runCount; ++i) {
-        const std::string report = companion.reports.next();
+    for (support::ChildProcess& run : runs) {
+        EXPECT_EQ(run.wait().status, 0);
+        const std::string report = reports.next();
         EXPECT_THAT(report, EndsWith(": complete\n"));
         opened.insert(report.substr(0, report.find('\n')));
     }
     EXPECT_EQ(opened.size(), runCount);
-    EXPECT_EQ(buildFolders(build).size(), runCount);
+    EXPECT_EQ(buildFolders().size(), runCount);
 }
 
-TEST(CompanionRoad, NeverLeavesHalfABuildPlist) {
-    SampleBuild build;
+TEST_F(CompanionRoad, NeverLeavesHalfABuildPlist) {
+    using std::chrono::steady_clock;
     for (int i = 0; i < 10; ++i)
         build.environment["LARGE_" + std::to_string(i)] = std::string(100'000, '&');
-    const Companion companion(build, {.program = "/bin/true"});
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(run(build.launch()).status, 0);
-    const auto duration =
-        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
-
+    install({.program = "/bin/true"});
+    const auto start = steady_clock::now();
+    EXPECT_EQ(printed(build, 0), versionLine);
+    std::uniform_int_distribution<steady_clock::rep> moments(0, (steady_clock::now() - start).count());
     std::mt19937 random(149);
-    std::uniform_int_distribution<std::int64_t> moments(0, duration.count());
     for (int i = 0; i < 200; ++i) {
         support::ChildProcess run(build.launch());
-        std::this_thread::sleep_for(std::chrono::microseconds(moments(random)));
+        std::this_thread::sleep_for(steady_clock::duration(moments(random)));
         run.kill(SIGKILL);
         run.wait();
     }
     int whole = 0;
-    for (const std::string& folder : buildFolders(build)) {
-        const std::string path = folder + "/Build.plist";
-        if (!platform::fileExists(path))
+    for (const std::string& folder : buildFolders()) {
+        if (!fileExists(folder + "/Build.plist"))
             continue;
-        const auto plist = platform::readDictionary(path);
+        const auto plist = platform::readDictionary(folder + "/Build.plist");
         EXPECT_TRUE(plist && platform::find<Value::Dictionary>(*plist, "Runner_Environment_Dictionary"));
         ++whole;
     }
     EXPECT_GE(whole, 1);
+}
+
+TEST(URLEncode, LeavesOnlyUnreservedCharacters) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"/Users/a b/x", "%2FUsers%2Fa%20b%2Fx"},
+        {"azAZ09-._~", "azAZ09-._~"},
+        {"!*'\"();:@&=+$,/?#[] %", "%21%2A%27%22%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%23%5B%5D%20%25"},
+        {"100%25", "100%2525"},
+        {"<>\\^`{|}\x7f\n", "%3C%3E%5C%5E%60%7B%7C%7D%7F%0A"},
+        {"\u00e9\xff", "%C3%A9%FF"}};
+    for (const auto& [text, encoded] : cases)
+        EXPECT_EQ(urlEncode(text), encoded);
+}
+
+TEST(HandOffURL, PacksTheSettingsInTheLegacyForm) {
+    const HandOff handOff{
+        .buildPlistPath = {}, .apiKey = "k/", .apiEndpoint = "", .bundleIdentifier = {}, .legacy = true};
+    BuildSettings settings = {{"BUILT_PRODUCTS_DIR", "/b p"},
+                              {"PRODUCT_NAME", "P"},
+                              {"WRAPPER_NAME", "P.app"},
+                              {"DWARF_DSYM_FOLDER_PATH", "/d"},
+                              {"DWARF_DSYM_FILE_NAME", "P.app.dSYM"},
+                              {"PLATFORM_NAME", "iphoneos"},
+                              {"INFOPLIST_PATH", "i"},
+                              {"CONFIGURATION", "Debug"},
+                              {"SDKROOT", "&"}};
+    const std::string url =
+        "tarnwhistle://xcode?BUILT_PRODUCTS_DIR=%2Fb%20p&PRODUCT_NAME=P&WRAPPER_NAME=P.app"
+        "&DWARF_DSYM_FOLDER_PATH=%2Fd&DWARF_DSYM_FILE_NAME=P.app.dSYM&PLATFORM_NAME=iphoneos&PROJECT_FILE_PATH="
+        "&INFOPLIST_PATH=i&CONFIGURATION=Debug&SDKROOT=%26&TARNWHISTLE_FRAMEWORK_PATH=" +
+        urlEncode(toolBundlePath()) + "&TARNWHISTLE_API_KEY=k%2F&TARNWHISTLE_RUN_VERSION=149";
+    EXPECT_EQ(handOffURL(handOff, settings), url);
+    settings["XCODE_VERSION_ACTUAL"] = "05/11 b";
+    settings["FRAMEWORK_SEARCH_PATHS"] = R"("/a b" /c)";
+    EXPECT_EQ(handOffURL(handOff, settings),
+              url + "&XCODE_VERSION_ACTUAL=05/11 b&FRAMEWORK_SEARCH_PATHS=%22%2Fa%20b%22%20%2Fc");
+}
+
+TEST(CacheDirectory, IsOneFolderForEachEndpoint) {
+    const support::TemporaryFolder folder;
+    ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path("caches").c_str(), 1), 0);
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "d41d8cd98f00b204e9800998ecf8427e"},
+        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+        {std::string("abc\0def", 7), "900150983cd24fb0d6963f7d28e17f72"},
+        {std::string(1 << 20, 'a'), "7202826a7791073fe2787f0c94603278"}};
+    for (const auto& [endpoint, digest] : cases) {
+        EXPECT_EQ(cacheDirectory(endpoint), folder.path("caches/com.tarnwhistle.mac/" + digest + "/builds"));
+        EXPECT_TRUE(fileExists(cacheDirectory(endpoint)));
+    }
+    EXPECT_NE(cacheDirectory("https://a"), cacheDirectory("https://a/"));
+    EXPECT_FALSE(cacheBuildItems());
+}
+
+TEST(CacheDSYMs, CopiesWhatIsNamedSoAndNothingElse) {
+    const support::TemporaryFolder folder;
+    for (const char* file : {"p/A.app.dSYM/Contents/x", "p/B.dSYM", "p/C.dsym", "p/D.DSYM", "p/E.dSYM.zip",
+                             "p/.dSYM", "p/dSYM", "p/deeper/F.dSYM/x"})
+        folder.write(file, file);
+    EXPECT_THAT(cacheDSYMsAtPath(folder.path("p"), folder.makeFolder("to")),
+                testing::UnorderedElementsAre(folder.path("to/A.app.dSYM"), folder.path("to/B.dSYM")));
+    EXPECT_TRUE(fileExists(folder.path("to/A.app.dSYM/Contents/x")));
+    EXPECT_THAT(cacheDSYMsAtPath(folder.makeFolder("empty"), folder.path("to")), testing::IsEmpty());
+    EXPECT_EXIT(cacheDSYMsAtPath(folder.path("gone"), folder.path("to")), testing::ExitedWithCode(1),
+                "\\] Unable to get contents of path " + folder.path("gone") +
+                    " \nError Domain=NSPOSIXErrorDomain");
 }
 
 } // namespace

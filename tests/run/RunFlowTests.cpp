@@ -79,10 +79,11 @@ TEST(FailedCheck, EndsTheRunWithItsTitleAndReason) {
 
 TEST(FailedCheck, RefusesAnyInfoPlistWithoutAnIdentifier) {
     const SampleBuild build;
-    const std::string expected = versionLine + record("Required Info.plist Value Not Found\n\nA CFBundleIdentifier "
-                                                      "value in your Info.plist is required. Please confirm this "
-                                                      "value is present in " +
-                                                      build.infoPlistPath() + " \n\n");
+    const std::string expected =
+        versionLine + record("Required Info.plist Value Not Found\n\nA CFBundleIdentifier "
+                             "value in your Info.plist is required. Please confirm this "
+                             "value is present in " +
+                             build.infoPlistPath() + " \n\n");
     const std::string start = "<plist version=\"1.0\">", key = start + "<dict><key>CFBundleIdentifier</key>";
     for (const std::string& bytes :
          {start + "<dict><key>CFBundleName</key><string>x</string></dict></plist>",
@@ -101,8 +102,9 @@ TEST(PassedChecks, TakeLinksOnEitherSideAndABinaryInfoPlist) {
     const std::string folder = build.workingDirectory, link = build.folder().path("link");
     fs::create_symlink(folder, link);
     const std::string plist = "'" + build.infoPlistPath() + "'";
-    EXPECT_EQ(std::system(("plistutil -f bin -i " + plist + " -o " + plist + ".bin && mv " + plist + ".bin " + plist)
-                              .c_str()),
+    EXPECT_EQ(std::system(
+                  ("plistutil -f bin -i " + plist + " -o " + plist + ".bin && mv " + plist + ".bin " + plist)
+                      .c_str()),
               0);
     fs::remove_all(build.dSYMPath());
     std::ofstream(build.dSYMPath()) << "only its presence is checked";
@@ -157,7 +159,8 @@ TEST(Road, IsChosenByTheProcessesAboveTheRun) {
     const auto xcode = [](int found) {
         return record("Run script build phase called from Xcode Bots 0") +
                record("Run script build phase called from Xcode.app " + std::to_string(found)) +
-               (found ? record("Sending data to Orvane.app") + "\n\nOrvane: This app relies on Orvane." : unanswered);
+               (found ? record("Sending data to Orvane.app") + "\n\nOrvane: This app relies on Orvane."
+                      : unanswered);
     };
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{}, xcode(0)},
@@ -199,8 +202,9 @@ TEST(Console, KeepsEveryRecordOfManyRunsWhole) {
 
     std::string log = support::messages(std::string(platform::readFile(launch.standardErrorPath)->bytes()));
     for (const std::string& whole :
-         {std::string(versionLine), record("Failed to Detect Build Environment\n\nINFOPLIST_PATH value not found in "
-                                           "environment")}) {
+         {std::string(versionLine),
+          record("Failed to Detect Build Environment\n\nINFOPLIST_PATH value not found in "
+                 "environment")}) {
         int count = 0;
         for (std::size_t at; (at = log.find(whole)) != std::string::npos; ++count)
             log.erase(at, whole.size());
@@ -210,8 +214,9 @@ TEST(Console, KeepsEveryRecordOfManyRunsWhole) {
 }
 
 TEST(Console, OutlivesAClosedOrFullStandardError) {
-    for (const char* redirected : {"\"$@\" 2>&-; echo $?", "\"$@\" 2>/dev/full; echo $?",
-                                   "\"$@\" >&- 2>&- <&-; echo $?", "\"$@\" 2>&1 | exit 0; echo ${PIPESTATUS[0]}"}) {
+    for (const char* redirected :
+         {"\"$@\" 2>&-; echo $?", "\"$@\" 2>/dev/full; echo $?", "\"$@\" >&- 2>&- <&-; echo $?",
+          "\"$@\" 2>&1 | exit 0; echo ${PIPESTATUS[0]}"}) {
         const SampleBuild build;
         support::Launch launch = build.launch();
         launch.arguments.insert(launch.arguments.begin(), {"/bin/bash", "-c", redirected, "sh"});

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "support/SampleBuild.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace orvane {
+
+inline constexpr const char* versionLine = "Orvane.framework/run 1.3.17\n";
+
+/// How a run begins that has passed every check and takes the direct road, where nobody answers it.
+inline constexpr const char* unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";
+
+/// A record of the tool's own as the log shows it, without its header.
+inline std::string record(const std::string& message) {
+    return "\n\nOrvane: " + message + "\n";
+}
+
+/// What a run prints that must end with `status`.
+inline std::string printed(const support::Launch& launch, int status) {
+    const support::Ending ending = support::run(launch);
+    EXPECT_EQ(ending.status, status) << ending.standardError;
+    EXPECT_EQ(ending.standardOutput, "");
+    return support::messages(ending.standardError);
+}
+inline std::string printed(const support::SampleBuild& build, int status) {
+    return printed(build.launch(), status);
+}
+
+} // namespace orvane
