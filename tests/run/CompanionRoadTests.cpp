@@ -4,7 +4,6 @@
 #include "platform/PropertyList.h"
 #include "platform/URL.h"
 #include "run/HandOff.h"
-#include "run/ToolBundle.h"
 #include "support/ReportPipe.h"
 
 #include <signal.h>
@@ -46,11 +45,11 @@ protected:
     CompanionRoad() { install(Kind()); }
 
     void install(const Kind& kind) {
-        const support::Launch launch = {
-            .arguments = {ORVANE_REGISTER_COMPANION, desktop, kind.program, kind.version, kind.lingerSeconds},
-            .environment = {"PATH=/usr/bin:/bin"},
-            .workingDirectory = {},
-            .standardErrorPath = {}};
+        const support::Launch launch = {.arguments = {ORVANE_SAMPLE "/register-companion", desktop,
+                                                      kind.program, kind.version, kind.lingerSeconds},
+                                        .environment = {"PATH=/usr/bin:/bin"},
+                                        .workingDirectory = {},
+                                        .standardErrorPath = {}};
         EXPECT_EQ(run(launch).status, 0);
         build.environment["XDG_DATA_HOME"] = desktop;
     }
@@ -82,7 +81,7 @@ protected:
 TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
     build.folder().write("Build/Products/Release-iphoneos/Ext.appex.dSYM/Contents/x", "");
     build.environment["ODD"] = "a\x01\xff\r\n<&>";
-    build.environment["PROVISIONING_PROFILE"] = "profile";
+    build.environment.merge(xcodeEnvironment(build.folder().path(), "archive"));
     EXPECT_EQ(printed(build, 0), versionLine);
 
     ASSERT_EQ(buildFolders().size(), 1u);
@@ -108,11 +107,12 @@ TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
                                       {"PROJECT_FILE_PATH", build.environment["PROJECT_FILE_PATH"]},
                                       {"CONFIGURATION", "Release"},
                                       {"XCODE_VERSION_ACTUAL", "0511"},
+                                      {"CODE_SIGN_IDENTITY", "iPhone Developer"},
                                       {"SDKROOT", "/Xcode/iPhoneOS.sdk"},
                                       {"TARNWHISTLE_FRAMEWORK_PATH", framework},
                                       {"TARNWHISTLE_API_KEY", std::string(40, 'k')},
                                       {"TARNWHISTLE_RUN_VERSION", "149"},
-                                      {"PROVISIONING_PROFILE", "profile"},
+                                      {"PROVISIONING_PROFILE", "01234567-89ab-cdef-0123-456789abcdef"},
                                       {"CFBundleShortVersionString", "1.2"},
                                       {"CFBundleVersion", "17"},
                                       {"CFBundleDisplayName", "Sample"},
@@ -120,10 +120,23 @@ TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
 }
 
 TEST_F(CompanionRoad, PacksTheSettingsForACompanionThatIsTooOld) {
+    build.environment["SDKROOT"] = "&/ \u00e9";
+    build.environment.erase("CONFIGURATION");
+    std::string url = "Opened: tarnwhistle://xcode?", ending = "&XCODE_VERSION_ACTUAL=05/11\n";
+    for (const char* name : {"BUILT_PRODUCTS_DIR", "PRODUCT_NAME", "WRAPPER_NAME", "DWARF_DSYM_FOLDER_PATH",
+                             "DWARF_DSYM_FILE_NAME", "PLATFORM_NAME", "PROJECT_FILE_PATH", "INFOPLIST_PATH"})
+        url += std::string(name) + "=" + urlEncode(build.environment.at(name)) + "&";
+    url += "CONFIGURATION=&SDKROOT=%26%2F%20%C3%A9&TARNWHISTLE_FRAMEWORK_PATH=" +
+           urlEncode(std::filesystem::path(build.tool).parent_path().string()) +
+           "&TARNWHISTLE_API_KEY=" + std::string(40, 'k') + "&TARNWHISTLE_RUN_VERSION=149";
+    build.environment["XCODE_VERSION_ACTUAL"] = "05/11";
     for (const char* version : {"202", "new"}) {
         install({.version = version});
         EXPECT_EQ(printed(build, 0), versionLine);
-        EXPECT_THAT(reports.next(), HasSubstr("Legacy form, dSYM: Sample App.app.dSYM\n"));
+        EXPECT_THAT(reports.next(), testing::StartsWith(url + ending));
+        build.environment.erase("XCODE_VERSION_ACTUAL");
+        build.environment["FRAMEWORK_SEARCH_PATHS"] = R"("/a b" /c)";
+        ending = "&FRAMEWORK_SEARCH_PATHS=%22%2Fa%20b%22%20%2Fc\n";
     }
     EXPECT_TRUE(fileExists(buildFolders().front() + "/Sample App.app.dSYM"));
     EXPECT_FALSE(fileExists(buildFolders().front() + "/Build.plist"));
@@ -244,30 +257,6 @@ TEST(URLEncode, LeavesOnlyUnreservedCharacters) {
         {"\u00e9\xff", "%C3%A9%FF"}};
     for (const auto& [text, encoded] : cases)
         EXPECT_EQ(urlEncode(text), encoded);
-}
-
-TEST(HandOffURL, PacksTheSettingsInTheLegacyForm) {
-    const HandOff handOff{
-        .buildPlistPath = {}, .apiKey = "k/", .apiEndpoint = "", .bundleIdentifier = {}, .legacy = true};
-    BuildSettings settings = {{"BUILT_PRODUCTS_DIR", "/b p"},
-                              {"PRODUCT_NAME", "P"},
-                              {"WRAPPER_NAME", "P.app"},
-                              {"DWARF_DSYM_FOLDER_PATH", "/d"},
-                              {"DWARF_DSYM_FILE_NAME", "P.app.dSYM"},
-                              {"PLATFORM_NAME", "iphoneos"},
-                              {"INFOPLIST_PATH", "i"},
-                              {"CONFIGURATION", "Debug"},
-                              {"SDKROOT", "&"}};
-    const std::string url =
-        "tarnwhistle://xcode?BUILT_PRODUCTS_DIR=%2Fb%20p&PRODUCT_NAME=P&WRAPPER_NAME=P.app"
-        "&DWARF_DSYM_FOLDER_PATH=%2Fd&DWARF_DSYM_FILE_NAME=P.app.dSYM&PLATFORM_NAME=iphoneos&PROJECT_FILE_PATH="
-        "&INFOPLIST_PATH=i&CONFIGURATION=Debug&SDKROOT=%26&TARNWHISTLE_FRAMEWORK_PATH=" +
-        urlEncode(toolBundlePath()) + "&TARNWHISTLE_API_KEY=k%2F&TARNWHISTLE_RUN_VERSION=149";
-    EXPECT_EQ(handOffURL(handOff, settings), url);
-    settings["XCODE_VERSION_ACTUAL"] = "05/11 b";
-    settings["FRAMEWORK_SEARCH_PATHS"] = R"("/a b" /c)";
-    EXPECT_EQ(handOffURL(handOff, settings),
-              url + "&XCODE_VERSION_ACTUAL=05/11 b&FRAMEWORK_SEARCH_PATHS=%22%2Fa%20b%22%20%2Fc");
 }
 
 TEST(CacheDirectory, IsOneFolderForEachEndpoint) {

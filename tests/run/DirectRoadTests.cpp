@@ -1,8 +1,11 @@
 #include "Printed.h"
 #include "fuzz/MachOImage.h"
+#include "run/DeploymentTarget.h"
+#include "run/ServiceCalls.h"
 #include "support/Certificate.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
+#include "support/Shell.h"
 
 #include <filesystem>
 #include <memory>
@@ -301,6 +304,54 @@ TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductAllSucceed) {
         names.insert(partsOf(upload).back().filename);
     EXPECT_EQ(names.size(), 20u);
     EXPECT_TRUE(archivesLeft().empty());
+}
+
+TEST_F(DirectRoad, TakesEachKindOfXcodeBuild) {
+    const std::string folder = build.folder().makeFolder("app folder");
+    support::outputOf(ORVANE_SAMPLE "/make-app '" + folder + "'");
+    build.workingDirectory = folder + "/Sample Project";
+    for (const char* kind : {"device", "simulator", "archive", "pod"}) {
+        build.environment = xcodeEnvironment(folder, kind);
+        const Service service(build, {201}, {201});
+        const std::string text = printed(build, kind == std::string("pod") ? 1 : 0);
+        if (service.uploads().empty())
+            EXPECT_EQ(text, versionLine +
+                                record("Failed to Detect Build Environment\n\nINFOPLIST_PATH value not found "
+                                       "in environment"))
+                << kind;
+        else
+            EXPECT_THAT(text, HasSubstr(" Slice:arm64\n")) << kind;
+    }
+}
+
+TEST(DeploymentTarget, KnowsWhatTheServiceSupports) {
+    const std::tuple<macho::TWLMachOVersion, const char*, bool, bool> cases[] = {
+        {{4, 3, 0}, "9.0", true, true},        {{5, 0, 0}, "4.3", false, true},
+        {{0xFFFFFFFF, 0, 0}, "", false, true}, {{0, 9, 9}, "", true, true},
+        {{0, 0, 0}, "4.3", true, true},        {{0, 0, 0}, "5.0", false, true},
+        {{0, 0, 0}, " +6", false, true},       {{0, 0, 0}, "-7", true, true},
+        {{0, 0, 0}, "x9", true, true},         {{10, 6, 8}, "", false, true},
+        {{10, 7, 0}, "", false, false},        {{10, 9, 0}, "", false, false},
+        {{9, 9, 0}, "", false, true},          {{11, 0, 0}, "", false, true},
+        {{11, 7, 0}, "", false, false}};
+    for (const auto& [version, target, iOS, OSX] : cases) {
+        EXPECT_EQ(iOSDeploymentTargetIsUnsupported(version, {{"IPHONEOS_DEPLOYMENT_TARGET", target}}), iOS)
+            << version.major << ' ' << target;
+        EXPECT_EQ(OSXDeploymentTargetIsUnsupported(version), OSX) << version.major << '.' << version.minor;
+    }
+    EXPECT_TRUE(iOSDeploymentTargetIsUnsupported({}, {}));
+}
+
+TEST(Platform, IsComparedWholeAndWithoutCase) {
+    const std::pair<const char*, const char*> names[] = {{"MacOSX", "mac"},
+                                                         {"iphoneos", "ios"},
+                                                         {"IPHONESIMULATOR", "ios"},
+                                                         {"iphoneos1", "unknown"},
+                                                         {"watchos", "unknown"}};
+    for (const auto& [name, word] : names)
+        EXPECT_EQ(getAppPlatform({{"PLATFORM_NAME", name}}), word) << name;
+    EXPECT_EXIT(getAppPlatform({{"PLATFORM_NAME", ""}}), testing::ExitedWithCode(1),
+                "Orvane: Failure determining project platform\\.\n");
 }
 
 } // namespace

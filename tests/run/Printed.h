@@ -1,9 +1,12 @@
 #pragma once
 
 #include "support/SampleBuild.h"
+#include "support/Shell.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <sstream>
 
 namespace orvane {
 
@@ -26,6 +29,18 @@ inline std::string printed(const support::Launch& launch, int status) {
 }
 inline std::string printed(const support::SampleBuild& build, int status) {
     return printed(build.launch(), status);
+}
+
+/// The whole environment of a run-script phase for the sample app in `folder` (sample/xcode-environment).
+inline std::map<std::string, std::string> xcodeEnvironment(const std::string& folder,
+                                                           const std::string& kind) {
+    std::istringstream entries(
+        support::outputOf(ORVANE_SAMPLE "/xcode-environment '" + folder + "' " + kind));
+    std::map<std::string, std::string> environment;
+    for (std::string entry; std::getline(entries, entry, '\0');) // of two of a name the first counts
+        environment.emplace(entry.substr(0, entry.find('=')), entry.substr(entry.find('=') + 1));
+    EXPECT_GT(environment.size(), 300u);
+    return environment;
 }
 
 } // namespace orvane

@@ -1,5 +1,8 @@
 #include "Printed.h"
 #include "platform/Files.h"
+#include "platform/ProcessTable.h"
+#include "run/FrameworkProbes.h"
+#include "run/HostDetection.h"
 
 #include <filesystem>
 #include <fstream>
@@ -222,6 +225,37 @@ TEST(Console, OutlivesAClosedOrFullStandardError) {
         launch.arguments.insert(launch.arguments.begin(), {"/bin/bash", "-c", redirected, "sh"});
         EXPECT_EQ(run(launch).standardOutput, "1\n") << redirected;
     }
+}
+
+TEST(HostDetection, WalksToTheFirstProcessAndAsksAgainWhileTheTableFails) {
+    const std::map<std::uint32_t, platform::ProcessRecord> table = {{70, {70, 60, "run"}},
+                                                                    {60, {60, 50, "xcodebuild"}},
+                                                                    {50, {50, 1, "Xcode"}},
+                                                                    {1, {1, 0, "launchd"}},
+                                                                    {9, {9, 8, "run"}}};
+    int failures = 3;
+    const ProcessLookup lookup = [&](std::uint32_t identifier) -> std::optional<platform::ProcessRecord> {
+        if (identifier == 50 && failures-- > 0)
+            return std::nullopt;
+        const auto found = table.find(identifier);
+        return found == table.end() ? platform::ProcessRecord() : found->second;
+    };
+    for (const char* name : {"run", "xcodebuild", "Xcode", "launchd"})
+        EXPECT_TRUE(isProcessNameInHierarchy(name, 70, lookup)) << name;
+    for (const char* name : {"xcode", "Xcod", "Xcode2"})
+        EXPECT_FALSE(isProcessNameInHierarchy(name, 70, lookup)) << name;
+    EXPECT_FALSE(isProcessNameInHierarchy("Xcode", 9, lookup)) << "a parent that has gone ends the walk";
+}
+
+TEST(ProcessTable, HasNoRecordForProcessesThatAreNotThere) {
+    for (const std::uint32_t identifier : {0u, 4'194'305u, 4'294'967'295u})
+        EXPECT_EQ(platform::processRecord(identifier).value().identifier, 0u);
+    EXPECT_EQ(platform::processRecord(platform::ownProcessIdentifier())->commandName, "run_tests");
+}
+
+TEST(SearchPaths, AreSplitAtEachBlankWithoutQuotes) {
+    EXPECT_THAT(searchPathsToArray("\"/a b\"  /c\" "), testing::ElementsAre("/a", "b", "", "/c", ""));
+    EXPECT_THAT(searchPathsToArray(""), testing::ElementsAre(""));
 }
 
 } // namespace
