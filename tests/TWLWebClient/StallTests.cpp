@@ -181,7 +181,7 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
                             HasSubstr(std::string("no progress for 15 seconds while ") + one.phase));
                 EXPECT_THAT(reasonOf(response), HasSubstr(URL::parse(one.url)->host()));
                 EXPECT_GE(flight->time, std::chrono::milliseconds(14'900));
-                EXPECT_LE(flight->time, std::chrono::milliseconds(16'500));
+                EXPECT_LE(flight->time, std::chrono::seconds(18));
             } else {
                 EXPECT_EQ(response.error(), std::nullopt) << response.description();
             }
