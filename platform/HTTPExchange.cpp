@@ -23,11 +23,11 @@ namespace platform {
 namespace {
 
 // Large, so that a long body costs few turns of the transfer loop.
-constexpr long uploadBufferSize = 128 * 1024;
-constexpr long receiveBufferSize = 128 * 1024;
+constexpr long uploadBufferSize = 128L * 1024;
+constexpr long receiveBufferSize = 128L * 1024;
 
 // All heads of one answer, interim ones and trailers included.
-constexpr std::size_t headLimit = 256 * 1024;
+constexpr std::size_t headLimit = std::size_t(256) * 1024;
 
 constexpr std::string_view blanks = " \t";
 
@@ -488,7 +488,7 @@ bool HTTPExchange::isLongerThanAnnounced() const {
            announced >= 0 && _bodyBytes > announced;
 }
 
-void HTTPExchange::failInCallback(std::string reason, URLErrorCode code) {
+void HTTPExchange::failInCallback(const std::string& reason, URLErrorCode code) {
     if (!_callbackError)
         _callbackError = urlError(code, format("The exchange with %@ was ended: %@.", _host, reason));
 }

@@ -77,7 +77,7 @@ private:
     bool finishHead();
     bool answerChallenge();
     bool isLongerThanAnnounced() const;
-    void failInCallback(std::string reason, URLErrorCode code);
+    void failInCallback(const std::string& reason, URLErrorCode code);
 
     const URLRequest& _request;
     HTTPExchangeListener& _listener;

@@ -60,7 +60,7 @@ std::optional<Error> drive(CURLM* multi, HTTPExchange& exchange) {
 /// The asynchronous exchanges, driven by the main run loop and only touched inside it.
 class Transport {
 public:
-    using Ended = std::function<void(std::optional<Error>)>;
+    using Ended = std::function<void(const std::optional<Error>&)>;
 
     static Transport& shared() {
         // Never destroyed: exchanges may be under way until the process has ended.
@@ -200,14 +200,14 @@ private:
         if (!exchange)
             return finish(exchange.error());
         _exchange = *std::move(exchange);
-        const auto ended = [self = shared_from_this()](std::optional<Error> error) {
-            self->finish(std::move(error));
+        const auto ended = [self = shared_from_this()](const std::optional<Error>& error) {
+            self->finish(error);
         };
         if (!Transport::shared().add(*_exchange, ended))
             finish(_exchange->outcome(CURLE_FAILED_INIT));
     }
 
-    void finish(std::optional<Error> error) {
+    void finish(const std::optional<Error>& error) {
         const std::shared_ptr<URLConnectionDelegate> delegate = _delegate;
         leave();
         if (_isSilent.exchange(true))

@@ -99,9 +99,9 @@ void TWLWebRequest::setFormData(const Value::Dictionary& dictionary) {
 }
 
 std::optional<platform::URL> TWLWebRequest::fullURL() const {
-    if (!_URL || !_parameters || _parameters->empty())
-        return _URL;
-    std::string text = _URL->absoluteString() + "?";
+    if (!_url || !_parameters || _parameters->empty())
+        return _url;
+    std::string text = _url->absoluteString() + "?";
     for (const auto& [key, value] : *_parameters)
         text += format("%@=%@&", platform::percentEscape(key), platform::percentEscape(value));
     text.pop_back();

@@ -34,8 +34,8 @@ public:
     void setPath(std::optional<std::string> path) { _path = std::move(path); }
 
     /// The absolute URL without the parameters; null until the caller or the client sets it.
-    const std::optional<platform::URL>& URL() const { return _URL; }
-    void setURL(std::optional<platform::URL> URL) { _URL = std::move(URL); }
+    const std::optional<platform::URL>& URL() const { return _url; }
+    void setURL(std::optional<platform::URL> URL) { _url = std::move(URL); }
 
     /// What the query string is made of, unescaped. Null or empty: no query string.
     const std::optional<Parameters>& parameters() const { return _parameters; }
@@ -89,7 +89,7 @@ public:
 private:
     std::string _method;
     std::optional<std::string> _path;
-    std::optional<platform::URL> _URL;
+    std::optional<platform::URL> _url;
     std::optional<Parameters> _parameters;
     platform::HTTPHeaders _customHeaders;
     std::optional<std::vector<FormRecord>> _formFields;
