@@ -25,7 +25,7 @@ protected:
     }
 
     std::string writeProgram(std::string_view name, const std::string& text, mode_t mode = 0755) const {
-        const std::string path = folder.write(name, text);
+        std::string path = folder.write(name, text);
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;
     }

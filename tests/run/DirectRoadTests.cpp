@@ -295,6 +295,7 @@ TEST_F(DirectRoad, WorksOverHTTPS) {
 TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductAllSucceed) {
     const Service service(build, {201}, {201});
     std::vector<support::ChildProcess> runs;
+    runs.reserve(20);
     for (int i = 0; i < 20; ++i)
         runs.emplace_back(build.launch());
     for (auto& run : runs)

@@ -94,7 +94,7 @@ TEST(FailedCheck, RefusesAnyInfoPlistWithoutAnIdentifier) {
           std::string("CFBundleIdentifier = com.example"), std::string(), key + "<string>com.exa",
           start + "<array></array></plist>",
           start + repeated("<array>", 100'000) + repeated("</array>", 100'000) + "</plist>",
-          std::string(100'000'000, ' ')}) {
+          repeated(std::string(1 << 20, ' '), 100)}) {
         std::ofstream(build.infoPlistPath()) << bytes;
         EXPECT_EQ(printed(build, 1), expected) << bytes.substr(0, 80);
     }
@@ -198,6 +198,7 @@ TEST(Console, KeepsEveryRecordOfManyRunsWhole) {
     support::Launch launch = build.launch();
     launch.standardErrorPath = build.folder().path("log");
     std::vector<support::ChildProcess> runs;
+    runs.reserve(runCount);
     for (int i = 0; i < runCount; ++i)
         runs.emplace_back(launch);
     for (auto& run : runs)
