@@ -77,8 +77,9 @@ Outcome createDirectories(const std::string& path) {
     for (std::size_t end = 0; end != path.size();) {
         end = std::min(path.find('/', end + 1), path.size());
         const std::string folder = path.substr(0, end);
-        if (mkdir(folder.c_str(), 0777) != 0 && !isDirectory(folder))
-            return posixError(errno == EEXIST ? ENOTDIR : errno, "create folder", folder);
+        const int error = mkdir(folder.c_str(), 0777) == 0 ? 0 : errno;
+        if (error != 0 && !isDirectory(folder))
+            return posixError(error == EEXIST ? ENOTDIR : error, "create folder", folder);
     }
     return path.empty() ? Outcome(posixError(ENOENT, "create folder", path)) : Outcome(success);
 }

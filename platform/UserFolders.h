@@ -5,7 +5,7 @@
 /// The user's own folders (XDG base directories). None of them is created.
 namespace platform {
 
-/// $HOME, or the user database's word when it is unset; "/" when neither knows.
+/// $HOME when it is absolute, else the user database's word; "/" when neither knows.
 std::string homeFolder();
 
 /// $XDG_CACHE_HOME when it is absolute, else ".cache" in the home folder.

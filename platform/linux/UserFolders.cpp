@@ -19,7 +19,7 @@ std::string folderFromEnvironment(const char* variable, std::string_view nameInH
 } // namespace
 
 std::string homeFolder() {
-    if (const char* home = std::getenv("HOME"); home && *home)
+    if (const char* home = std::getenv("HOME"); home && home[0] == '/')
         return home;
     passwd entry;
     passwd* found = nullptr;

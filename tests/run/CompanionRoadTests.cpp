@@ -45,8 +45,9 @@ protected:
     CompanionRoad() { install(Kind()); }
 
     void install(const Kind& kind) {
-        const support::Launch launch = {.arguments = {ORVANE_SAMPLE "/register-companion", desktop,
-                                                      kind.program, kind.version, kind.lingerSeconds},
+        const support::Launch launch = {.arguments = {std::string(ORVANE_SAMPLE) + "/register-companion",
+                                                      desktop, kind.program, kind.version,
+                                                      kind.lingerSeconds},
                                         .environment = {"PATH=/usr/bin:/bin"},
                                         .workingDirectory = {},
                                         .standardErrorPath = {}};
@@ -173,6 +174,8 @@ TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
                              "ERROR: unable to write directory for object store.\nError Domain=[^\n]*\n"
                              "Unable to create directory at path [^\n]*/builds/[0-9A-F-]{36} \n"
                              "Error Domain=[^\n]* Code=20 [^\n]*\n"));
+    build.environment["XDG_CACHE_HOME"] = "/sys/caches";
+    EXPECT_THAT(printed(build, 1), testing::Not(HasSubstr("No such file")));
 }
 
 TEST_F(CompanionRoad, TakesAnyEndpoint) {
@@ -208,6 +211,7 @@ TEST_F(CompanionRoad, OpensAnAppThatNeitherHoldsTheLogNorSharesTheRunsSignals) {
 TEST_F(CompanionRoad, KeepsManyRunsApart) {
     constexpr std::size_t runCount = 50;
     std::vector<support::ChildProcess> runs;
+    runs.reserve(runCount);
     for (std::size_t i = 0; i < runCount; ++i)
         runs.emplace_back(build.launch());
     std::set<std::string> opened;
