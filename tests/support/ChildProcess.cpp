@@ -7,8 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <utility>
-
 namespace support {
 namespace {
 
@@ -20,9 +18,9 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
     return result;
 }
 
-std::string contents(int file) {
-    std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
-    EXPECT_EQ(pread(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+std::string contents(const platform::FileDescriptor& file) {
+    std::string text(static_cast<std::size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     return text;
 }
 
@@ -36,27 +34,24 @@ ChildProcess::ChildProcess(const Launch& launch)
     if (_identifier != 0)
         return;
     const int error = launch.standardErrorPath.empty()
-                          ? _error
+                          ? _error.get()
                           : open(launch.standardErrorPath.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0666);
     setpgid(0, 0);
-    if (dup2(_output, STDOUT_FILENO) < 0 || dup2(error, STDERR_FILENO) < 0 ||
-        (!launch.workingDirectory.empty() && chdir(launch.workingDirectory.c_str()) != 0))
-        _exit(127);
-    execve(arguments[0], arguments.data(), environment.data());
+    if (dup2(_output.get(), STDOUT_FILENO) >= 0 && dup2(error, STDERR_FILENO) >= 0 &&
+        (launch.workingDirectory.empty() || chdir(launch.workingDirectory.c_str()) == 0))
+        execve(arguments[0], arguments.data(), environment.data());
     _exit(127);
 }
 
 ChildProcess::ChildProcess(ChildProcess&& other) noexcept
-    : _identifier(std::exchange(other._identifier, -1)), _output(std::exchange(other._output, -1)),
-      _error(std::exchange(other._error, -1)) {}
+    : _identifier(std::exchange(other._identifier, -1)), _output(std::move(other._output)),
+      _error(std::move(other._error)) {}
 
 ChildProcess::~ChildProcess() {
     if (_identifier > 0) {
         kill(SIGKILL);
         wait();
     }
-    close(_output);
-    close(_error);
 }
 
 void ChildProcess::kill(int signal) const {
@@ -65,13 +60,27 @@ void ChildProcess::kill(int signal) const {
 
 Ending ChildProcess::wait() {
     int status = 0;
-    EXPECT_EQ(waitpid(std::exchange(_identifier, -1), &status, 0) > 0, true);
+    EXPECT_GT(waitpid(std::exchange(_identifier, -1), &status, 0), 0);
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return {code, contents(_output), contents(_error)};
 }
 
 Ending run(const Launch& launch) {
     return ChildProcess(launch).wait();
+}
+
+Ending runShell(const std::string& command) {
+    Launch launch;
+    launch.arguments = {"/bin/sh", "-c", command};
+    for (char** variable = environ; *variable; ++variable)
+        launch.environment.emplace_back(*variable);
+    return run(launch);
+}
+
+std::string outputOf(const std::string& command) {
+    const Ending ending = runShell(command);
+    EXPECT_EQ(ending.status, 0) << command << "\n" << ending.standardError;
+    return ending.standardOutput;
 }
 
 } // namespace support

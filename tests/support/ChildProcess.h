@@ -1,8 +1,9 @@
 #pragma once
 
+#include "platform/FileDescriptor.h"
+
 #include <sys/types.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -28,9 +29,9 @@ struct Ending {
 class ChildProcess {
 public:
     explicit ChildProcess(const Launch& launch);
+    /// Kills a child that nobody has waited for.
     ~ChildProcess();
     ChildProcess(ChildProcess&& other) noexcept;
-    ChildProcess& operator=(ChildProcess&&) = delete;
 
     pid_t identifier() const { return _identifier; }
     void kill(int signal) const;
@@ -38,11 +39,17 @@ public:
 
 private:
     pid_t _identifier = -1;
-    int _output = -1;
-    int _error = -1;
+    platform::FileDescriptor _output;
+    platform::FileDescriptor _error;
 };
 
 /// Starts a program and waits for its end.
 Ending run(const Launch& launch);
+
+/// The same for a shell command, in the environment of the test.
+Ending runShell(const std::string& command);
+
+/// The standard output of a shell command that is expected to end well.
+std::string outputOf(const std::string& command);
 
 } // namespace support

@@ -1,0 +1,121 @@
+#include "Categories/MD5.h"
+#include "Categories/NSTask+Convenience.h"
+#include "platform/Task.h"
+#include "support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
+
+namespace {
+
+using namespace std::string_literals;
+using platform::Data;
+
+TEST(MD5, OfDataCountsEveryByteAndOfTextEndsAtTheFirstZero) {
+    EXPECT_EQ(MD5("message digest\0 and more"s), "f96b697d7cb7938d525a2f31aaf161d0"); // RFC 1321, A.5
+    EXPECT_EQ(MD5("\0"s), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(MD5(Data("\0"s)), "93b885adfe0da089cdf634904fd59f71");
+}
+
+/// "status|standard output|standard error", once for each call of the completion.
+std::string run(const std::string& path, const std::optional<NSTask::Arguments>& arguments,
+                const std::optional<std::string>& workingDirectory = {},
+                const std::optional<NSTask::Environment>& environment = {}) {
+    std::ostringstream outcome;
+    NSTask::launchWithPath(path, workingDirectory, arguments, environment,
+                           [&](const Data& err, const Data& out, std::int32_t status) {
+                               outcome << status << "|" << out.bytes() << "|" << err.bytes();
+                           });
+    return outcome.str();
+}
+
+std::string runScript(const std::string& script) {
+    return run("/bin/sh", NSTask::Arguments{"-c", script});
+}
+
+TEST(NSTask, HandsOverStatusAndOutputOfWhatItWasGiven) {
+    const support::TemporaryFolder folder;
+    EXPECT_EQ(runScript("printf a; printf b >&2; printf $PATH; exit 255"), "255|a"s + getenv("PATH") + "|b");
+    EXPECT_EQ(runScript("kill -KILL $$"), "137||");
+    EXPECT_EQ(run("/bin/echo", std::nullopt), "0|\n|");
+    EXPECT_EQ(run("/bin/echo", {{"", "$HOME", "a  b", "*\n"}}), "0| $HOME a  b *\n\n|");
+    EXPECT_EQ(run("/usr/bin/env", {}, {}, {{{"B", "2=2"}, {"A", ""}}}), "0|A=\nB=2=2\n|");
+    EXPECT_EQ(run("/usr/bin/env", {}, {}, NSTask::Environment()), "0||");
+    EXPECT_EQ(run(std::filesystem::relative("/bin/pwd"), {}, folder.path()), "0|" + folder.path() + "\n|");
+    // 124 is timeout's status for a command that it had to end: cat saw neither bytes nor an end.
+    EXPECT_EQ(run("/usr/bin/timeout", {{"0.2", "/bin/cat"}}), "124||");
+}
+
+TEST(NSTask, WrappersReturnOneThing) {
+    const NSTask::Arguments both = {"-c", "printf 'd\\303\\251'; printf 'b\\351' >&2; exit 3"};
+    EXPECT_EQ(NSTask::stdoutWithLaunchPath("/bin/sh", both), "d\xC3\xA9");
+    EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", both), std::nullopt) << "no UTF-8";
+    EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", {"-c", "echo b >&2"}), "b\n");
+    EXPECT_FALSE(NSTask::runTaskWithLaunchPath("/bin/sh", both));
+    const support::TemporaryFolder folder;
+    EXPECT_TRUE(
+        NSTask::runTaskWithLaunchPath("/bin/sh", folder.path(), {"-c", "test $PWD = " + folder.path()}));
+}
+
+TEST(NSTask, ThrowsWithPathAndReasonWhenNothingCanBeStartedAndLeavesNothingOpen) {
+    const support::TemporaryFolder folder;
+    const std::string plain = folder.write("plain", "#!/bin/sh\n"), gone = folder.path("gone");
+    const std::tuple<std::string, std::optional<std::string>, NSTask::Arguments, std::string> cases[] = {
+        {gone, {}, {}, "No such file or directory"},
+        {plain, {}, {}, "Permission denied"},
+        {"/bin/sh", plain, {}, "its working directory " + plain + " cannot be entered: Not a directory"},
+        {"/bin/sh", {}, {"a\0b"s}, "a path, an argument or an environment variable holds a zero byte"},
+        {"/bin/sh", {}, {std::string(1 << 20, 'x')}, "Argument list too long"}};
+    const int lowestFree = dup(0);
+    close(lowestFree);
+    for (const auto& [path, workingDirectory, arguments, reason] : cases)
+        try {
+            ADD_FAILURE() << run(path, arguments, workingDirectory) << reason;
+        } catch (const platform::LaunchError& error) {
+            EXPECT_EQ(error.what(), "Cannot launch " + path + ": " + reason);
+        }
+    EXPECT_THROW(run("/bin/true", {}, {}, {{{"A=B", "C"}}}), platform::LaunchError);
+    EXPECT_THROW(NSTask::launchWithPath("/bin/true", {}, {}, [](auto&&...) { throw 1; }), int);
+    EXPECT_EQ(dup(0), lowestFree);
+}
+
+TEST(NSTask, GivesTheChildCleanSignalsAndOnlyThreeDescriptors) {
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, 50);
+            for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+                close(stream);
+            for (int number = 1; number < NSIG; ++number)
+                signal(number, number == SIGPIPE || number == SIGCHLD ? SIG_IGN : SIG_DFL);
+            sigset_t all;
+            sigfillset(&all);
+            sigprocmask(SIG_BLOCK, &all, nullptr);
+            // The last seven digits: higher signals are the C library's own.
+            const std::string outcome =
+                runScript("grep -E '^Sig(Blk|Ign)' /proc/self/status | grep -o '.......$';"
+                          "ls /proc/$$/fd | tr '\\n' ' '; exit 7");
+            _exit(outcome == "7|0000000\n0000000\n0 1 2 |" ? 42 : 1);
+        },
+        testing::ExitedWithCode(42), "");
+}
+
+TEST(NSTask, AbortsWhenNoPipeCanBeMade) {
+    const auto runWithoutDescriptors = [] {
+        const rlimit four = {4, 4};
+        setrlimit(RLIMIT_NOFILE, &four);
+        run("/bin/true", {});
+    };
+    EXPECT_DEATH(
+        runWithoutDescriptors(),
+        testing::HasSubstr(
+            "Assertion failed: (stdoutPipe && stdinPipe && stderrPipe), function +[NSTask(Convenience) "
+            "launchWithPath:workingDirectory:arguments:environment:completion:], file "
+            "apple/shared/Categories/NSTask+Convenience."));
+}
+
+} // namespace
