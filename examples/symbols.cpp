@@ -6,8 +6,6 @@
 #include <iostream>
 #include <set>
 
-using Fields = std::vector<std::pair<const char*, std::optional<std::string>>>;
-
 static std::string quoted(const std::optional<std::string>& text) {
     constexpr std::string_view special = "\"\\\n\t\r", letters = "\"\\ntr";
     std::string json;
@@ -18,7 +16,7 @@ static std::string quoted(const std::optional<std::string>& text) {
     return text ? '"' + json + '"' : "null";
 }
 
-static void print(bool json, const Fields& fields) {
+static void print(bool json, const std::vector<std::pair<const char*, std::optional<std::string>>>& fields) {
     for (const auto& [name, value] : fields)
         std::cout << (json ? quoted(name) : name) << ": " << (json ? quoted(value) : value.value_or("none"))
                   << (json ? ",\n" : "\n");
@@ -39,8 +37,8 @@ static void print(bool json, const TWLMachOSlice& slice) {
 /// The slices' architectures with their UUIDs; nothing when the path cannot be read.
 static std::set<std::string> show(const std::string& path, bool json, const char* separator) {
     const auto dSYM = TWLdSYM::initWithURL(platform::URL::fileURLWithPath(path));
-    const auto executable = dSYM ? dSYM->executablePath().value_or(path) : path;
-    const auto file = TWLMachOBinary::MachOBinaryWithPath(executable);
+    const auto file =
+        TWLMachOBinary::MachOBinaryWithPath(dSYM ? dSYM->executablePath().value_or(path) : path);
     const auto slices = file ? file->slices() : std::vector<std::shared_ptr<TWLMachOSlice>>();
     if (slices.empty() || (slices.size() == 1 && slices[0]->architectureName() == "unknown")) {
         std::cerr << path << " cannot be read: it is no Mach-O file and no dSYM bundle that holds one.\n";
@@ -66,13 +64,15 @@ int main(int argc, char** argv) {
     std::vector<std::string> paths(argv + 1, argv + argc);
     const bool json = std::erase(paths, "--json") > 0;
     std::vector<std::set<std::string>> shown;
-    if (paths.empty())
-        std::cerr << "usage: symbols [--json] PATH...\n";
+    std::cerr << (paths.empty() ? "usage: symbols [--json] PATH...\n" : "");
     for (const std::string& path : paths)
         if (const auto uuids = show(path, json, shown.empty() ? "[{" : ", {"); !uuids.empty())
             shown.push_back(uuids);
     std::cout << (!json ? "" : shown.empty() ? "[]\n" : "]\n");
-    if (paths.size() == 2 && shown.size() == 2)
-        (json ? std::cerr : std::cout) << (shown[0] == shown[1] ? "UUIDs match.\n" : "UUIDs do not match.\n");
+    if (paths.size() == 2 && shown.size() == 2) {
+        shown[0].merge(shown[1]); // leaves in the second what both hold
+        const char* rest = shown[1].empty() ? "UUIDs do not match.\n" : "Only some UUIDs match.\n";
+        (json ? std::cerr : std::cout) << (shown[0].size() == shown[1].size() ? "UUIDs match.\n" : rest);
+    }
     return paths.empty() || shown.size() < paths.size();
 }

@@ -90,6 +90,17 @@ std::string universalHeader(const std::vector<UniversalEntry>& entries) {
     return bytes;
 }
 
+std::string universalFile(const std::vector<MachOImage>& images) {
+    std::vector<UniversalEntry> entries;
+    std::string contents;
+    for (const MachOImage& image : images) {
+        const std::size_t offset = 8 + 20 * images.size() + contents.size();
+        entries.push_back({image._cputype, image._cpusubtype, static_cast<std::uint32_t>(offset)});
+        contents += image.bytes();
+    }
+    return universalHeader(entries) + contents;
+}
+
 std::vector<std::string> sampleMachOFiles() {
     const std::string executable = MachOImage(0x0100000c, 0)
                                        .segment("__TEXT", {{"__unwind_info", 40}, {"__eh_frame", 44}})

@@ -40,6 +40,8 @@ public:
     std::string bytes() const;
 
 private:
+    friend std::string universalFile(const std::vector<MachOImage>& images);
+
     std::uint32_t _magic;
     std::uint32_t _cputype;
     std::uint32_t _cpusubtype;
@@ -56,6 +58,9 @@ struct UniversalEntry {
 
 /// The header and table of a universal file; the images follow at the offsets that the caller has chosen.
 std::string universalHeader(const std::vector<UniversalEntry>& entries);
+
+/// A universal file whose table says what its images say. They follow one another: nothing aligns them.
+std::string universalFile(const std::vector<MachOImage>& images);
 
 /// Small files that cover what the reader decodes: thin ones of both widths, an object file, one whose
 /// commands are shorter than their structures and, last, a universal one whose second image starts at an odd

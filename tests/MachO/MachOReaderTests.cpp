@@ -1,10 +1,16 @@
 #include "MachO/MachOReader.h"
+#include "MachO/TWLHashNSString.h"
+#include "MachO/TWLdSYM.h"
 #include "fuzz/MachOImage.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 namespace macho {
 namespace {
@@ -12,157 +18,191 @@ namespace {
 using fuzz::bigEndian;
 using fuzz::littleEndian;
 using fuzz::MachOImage;
-using testing::ElementsAre;
-using testing::Pair;
 
-std::vector<TWLMachOSlice> slicesOf(const std::string& bytes) {
-    std::vector<TWLMachOSlice> slices;
-    TWLMachOEnumerateSlicesAtAddress(
-        bytes.data(), [&](const TWLMachOSlice* slice) { slices.push_back(*slice); }, bytes.size());
-    return slices;
-}
-
-/// "name@offset" for each slice, "null" for an image that lies outside.
-std::vector<std::string> placesOf(const std::string& bytes) {
-    std::vector<std::string> places;
-    for (const TWLMachOSlice& slice : slicesOf(bytes)) {
-        const auto* start = static_cast<const char*>(slice.startAddress);
-        places.push_back(TWLMachOSliceGetArchitectureName(&slice) + std::string("@") +
-                         (start ? std::to_string(start - bytes.data()) : "null"));
-    }
-    return places;
-}
-
-std::vector<std::pair<std::uint32_t, std::uint32_t>> commandsOf(TWLMachOSlice& slice) {
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> commands;
-    TWLMachOSliceEnumerateLoadCommands(
-        &slice, [&](auto cmd, auto cmdsize, const load_command*) { commands.emplace_back(cmd, cmdsize); });
-    return commands;
-}
-
-TEST(MachOReader, EnumeratesThinAndUniversalFilesInTheirOrder) {
-    for (const std::uint32_t magic : {0xfeedfacfu, 0xcffaedfeu, 0xfeedfaceu, 0xcefaedfeu})
-        EXPECT_THAT(placesOf(MachOImage().magic(magic).bytes()), ElementsAre("x86_64@0"));
-    for (const std::string& other : {std::string(16, '\0'), bigEndian({0xcafebabf, 1, 0x0100000c, 0, 0, 0})})
-        EXPECT_THAT(placesOf(other), ElementsAre("unknown@0"));
-    std::string universal =
-        fuzz::universalHeader({{12, 9, 68}, {12, 11, 69}, {0x0100000c, 0, 139}, {7, 3, 140}});
-    universal.resize(140);
-    const auto inOrder = ElementsAre("armv7@68", "armv7s@69", "arm64@139", "i386@null");
-    EXPECT_THAT(placesOf(universal), inOrder);
-    universal.replace(0, 4, littleEndian({0xcafebabe}));
-    EXPECT_THAT(placesOf(universal), inOrder) << "big-endian fields follow either word";
-    EXPECT_THAT(placesOf(universal.substr(0, 87)), testing::SizeIs(3)) << "an entry is not all there";
-    EXPECT_THAT(placesOf(bigEndian({0xcafebabe, 0, 7, 3})), ElementsAre());
-    EXPECT_THAT(placesOf(bigEndian({0xcafebabe, 0xffffffff}) + std::string(2000000, '\0')),
-                testing::SizeIs(65536));
-}
-
-TEST(MachOReader, NamesArchitecturesAsThePlatformDoes) {
-    const std::tuple<std::uint32_t, std::uint32_t, const char*> cases[] = {{7, 3, "i386"},
-                                                                           {0x01000007, 0x80000003, "x86_64"},
-                                                                           {0x01000007, 8, "x86_64h"},
-                                                                           {12, 6, "armv6"},
-                                                                           {12, 11, "armv7s"},
-                                                                           {12, 12, "armv7k"},
-                                                                           {0x0100000c, 0, "arm64"},
-                                                                           {0x0100000c, 0x80000002, "arm64e"},
-                                                                           {0x0200000c, 1, "arm64_32"},
-                                                                           {18, 0, "ppc"},
-                                                                           {0x01000012, 0, "ppc64"},
-                                                                           {0x07000001, 3, "unknown"}};
-    for (const auto& [cputype, cpusubtype, name] : cases)
-        EXPECT_STREQ(TWLMachOSliceGetArchitectureName(&slicesOf(MachOImage(cputype, cpusubtype).bytes())[0]),
-                     name);
-}
-
-TEST(MachOReader, FindsTheLastSliceOfAName) {
-    const support::TemporaryFolder folder;
-    const std::string path =
-        folder.write("universal", fuzz::universalHeader({{7, 3, 1}, {7, 3, 2}, {12, 9, 3}}));
-    TWLMachOFile file;
-    ASSERT_TRUE(TWLMachOFileInitWithPath(&file, path.c_str()));
-    EXPECT_EQ(TWLMachOFileSliceWithArchitectureName(&file, "i386").startAddress,
-              static_cast<const char*>(file.mappedFile) + 2);
-    const TWLMachOSlice missing = TWLMachOFileSliceWithArchitectureName(&file, "arm64");
-    EXPECT_TRUE(!missing.startAddress && missing.cputype == 0 && missing.cpusubtype == 0);
-    for (int i = 0; i < 2; ++i)
-        TWLMachOFileDestroy(&file);
-    EXPECT_TRUE(file.fd == -1 && !file.mappedFile);
-}
-
-TEST(MachOReader, WalksCommandsByTheirSizesAlone) {
-    const std::string image =
-        MachOImage(12, 9).uuid(1).sizedCommand(7, 0, "").uuid(2).commandCount(3).bytes();
-    const std::string universal = fuzz::universalHeader({{0x0100000c, 0, 29}}) + '\0' + image;
-    TWLMachOSlice slice = slicesOf(universal)[0];
-    EXPECT_EQ(slice.cputype, 0x0100000c);
-    EXPECT_THAT(commandsOf(slice), ElementsAre(Pair(0x1b, 24), Pair(7, 0), Pair(7, 0)));
-    EXPECT_TRUE(slice.cputype == 12 && slice.cpusubtype == 9) << "the header's types replace the table's";
-
-    const auto countOf = [](const std::string& bytes) {
-        return commandsOf(slicesOf(bytes)[0]).size();
+/// "name@offset", or "name@null" for an image that lies outside, and "cmd:cmdsize" for each load command; one
+/// line for each slice. The name is what the record says once its commands have been walked.
+std::string linesOf(const std::string& bytes) {
+    std::string lines;
+    const auto addLine = [&](TWLMachOSlice* slice) {
+        std::string commands;
+        TWLMachOSliceEnumerateLoadCommands(slice, [&](auto cmd, auto cmdsize, const load_command*) {
+            commands += " " + std::to_string(cmd) + ":" + std::to_string(cmdsize);
+        });
+        const auto* start = static_cast<const char*>(slice->startAddress);
+        lines += TWLMachOSliceGetArchitectureName(slice) + std::string("@") +
+                 (start ? std::to_string(start - bytes.data()) : "null") + commands + "\n";
     };
-    EXPECT_EQ(countOf(MachOImage().sizedCommand(7, 0, "").commandCount(0xffffffff).bytes()), 5u);
-    EXPECT_EQ(countOf(MachOImage().uuid(1).sizedCommand(7, 9, "").bytes()), 1u) << "the second ends outside";
-    EXPECT_EQ(countOf(MachOImage().magic(0xcffaedfe).uuid(1).bytes()), 1u) << "counts are never swapped";
-    slice = TWLMachOSliceWithHeader(image.data());
-    EXPECT_EQ(slice.cputype, 0);
-    EXPECT_EQ(commandsOf(slice).size(), 3u);
-    EXPECT_EQ(slice.cputype, 12);
+    TWLMachOEnumerateSlicesAtAddress(bytes.data(), addLine, bytes.size());
+    return lines;
 }
 
-/// The offset of a section's start, -1 when it is null.
-std::ptrdiff_t sectionOffset(const std::string& bytes, const char* name) {
-    const void* section = &bytes;
-    TWLMachOSliceGetSectionByName(&slicesOf(bytes)[0], name, &section);
-    return section ? static_cast<const char*>(section) - bytes.data() : -1;
+TEST(MachOReader, EnumeratesSlicesInTheirOrder) {
+    std::string universal = fuzz::universalHeader(
+        {{0x01000007, 0x80000003, 1}, {0x0100000c, 0x80000002, 2}, {12, 12, 107}, {0x07000001, 3, 108}, {}});
+    const std::string inOrder = "x86_64@1\narm64e@2\narmv7k@107\nunknown@null\n";
+    EXPECT_EQ(linesOf(universal), inOrder + "unknown@0\n");
+    universal.replace(0, 4, littleEndian({0xcafebabe}));
+    EXPECT_EQ(linesOf(universal), inOrder + "unknown@0\n") << "big-endian fields follow either word";
+    universal.pop_back();
+    EXPECT_EQ(linesOf(universal), "x86_64@1\narm64e@2\narmv7k@null\nunknown@null\n");
+    for (const std::string& other : {std::string(16, '\0'), bigEndian({0xcafebabf, 1, 0x0100000c, 0, 0, 0})})
+        EXPECT_EQ(linesOf(other), "unknown@0\n");
+    EXPECT_EQ(linesOf(bigEndian({0xcafebabe, 0, 7, 3})), "");
+    const std::string endless = bigEndian({0xcafebabe, 0xffffffff}) + std::string(2000000, '\0');
+    EXPECT_EQ(linesOf(endless).size(), 65536 * std::strlen("unknown@0\n"));
+}
+
+TEST(MachOReader, WalksCommandsByTheirSizesAloneAndTakesTheHeadersTypes) {
+    const auto repeated = MachOImage(12, 9).uuid(1).sizedCommand(7, 0, "").uuid(2).commandCount(3);
+    const std::string universal = fuzz::universalHeader({{0x0100000c, 0, 29}}) + '\0' + repeated.bytes();
+    EXPECT_EQ(linesOf(universal), "armv7@29 27:24 7:0 7:0\n");
+    EXPECT_EQ(linesOf(MachOImage().sizedCommand(7, 0, "").commandCount(0xffffffff).bytes()),
+              "x86_64@0 7:0 7:0 7:0 7:0 7:0\n");
+    EXPECT_EQ(linesOf(MachOImage().uuid(1).sizedCommand(7, 9, "").bytes()), "x86_64@0 27:24\n");
+    for (const std::uint32_t magic : {0xfeedfaceu, 0xcefaedfeu})
+        EXPECT_EQ(linesOf(MachOImage(7).magic(magic).uuid(1).bytes()), "i386@0 27:24\n");
+    EXPECT_EQ(linesOf(MachOImage().magic(0xcffaedfe).uuid(1).bytes()), "x86_64@0 27:24\n");
 }
 
 TEST(MachOReader, FindsSectionsAsThePlatformDoes) {
     for (const std::uint32_t cputype : {7u, 0x01000007u}) {
-        const std::string bytes =
-            MachOImage(cputype)
-                .segment("__DATA", {{"__eh_frame", 1}})
-                .segment("__TEXT", {{"__eh_frame", 2, "__DATA"}, {"__a_16_char_name", 3}, {"__eh_frame", 4}})
-                .segment("__TEXT", {{"__eh_frame", 5}, {"__far", 99999}})
-                .bytes();
-        const std::pair<const char*, int> cases[] = {{"__eh_frame", 4},
-                                                     {"__a_16_char_name", 3},
-                                                     {"__a_16_char_nam", -1},
-                                                     {"__missing", -1},
-                                                     {"__far", -1}};
-        for (const auto& [name, offset] : cases)
-            EXPECT_EQ(sectionOffset(bytes, name), offset) << name;
-        const auto object = MachOImage(cputype, 3, 1).segment("", {{"x", 6, "__LD"}, {"x", 7}});
-        EXPECT_EQ(sectionOffset(object.bytes(), "x"), 7) << "object files have one unnamed segment";
+        const auto expectAt = [&](int offset, const MachOImage& image, const char* name) {
+            const std::string bytes = image.bytes();
+            const TWLMachOSlice slice = {bytes.data(), static_cast<std::int32_t>(cputype), 3, bytes.size()};
+            const void* section = &slice;
+            TWLMachOSliceGetSectionByName(&slice, name, &section);
+            EXPECT_EQ(section, offset ? bytes.data() + offset : nullptr) << name;
+        };
+        MachOImage image(cputype);
+        image.segment("__DATA", {{"__eh_frame", 1}});
+        image.segment("__TEXT", {{"__eh_frame", 2, "__DATA"}, {"__a_16_char_name", 3}, {"__eh_frame", 4}});
+        image.segment("__TEXT", {{"__eh_frame", 5}, {"__far", 99999}});
+        expectAt(4, image, "__eh_frame");
+        expectAt(3, image, "__a_16_char_name");
+        expectAt(0, image, "__a_16_char_nam");
+        expectAt(0, image, "__far");
+        expectAt(7, MachOImage(cputype, 3, 1).segment("", {{"x", 6, "__LD"}, {"x", 7}}), "x");
     }
 }
 
-TEST(MachOReader, DecodesCommandsAtAnyAddress) {
-    const std::string uuid =
-        std::string(1, 0) + bigEndian({0, 0, 0x00112233, 0x44556677, 0x8899aabb, 0xccddeeff});
-    EXPECT_EQ(TWLMachONormalizeUUID(TWLMachOGetUUID(uuid.data() + 1)), "00112233445566778899aabbccddeeff");
-    const std::string version = std::string(1, 0) + littleEndian({0x24, 16, 0x000a0900, 0xfffffffe});
-    const TWLMachOVersion minimum = TWLMachOGetMinimumOSVersion(version.data() + 1);
-    EXPECT_EQ(TWLMachOFormatVersion(&minimum), "10.9.0");
-    EXPECT_EQ(TWLMachOGetLinkedSDKVersion(version.data() + 1), (TWLMachOVersion{0xffff, 0xff, 0xfe}));
-    EXPECT_EQ(TWLMachOFormatVersion(nullptr), std::nullopt);
-    for (const std::uint32_t cryptid : {0u, 1u, 0x80000000u})
-        EXPECT_EQ(TWLMachOGetEncrypted(littleEndian({0x21, 20, 1, 1, cryptid}).data()), cryptid != 0);
-    EXPECT_STREQ(TWLMachOGetDylibPath((littleEndian({0xc, 15, 12}) + "/x").data()), "/x");
-}
+TEST(MachOReader, OpensFilesAndTheRunningExecutable) {
+    const support::TemporaryFolder folder;
+    const std::string header = fuzz::universalHeader({{7, 3, 1}, {7, 3, 2}, {12, 9, 3}});
+    TWLMachOFile file = {.fd = 77};
+    EXPECT_TRUE(!TWLMachOFileInitWithPath(&file, nullptr) && file.fd == 77);
+    ASSERT_TRUE(TWLMachOFileInitWithPath(&file, folder.write("universal", header).c_str()));
+    EXPECT_EQ(TWLMachOFileSliceWithArchitectureName(&file, "i386").startAddress,
+              static_cast<const char*>(file.mappedFile) + 2);
+    TWLMachOFileDestroy(&file);
 
-TEST(MachOReader, DescribesTheRunningExecutable) {
-    const TWLMachOSlice current = TWLMachOSliceGetCurrent();
+    const TWLMachOSlice current = TWLMachOSliceGetCurrent(), onTheStack = TWLMachOSliceWithHeader(&current);
     EXPECT_STRNE(TWLMachOSliceGetArchitectureName(&current), "unknown");
-    EXPECT_THAT(TWLMachOSliceGetExecutablePath(&current), testing::EndsWith("/macho_tests"));
-    const TWLMachOSlice onTheStack = TWLMachOSliceWithHeader(&current);
-    EXPECT_EQ(TWLMachOSliceGetExecutablePath(&onTheStack), nullptr);
-    TWLMachOFile file;
-    ASSERT_TRUE(TWLMachOFileInitWithCurrent(&file));
+    ASSERT_TRUE(TWLMachOFileInitWithCurrent(&file) && !TWLMachOSliceGetExecutablePath(&onTheStack));
     EXPECT_EQ(std::memcmp(file.mappedFile, current.startAddress, 64), 0);
     TWLMachOFileDestroy(&file);
+    EXPECT_TRUE(!TWLMachOFileInitWithPath(&file, folder.path().c_str()) && file.fd == -1);
+}
+
+std::shared_ptr<TWLMachOBinary> binaryOf(const std::string& bytes) {
+    const support::TemporaryFolder folder;
+    return TWLMachOBinary::MachOBinaryWithPath(folder.write("a product", bytes));
+}
+
+/// "architecture uuid" for each slice of a TWLMachOBinary or TWLdSYM.
+std::string pairsOf(const auto& object) {
+    std::string pairs;
+    object->enumerateUUIDs(
+        [&](const auto& uuid, const auto& name) { pairs += name + " " + uuid.value_or("null") + "\n"; });
+    return pairs;
+}
+
+TEST(TWLMachOBinary, ListsAndIdentifiesItsSlices) {
+    const MachOImage armv7 = MachOImage(12, 9).uuid('\xaa');
+    const MachOImage arm64 = MachOImage(0x0100000c, 0).uuid('\xbb');
+    const std::string a(32, 'a'), b(32, 'b');
+    const auto binary = binaryOf(fuzz::universalFile({armv7, arm64}));
+    EXPECT_EQ(pairsOf(binary), "armv7 " + a + "\narm64 " + b + "\n");
+    EXPECT_EQ(binary->instanceIdentifier(), TWLHashNSString(b + a));
+    EXPECT_EQ(binaryOf(fuzz::universalFile({arm64, armv7}))->instanceIdentifier(), TWLHashNSString(b + a));
+    EXPECT_EQ(binary->instanceIdentifier(), TWLHashNSString(b + a)) << "the file on disk is gone";
+    EXPECT_EQ(binary->sliceForArchitecture("x86_64"), nullptr);
+    const auto other = binaryOf(fuzz::universalFile({armv7, MachOImage(12, 9)}));
+    EXPECT_EQ(other->sliceForArchitecture("armv7")->uuid(), a);
+    EXPECT_THROW(other->instanceIdentifier(), std::logic_error);
+    EXPECT_EQ(TWLMachOBinary::hashNSString({"abc\0d", 5}), "a9993e364706816aba3e25717850c26c9cd0d89d");
+}
+
+TEST(TWLMachOBinary, SlicesOutliveTheirFileWithAllThatTheirLastCommandsSay) {
+    MachOImage image;
+    image.segment("__TEXT", {{"__eh_frame", 1}, {"__unwind_info", 0}});
+    image.uuid(1).versionMin(0x24, 0x000a0900, 0x000a0a01).uuid('\xfe');
+    image.versionMin(0x25, 0x00070000, 0xfffffffe).versionMin(0x2f, 0x00090000, 0x00090000);
+    image.dylib("/b").dylib("/weak", 0x80000018).dylib("/reexported", 0x8000001f).dylib("/not UTF-8\xff");
+    image.dylib("/a\xC3\xA9").dylib("/b").command(0xc, littleEndian({0xffffffff, 0, 0, 0}));
+    image.command(0xc, littleEndian({24, 0, 0, 0}) + "/does not end");
+    const auto slice = binaryOf(image.bytes())->slices().at(0);
+    EXPECT_EQ(slice->uuid()->substr(28), "fefe");
+    EXPECT_THAT(slice->linkedDylibs(), testing::ElementsAre("/b", "/a\xC3\xA9", "/b"));
+    EXPECT_EQ(slice->minimumOSVersion(), (TWLMachOVersion{7, 0, 0}));
+    EXPECT_EQ(slice->linkedSDKVersion(), (TWLMachOVersion{0xffff, 0xff, 0xfe}));
+    EXPECT_EQ(*static_cast<const unsigned char*>(slice->ehFrameData()), 0xfa);
+    EXPECT_EQ(*static_cast<const unsigned char*>(slice->unwindInfoData()), 0xcf);
+    EXPECT_FALSE(::TWLMachOSlice::runningSlice()->uuid() || TWLMachOFormatVersion(nullptr));
+    for (const std::uint32_t cryptid : {0u, 0x80000000u})
+        EXPECT_EQ(TWLMachOGetEncrypted(littleEndian({0x21, 20, 1, 1, cryptid}).data()), cryptid != 0);
+}
+
+TEST(TWLMachOBinary, OpensRegularFilesOfSixteenBytesToManyGigabytes) {
+    const support::TemporaryFolder folder;
+    const std::uint32_t offset = 0xfffff001;
+    const std::string large = folder.write("large", fuzz::universalHeader({{7, 3, offset}}));
+    std::fstream(large).seekp(offset) << MachOImage().uuid('\x77').bytes();
+    std::filesystem::resize_file(large, (std::uintmax_t{4} << 30) + 1000);
+    EXPECT_EQ(pairsOf(TWLMachOBinary::MachOBinaryWithPath(large)), "x86_64 " + std::string(32, '7') + "\n");
+    EXPECT_EQ(pairsOf(binaryOf(std::string(16, '\0'))), "unknown null\n");
+
+    ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600) +
+                  mknod(folder.path("socket").c_str(), S_IFSOCK | 0600, 0),
+              0);
+    std::filesystem::create_symlink("nowhere", folder.path("link"));
+    const int lowestFree = dup(0);
+    close(lowestFree);
+    for (const std::string& each :
+         {folder.path(), folder.path("pipe"), folder.path("socket"), folder.path("link"), large + "/below",
+          std::string("/dev/zero"), large + std::string("\0x", 2), std::string()})
+        EXPECT_EQ(TWLMachOBinary::MachOBinaryWithPath(each), nullptr) << each;
+    EXPECT_EQ(binaryOf(std::string(15, '\0')), nullptr);
+    EXPECT_EQ(dup(0), lowestFree);
+}
+
+TEST(TWLdSYM, ReadsItsIdentityAndTheFirstEntryOfItsFolderWhateverItIs) {
+    const support::TemporaryFolder folder;
+    const std::string dwarf = "A B.dSYM/Contents/Resources/DWARF/";
+    const auto bundle = [&] {
+        return TWLdSYM::dSYMWithURL(platform::URL::fileURLWithPath(folder.path("A B.dSYM")));
+    };
+    folder.makeFolder(dwarf);
+    EXPECT_EQ(bundle(), nullptr);
+    const std::string file = folder.write(dwarf + "b", MachOImage().uuid('\x11').bytes());
+    folder.write(dwarf + "c", MachOImage().bytes());
+    folder.write(dwarf + ".DS_Store", std::string(16, '\0'));
+    EXPECT_EQ(bundle()->executableURL(), platform::URL::fileURLWithPath(file));
+    EXPECT_EQ(pairsOf(bundle()), "x86_64 " + std::string(32, '1') + "\n");
+    folder.write(dwarf + "a/sub-folder", MachOImage().bytes());
+    EXPECT_TRUE(!bundle()->executablePath() && !bundle()->executableURL() && pairsOf(bundle()).empty());
+
+    const std::string id = "CFBundleIdentifier</key>", version = "<key>CFBundleVersion</key>";
+    const std::pair<std::string, const char*> identities[] = {
+        {id + "<array/>", "null null"},
+        {id + "<string>com.apple.xcode</string>" + version + "<true/>", "com.apple.xcode null"},
+        {id + "<string>com.apple.xcode.dsym.ShopApp</string>" + version + "<integer>7</integer>",
+         "ShopApp 7"}};
+    for (const auto& [members, identity] : identities) {
+        folder.write("A B.dSYM/Contents/Info.plist", "<plist><dict><key>" + members + "</dict></plist>");
+        EXPECT_EQ(bundle()->bundleIdentifier().value_or("null") + " " +
+                      bundle()->bundleVersion().value_or("null"),
+                  identity);
+    }
 }
 
 } // namespace

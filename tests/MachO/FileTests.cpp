@@ -1,0 +1,122 @@
+#include "MachO/TWLdSYM.h"
+#include "fuzz/GuardedReading.h"
+#include "fuzz/MachOImage.h"
+#include "platform/Files.h"
+#include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstring>
+
+namespace {
+
+using support::outputOf;
+
+/// Objects, executables, universal files and a dSYM bundle, made by the llvm tools.
+struct RealFiles : support::TemporaryFolder {
+    RealFiles() { outputOf(SOURCE_FOLDER "/scripts/make-mach-o-files " + path()); }
+
+    static constexpr const char* names[] = {"arm64.o",  "x86_64.o", "armv7.o",
+                                            "armv7s.o", "objects",  "arm64",
+                                            "x86_64",   "app",      "app.dSYM/Contents/Resources/DWARF/app"};
+};
+
+/// What lipo, dwarfdump and objdump print of a file, with their way to write UUIDs and versions made ours.
+std::string theirLines(const std::string& path) {
+    return outputOf("PATH=" LLVM ":$PATH; f=" + path + R"(
+        llvm-lipo $f -archs
+        llvm-dwarfdump --uuid $f | awk '{ gsub("-", "", $2); print tolower($2), $3 }'
+        llvm-objdump --macho --private-headers --arch all $f | awk '
+            $1 == "cmd" { cmd = $2 }
+            cmd == "LC_LOAD_DYLIB" && $1 == "name" { print $2 }
+            cmd ~ /^LC_VERSION_MIN_/ && ($1 == "version" || $1 == "sdk") {
+                print $2 == "n/a" ? "0.0.0" : split($2, parts, ".") == 2 ? $2 ".0" : $2 }')");
+}
+
+std::string ourLines(const std::string& path) {
+    const auto binary = TWLMachOBinary::MachOBinaryWithPath(path);
+    std::string architectures, uuids, lines;
+    for (const auto& slice : binary->slices()) {
+        const auto minimum = slice->minimumOSVersion(), sdk = slice->linkedSDKVersion();
+        architectures += slice->architectureName() + " ";
+        uuids += slice->uuid() ? *slice->uuid() + " (" + slice->architectureName() + ")\n" : "";
+        if (minimum != macho::TWLMachOVersion())
+            lines += *TWLMachOFormatVersion(&minimum) + "\n" + *TWLMachOFormatVersion(&sdk) + "\n";
+        for (const std::string& dylib : slice->linkedDylibs())
+            lines += dylib + "\n";
+    }
+    return architectures + "\n" + uuids + lines;
+}
+
+TEST(RealFile, ReadsAsItsOwnToolsReadIt) {
+    const RealFiles files;
+    for (const char* name : RealFiles::names)
+        EXPECT_EQ(ourLines(files.path(name)), theirLines(files.path(name))) << name;
+    const auto executable = TWLMachOBinary::MachOBinaryWithPath(files.path("x86_64"));
+    EXPECT_EQ(*static_cast<const char*>(executable->slices()[0]->unwindInfoData()), 1); // its version
+}
+
+TEST(Symbols, ShowsSlicesAndWhetherTheUUIDsMatch) {
+    const RealFiles files;
+    const std::string symbols = "cd " + files.path() + " && " SYMBOLS " ";
+    EXPECT_THAT(outputOf(symbols + "app app.dSYM"), testing::EndsWith("\n\nUUIDs match.\n"));
+    EXPECT_THAT(outputOf(symbols + "app arm64"), testing::EndsWith("\n\nOnly some UUIDs match.\n"));
+    EXPECT_THAT(outputOf(symbols + "arm64 x86_64"), testing::EndsWith("\n\nUUIDs do not match.\n"));
+
+    files.write("quote\"d\n\x1b", fuzz::MachOImage().dylib("/a\\b").dylib("/c").bytes());
+    const auto json = support::runShell(symbols + "--json app.c quote* missing app.dSYM | python3 -c '"
+                                                  "import json; print(json.load(open(0)))'");
+    EXPECT_THAT(
+        json.standardOutput,
+        testing::StartsWith(
+            "[{'path': 'quote\"d\\n\uFFFD', 'kind': 'mach-o', 'slices': [{'architectureName': 'x86_64', "
+            "'uuid': None, 'minimumOSVersion': '0.0.0', 'linkedSDKVersion': '0.0.0', "
+            "'linkedDylibs': ['/a\\\\b', '/c']}]}, {'path': 'app.dSYM', 'kind': 'dsym', "
+            "'bundleIdentifier': 'app', 'bundleVersion': '1', 'shortBundleVersion': '1.0', 'slices': [{"));
+    const std::string reason = " cannot be read: it is no Mach-O file and no dSYM bundle that holds one.\n";
+    EXPECT_EQ(json.standardError, "app.c" + reason + "missing" + reason);
+    EXPECT_EQ(support::runShell(symbols + "missing app").status, 1);
+}
+
+TEST(HostileFile, EveryTruncationAndEveryCorruptedHeaderWordIsReadWithinBounds) {
+    std::vector<std::string> all = fuzz::sampleMachOFiles();
+    for (const RealFiles files; const char* name : RealFiles::names)
+        all.emplace_back(platform::readFile(files.path(name))->bytes());
+    for (std::string& bytes : all) {
+        fuzz::GuardedReading reading(bytes.size());
+        for (std::size_t size = 0; size <= bytes.size(); ++size)
+            ASSERT_TRUE(reading.read({bytes.data(), size})) << size;
+        const auto corrupt = [&](const macho::TWLMachOSlice* slice) {
+            char* const start = &bytes[0] + (static_cast<const char*>(slice->startAddress) - bytes.data());
+            for (char* at = start; at + 4 <= std::min(&bytes.back() + 1, start + 1100); at += 4) {
+                std::uint32_t word;
+                std::memcpy(&word, at, 4);
+                for (const std::uint32_t value : {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu, word + 1,
+                                                  word - 1, word + (1u << 24), word - (1u << 24), word}) {
+                    std::memcpy(at, &value, 4);
+                    ASSERT_TRUE(reading.read(bytes)) << at - bytes.data();
+                }
+            }
+        };
+        const auto header = macho::TWLMachOSliceWithHeader(bytes.data());
+        corrupt(&header);
+        macho::TWLMachOEnumerateSlicesAtAddress(bytes.data(), corrupt, bytes.size());
+    }
+}
+
+TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheap) {
+    const std::uint32_t count = 40000;
+    const std::string command = fuzz::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
+    const auto image = fuzz::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
+    const std::string header = fuzz::universalHeader({count, {7, 3, 8 + 20 * count}});
+    const support::TemporaryFolder folder;
+    const auto began = std::chrono::steady_clock::now();
+    const auto binary = TWLMachOBinary::MachOBinaryWithPath(folder.write("bomb", header + image.bytes()));
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
+    EXPECT_EQ(binary->slices().size(), count);
+    EXPECT_THAT(binary->slices()[0]->linkedDylibs(), testing::SizeIs(testing::Ge(2u)));
+}
+
+} // namespace
