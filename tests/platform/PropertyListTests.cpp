@@ -5,11 +5,7 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
 #include <ctime>
-#include <fstream>
-#include <sstream>
-#include <chrono>
 
 namespace platform {
 namespace {
@@ -137,18 +133,13 @@ TEST(PropertyList, RefusesWhatIsNoPropertyList) {
 }
 
 TEST(PropertyList, TakesLinearTime) {
-    Value::Dictionary many{{"markup", repeated("&<\r", 200'000)}};
-    for (int i = 0; i < 50'000; ++i)
+    Value::Dictionary many{{"markup", repeated("&<\r", 300'000)}};
+    for (int i = 0; i < 100'000; ++i)
         many.emplace("key" + std::to_string(i), std::string(20, 'x'));
-    const Value value = std::move(many);
     const std::clock_t start = std::clock();
-    const auto back = parsePropertyList(propertyListXML(value));
+    EXPECT_TRUE(*parsePropertyList(propertyListXML(many)) == Value(many));
     // Of the processor's time; quadratic work would take minutes.
     EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
-    EXPECT_TRUE(back && *back == value);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(*parsePropertyList(propertyListXML(many)), Value(many));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20)) << "quadratic?";
 }
 
 TEST(PropertyList, ReadsFilesAndSaysWhichOneIsBad) {

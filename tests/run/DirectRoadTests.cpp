@@ -5,7 +5,6 @@
 #include "support/Certificate.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
-#include "support/Shell.h"
 
 #include <filesystem>
 #include <memory>

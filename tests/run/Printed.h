@@ -1,7 +1,6 @@
 #pragma once
 
 #include "support/SampleBuild.h"
-#include "support/Shell.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
