@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <latch>
+#include <list>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -38,7 +39,7 @@ TEST(DispatchQueue, RunsStepsOneByOneInTheirOrderAndWaitingOnesOnTheirThread) {
 TEST(DispatchQueue, LetsWaitersAndStepsOfManyThreadsTakeTurns) {
     const DispatchQueue queue = DispatchQueue::serial("test.turns");
     int counter = 0;
-    std::vector<std::thread> threads;
+    std::list<std::thread> threads;
     for (int i = 0; i < 8; ++i)
         threads.emplace_back([&] {
             for (int turn = 0; turn < 200; ++turn)

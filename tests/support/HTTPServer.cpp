@@ -128,7 +128,7 @@ std::vector<FormPart> parseForm(const std::string& contentType, const std::strin
     const int port = server.bind_to_any_port("127.0.0.1");
     std::thread thread([&] { server.listen_after_bind(); });
     // This parser does not know the preamble, which readers are to skip (RFC 2046 section 5.1.1).
-    httplib::Client("127.0.0.1", port).Post("/", body.substr(body.find("--")), contentType.c_str());
+    httplib::Client("127.0.0.1", port).Post("/", body.substr(body.find("--")), contentType);
     server.stop();
     thread.join();
     return parts;
