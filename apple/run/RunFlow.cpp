@@ -62,8 +62,7 @@ void writeArtifact(const BuildSettings& buildSettings, const std::string& apiKey
 
 /// A fresh folder for this build's dSYMs and description.
 std::string makeBuildFolder(const std::string& apiEndpoint) {
-    std::string path =
-        platform::pathByAppending(cacheDirectory(apiEndpoint), platform::makeUUIDString());
+    std::string path = platform::pathByAppending(cacheDirectory(apiEndpoint), platform::makeUUIDString());
     if (const auto created = platform::createDirectories(path); !created) {
         NSLog("Unable to create directory at path %@ \n%@", path, created.error());
         exitWithFailure();
