@@ -11,13 +11,11 @@
 /// property list, is nested deeper than 512 levels or would unfold to absurd size is an error that says so.
 namespace platform {
 
-inline constexpr std::string_view propertyListErrorDomain = "NSCocoaErrorDomain";
-/// The platform's code for a property list that cannot be read.
-inline constexpr int propertyListReadCorruptError = 3840;
-
+/// What is wrong is an error of the domain "NSCocoaErrorDomain" with the platform's code for a property list
+/// that cannot be read, 3840.
 Result<Value> parsePropertyList(std::string_view bytes);
 
-/// The property list in the file at `path`, of at most 16 MiB.
+/// The property list in the file at `path`, of at most 16 MiB. The error names the path.
 Result<Value> readPropertyList(const std::string& path);
 
 /// The same when its root is a dictionary; nothing for any other file, whatever is wrong with it.

@@ -78,12 +78,13 @@ std::optional<Data> readBase64(std::string_view text) {
     for (const char c : text) {
         if (blanks.find(c) != std::string_view::npos)
             continue;
-        const int digit = base64Digit(c);
-        if (c == '=' ? false : digit < 0 || padded)
-            return std::nullopt;
-        padded = c == '=';
-        if (padded)
+        if (c == '=') {
+            padded = true;
             continue;
+        }
+        const int digit = base64Digit(c);
+        if (digit < 0 || padded)
+            return std::nullopt;
         pending = (pending << 6 | static_cast<unsigned>(digit)) & 0xFFFF;
         pendingBits += 6;
         if (pendingBits < 8)

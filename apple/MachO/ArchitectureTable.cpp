@@ -53,10 +53,6 @@ constexpr NXArchInfo table[] = {
     {"ppc970-64", CPU_TYPE_POWERPC64, 100},
 };
 
-std::uint32_t processor(std::int32_t cpusubtype) {
-    return static_cast<std::uint32_t>(cpusubtype) & ~CPU_SUBTYPE_MASK;
-}
-
 template <class Predicate>
 const NXArchInfo* findEntry(Predicate predicate) {
     const auto* const entry = std::find_if(std::begin(table), std::end(table), predicate);
@@ -66,9 +62,10 @@ const NXArchInfo* findEntry(Predicate predicate) {
 } // namespace
 
 const NXArchInfo* NXGetArchInfoFromCpuType(std::int32_t cputype, std::int32_t cpusubtype) {
-    return findEntry([&](const NXArchInfo& entry) {
-        return entry.cputype == cputype && processor(entry.cpusubtype) == processor(cpusubtype);
-    });
+    const auto processor =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(cpusubtype) & ~CPU_SUBTYPE_MASK);
+    return findEntry(
+        [&](const NXArchInfo& entry) { return entry.cputype == cputype && entry.cpusubtype == processor; });
 }
 
 const NXArchInfo* NXGetArchInfoFromName(std::string_view name) {

@@ -161,9 +161,8 @@ void TWLMachOEnumerateSlicesAtAddress(const void* start, const SliceCallback& ca
         return enumerateUniversal(start, callback, bytesAvailable);
     TWLMachOSlice slice{.startAddress = start, .bytesAvailable = bytesAvailable};
     if (isMachMagic(magic)) {
-        std::memcpy(&slice.cputype, advance(start, offsetof(mach_header, cputype)), sizeof slice.cputype);
-        std::memcpy(&slice.cpusubtype, advance(start, offsetof(mach_header, cpusubtype)),
-                    sizeof slice.cpusubtype);
+        slice.cputype = load<std::int32_t>(advance(start, offsetof(mach_header, cputype)));
+        slice.cpusubtype = load<std::int32_t>(advance(start, offsetof(mach_header, cpusubtype)));
     }
     callback(&slice);
 }
