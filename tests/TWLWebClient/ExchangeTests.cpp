@@ -1,18 +1,21 @@
-#include "Roads.h"
-#include "TWLWebClient/TWLWebClientTransaction.h"
+#include "TWLWebClient/TWLWebClient.h"
 #include "platform/DispatchQueue.h"
+#include "platform/RunLoop.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
 
+#include <gmock/gmock.h>
 #include <stdlib.h>
 
 #include <atomic>
 #include <mutex>
 #include <thread>
+#include <variant>
 
 using platform::Data;
 using platform::DispatchQueue;
+using platform::RunLoop;
 using platform::URL;
 using platform::URLErrorCode;
 using platform::Value;
@@ -20,143 +23,221 @@ using support::HTTPAnswer;
 using support::HTTPRequest;
 using support::HTTPServer;
 using support::ScriptedServer;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
+using Peer = ScriptedServer::Peer;
+using ErrorMatcher = testing::Matcher<std::string>;
 
 namespace {
 
-class Exchange : public testing::TestWithParam<Road> {
+/// Both roads of an exchange: the parameter says whether it is the asynchronous one.
+class Exchange : public testing::TestWithParam<bool> {
 protected:
     Exchange() {
         // The servers are on this machine, whatever the environment says.
         setenv("no_proxy", "127.0.0.1", 1);
     }
 
-    std::shared_ptr<TWLWebResponse> exchange(const std::string& url, std::shared_ptr<TWLWebRequest> request) {
+    /// Sends `request` and waits for its response and for the end of its connection.
+    std::shared_ptr<TWLWebResponse> exchange(const std::string& url, std::shared_ptr<TWLWebRequest> request,
+                                             std::optional<std::uint64_t> expected = std::nullopt) {
         TWLWebClient client(*URL::parse(url));
-        const auto response = send(GetParam(), client, request);
+        std::shared_ptr<TWLWebResponse> result;
+        const auto take = [&](const std::shared_ptr<TWLWebResponse>& response) {
+            EXPECT_FALSE(result) << "a second callback";
+            result = response;
+            RunLoop::mainRunLoop().stop();
+        };
+        if (GetParam())
+            expected ? client.startRequest(request, *expected, take) : client.startRequest(request, take);
+        else
+            expected ? client.syncStartRequest(request, *expected, take)
+                     : client.syncStartRequest(request, take);
+        EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
         while (!client.connections().empty())
             std::this_thread::yield();
-        return response;
+        return result;
     }
     std::shared_ptr<TWLWebResponse> get(const std::string& url) {
         return exchange(url, TWLWebRequest::requestWithMethod("GET", ""));
     }
-    bool isAsynchronous() const { return GetParam() == Road::asynchronous; }
 };
-INSTANTIATE_TEST_SUITE_P(Roads, Exchange, testing::Values(Road::synchronous, Road::asynchronous), nameOf);
+INSTANTIATE_TEST_SUITE_P(Roads, Exchange, testing::Bool(),
+                         [](const auto& road) { return road.param ? "Asynchronous" : "Synchronous"; });
 
-void expectError(const TWLWebResponse& response, std::string_view domain, std::int64_t code) {
-    ASSERT_TRUE(response.error()) << "status " << response.statusCode();
-    EXPECT_EQ(response.error()->domain, domain) << response.error()->description();
-    EXPECT_EQ(response.error()->code, code) << response.error()->description();
-}
-void expectError(const TWLWebResponse& response, URLErrorCode code) {
-    expectError(response, platform::urlErrorDomain, static_cast<std::int64_t>(code));
-    EXPECT_THAT(reasonOf(response), testing::EndsWith("."));
+/// Empty without an error.
+std::string errorOf(const TWLWebResponse& response) {
+    return response.error() ? response.error()->description() : "";
 }
 
-TEST_P(Exchange, SendsWhatTheRequestSaysAndNothingElse) {
+/// An error of the transport whose sentence holds `text`.
+ErrorMatcher failure(URLErrorCode code, const std::string& text = "") {
+    const std::string number = std::to_string(static_cast<std::int64_t>(code));
+    return testing::AllOf(StartsWith("Error Domain=NSURLErrorDomain Code=" + number + " \""), HasSubstr(text),
+                          EndsWith(".\""));
+}
+
+constexpr const char* challenge = "Error Domain=TWLWebClientErrorDomain Code=-2";
+
+HTTPAnswer nothing(const HTTPRequest&) {
+    return {};
+}
+
+TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     HTTPRequest received;
     HTTPServer server([&](const HTTPRequest& request) {
         received = request;
-        return HTTPAnswer{201, "stored", "text/plain", {{"X-Answer", "1"}}};
+        return HTTPAnswer{201, request.body, "text/plain", {{"X-Answer", "1"}}};
     });
     const auto request = TWLWebRequest::requestWithMethod("POST", "v1/x");
     request->setParameters(TWLWebRequest::Parameters{{"a b", "x&y"}});
     request->addValueForHTTPHeaderField("run/149", "User-Agent");
     request->addValueForHTTPHeaderField("5", "Content-Length");
-    request->addValueForFormField("1", "a");
-    const auto response = exchange(server.url("/api/"), request);
-    EXPECT_EQ(response->error(), std::nullopt);
-    EXPECT_EQ(response->statusCode(), 201u);
-    EXPECT_EQ(response->body(), Value(Data("stored")));
-    EXPECT_EQ(response->responseHeaders()->at("x-answer"), "1");
+    for (std::size_t size : {0, 1, 70'000, 3'000'000})
+        request->addData(Data(std::string(size, static_cast<char>('a' + size % 7))), "a/b", "n", "f");
+    const auto response = exchange(server.url("/api/"), request, 201);
+    const std::string body = request->formData()->bytes();
+    EXPECT_EQ(errorOf(*response), "");
     EXPECT_EQ(response->requestURL(), request->fullURL());
     EXPECT_EQ(received.method + " " + received.target, "POST /api/v1/x?a%20b=x%26y");
-    EXPECT_EQ(received.body, request->formData()->bytes());
-    EXPECT_EQ(received.header("Content-Length"), std::to_string(received.body.size()));
+    EXPECT_TRUE(received.body == body);
+    EXPECT_EQ(received.header("Content-Length"), std::to_string(body.size()));
     EXPECT_EQ(received.header("Accept"), "application/json, application/x-plist");
     EXPECT_EQ(received.header("User-Agent"), "run/149");
-    EXPECT_FALSE(received.headers.contains("Expect"));
-    EXPECT_FALSE(received.headers.contains("Transfer-Encoding"));
+    EXPECT_EQ(received.header("Expect") + received.header("Transfer-Encoding"), "");
+    EXPECT_EQ(response->responseHeaders()->at("x-answer"), "1");
+    EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed on its way";
+    EXPECT_TRUE(response->body() == Value(Data(body)));
+
+    for (const std::uint64_t expected : {200, 202}) {
+        const auto other = exchange(server.url(), TWLWebRequest::requestWithMethod("GET", ""), expected);
+        EXPECT_EQ(errorOf(*other), "Error Domain=TWLWebClientErrorDomain Code=-1");
+        EXPECT_EQ(other->statusCode(), 201u);
+    }
+    TWLWebClient client(*URL::parse(server.url()));
+    client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", ""), 200, nullptr);
 }
 
 TEST_P(Exchange, SendsEveryMethodWithTheHeadThatBelongsToIt) {
-    ScriptedServer server([](ScriptedServer::Peer& peer) {
+    ScriptedServer server([](Peer& peer) {
         const std::string head = peer.readUntil("\r\n\r\n");
         peer.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(head.size()) + "\r\n\r\n");
         if (!head.starts_with("HEAD"))
             peer.send(head);
     });
-    for (const char* method : {"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD", "PURGE"}) {
+    for (const std::string method : {"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD", "PURGE"}) {
         const auto request = TWLWebRequest::requestWithMethod(method, "?q");
         request->addValueForHTTPHeaderField(" ", "X-Empty");
         const auto response = exchange(server.url("/a/../b"), request);
-        EXPECT_EQ(response->error(), std::nullopt) << method;
-        const std::string head(response->responseData().bytes());
-        if (method == std::string("HEAD"))
+        EXPECT_EQ(errorOf(*response), "") << method;
+        if (method == "HEAD")
             continue;
-        EXPECT_THAT(head, StartsWith(method + std::string(" /a/../b?q HTTP/1.1\r\n")));
+        const std::string head(response->responseData().bytes());
+        EXPECT_THAT(head, StartsWith(method + " /a/../b?q HTTP/1.1\r\n"));
         const bool hasLength = head.find("\r\nContent-Length: 0\r\n") != std::string::npos;
-        EXPECT_EQ(hasLength, method[0] == 'P' && method != std::string("PURGE")) << head;
+        EXPECT_EQ(hasLength, method[0] == 'P' && method != "PURGE") << head;
         EXPECT_THAT(head, HasSubstr("\r\nX-Empty:\r\n"));
         for (const char* unwanted : {"User-Agent", "Expect", "Content-Type"})
             EXPECT_EQ(head.find(unwanted), std::string::npos) << head;
     }
 }
 
-TEST_P(Exchange, DecodesTheBodyByItsTypeOnTheAsynchronousRoadOnly) {
-    constexpr const char* plist =
-        "<plist version=\"1.0\"><dict><key>k</key><integer>1</integer></dict></plist>";
+struct Outcome {
+    std::uint64_t status = 0;
+    Value body = {};
+    ErrorMatcher error = "";
+};
+
+ScriptedServer::Script saying(std::string answer) {
+    return [answer = std::move(answer)](Peer& peer) {
+        peer.readUntil("\r\n\r\n");
+        peer.send(answer);
+    };
+}
+
+HTTPAnswer demanding(int status, const std::string& header, const std::string& challenges) {
+    return {status, "no", "text/plain", {{header, challenges}}};
+}
+
+TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const char* const plist = "<plist version=\"1.0\"><dict><key>k</key><integer>1</integer></dict></plist>";
     const Value dictionary = Value::Dictionary{{"k", 1}};
+    const Value no = Data("no"), abc = Data("abc");
+    const ErrorMatcher lost = failure(URLErrorCode::networkConnectionLost);
+    const ErrorMatcher bad = failure(URLErrorCode::badServerResponse);
+    const ErrorMatcher undecodable = failure(URLErrorCode::cannotDecodeContentData);
+    const Outcome refused{0, {}, challenge};
+    const auto typed = [](const char* body, const char* type) {
+        return HTTPAnswer{200, body, type, {}};
+    };
+    const auto reset = [](Peer& peer) {
+        peer.readUntil("\r\n\r\n");
+        peer.reset();
+    };
+    const auto endlessHead = [&](Peer& peer) {
+        for (peer.send(ok); peer.pause(std::chrono::milliseconds(0));)
+            peer.send("X-A: " + std::string(10'000, 'a') + "\r\n");
+    };
     const struct {
-        const char* type;
-        const char* content;
-        Value decoded;
-        bool hasError = false;
+        std::variant<HTTPAnswer, ScriptedServer::Script> answer;
+        Outcome outcome;
+        /// Where the asynchronous road has another one.
+        std::optional<Outcome> asynchronous = std::nullopt;
     } cases[] = {
-        {"application/json; charset=utf-8", R"({"k": 1})", dictionary},
-        {"application/json", "", nullptr},
-        {"application/json", "{", nullptr},
-        {"Application/JSON", "{}", Data("{}")},
-        {"application/x-plist, application/json", plist, dictionary},
-        {"application/x-plist", "no list", nullptr, true},
-        {"text/html", "<p>", Data("<p>")},
+        {typed("{\"k\": 1}", "application/json; x=y"), {200, Data("{\"k\": 1}")}, {{200, dictionary}}},
+        {typed("", "application/json"), {200}},
+        {typed("{", "application/json"), {200, Data("{")}, {{200}}},
+        {typed("{}", "Application/JSON"), {200, Data("{}")}},
+        {typed(plist, "application/x-plist, application/json"), {200, Data(plist)}, {{200, dictionary}}},
+        {typed("no", "application/x-plist"), {200, no}, {{200, {}, StartsWith("Error Domain=")}}},
+        {demanding(302, "Location", "/other"), {302, no}},
+        {demanding(401, "WWW-Authenticate", "Basic realm=\"x\""), {401, no}, refused},
+        {demanding(401, "WWW-Authenticate", "Bearer realm=\"a, b\", digest realm=x"), {401, no}, refused},
+        {demanding(401, "WWW-Authenticate", "Bearer realm=\"a, basic b\", basic=1"), {401, no}},
+        {demanding(401, "X-Authenticate", "Basic realm=\"x\""), {401, no}},
+        {demanding(407, "Proxy-Authenticate", "Basic realm=\"x\""), {407, no}, refused},
+        {demanding(403, "WWW-Authenticate", "Basic realm=\"x\""), {403, no}},
+        {[](Peer&) {}, {0, {}, lost}},
+        {saying(""), {0, {}, lost}},
+        {reset, {0, {}, lost}},
+        {saying(ok + "Content-Le"), {0, {}, lost}},
+        {saying("\x16\x03 what?\r\n\r\n"), {0, {}, bad}},
+        {saying("HTTP/1.1 200 " + std::string(1 << 20, 'a')), {0, {}, bad}},
+        {endlessHead, {0, {}, bad}},
+        {saying(ok + "Content-Length: 9\r\n\r\nabc"), {200, abc, lost}},
+        {saying(ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"), {200, abc, lost}},
+        {saying(ok + "Content-Length: 3\r\n\r\nabcdef"), {200, abc, bad}},
+        {saying(ok + "Content-Encoding: gzip\r\nContent-Length: 5\r\n\r\nhello"), {200, {}, undecodable}},
     };
     for (const auto& one : cases) {
-        HTTPServer server([&](const HTTPRequest&) { return HTTPAnswer{200, one.content, one.type, {}}; });
-        const auto response = get(server.url());
-        const bool isEmpty = *one.content == '\0';
-        EXPECT_EQ(response->body(), isAsynchronous() ? one.decoded
-                                    : isEmpty        ? Value()
-                                                     : Value(Data(one.content)))
-            << one.type;
-        EXPECT_EQ(response->error().has_value(), isAsynchronous() && one.hasError) << one.type;
-        EXPECT_EQ(response->responseData(), Data(one.content));
+        SCOPED_TRACE("row " + std::to_string(&one - cases));
+        const auto* const answer = std::get_if<HTTPAnswer>(&one.answer);
+        HTTPServer server([&](const HTTPRequest&) { return *answer; });
+        ScriptedServer scripted(answer ? [](Peer&) {} : std::get<1>(one.answer));
+        const std::string url = answer ? server.url("") : scripted.url("");
+        const auto response = get(url);
+        const Outcome& expected = GetParam() && one.asynchronous ? *one.asynchronous : one.outcome;
+        EXPECT_EQ(response->statusCode(), expected.status);
+        EXPECT_EQ(response->body(), expected.body);
+        EXPECT_THAT(errorOf(*response), expected.error);
+        if (expected.status != 0) {
+            EXPECT_EQ(Value(response->responseData()), one.outcome.body.isNull() ? Data() : one.outcome.body);
+        }
+        if (!answer) {
+            EXPECT_THAT(errorOf(*response), HasSubstr(url.substr(7))) << "the host";
+        }
     }
 }
 
-TEST_P(Exchange, TakesTheAnswerAsItIs) {
-    HTTPServer redirecting([&](const HTTPRequest&) {
-        return HTTPAnswer{302, "elsewhere", "text/plain", {{"Location", "/other"}}};
-    });
-    EXPECT_EQ(get(redirecting.url())->statusCode(), 302u);
-
-    const std::string text(100'000, 'x');
-    HTTPServer compressing([&](const HTTPRequest&) { return HTTPAnswer{200, text, "text/plain", {}}; });
-    const auto compressed = get(compressing.url());
-    EXPECT_EQ(compressed->responseHeaders()->contains("Content-Encoding"), true);
-    EXPECT_EQ(compressed->responseData(), Data(text));
-
-    ScriptedServer odd([](ScriptedServer::Peer& peer) {
-        peer.readUntil("\r\n\r\n");
-        peer.send("HTTP/1.1 103 Early Hints\r\nX-Early: 1\r\n\r\nHTTP/1.1 200 OK\r\nX-A: 1\r\nx-a:  2 \r\n"
-                  "X-Folded: a\r\n  b\r\nX-Latin: \xe9\r\nTransfer-Encoding: chunked\r\n\r\n"
-                  "2\r\nab\r\n1\r\nc\r\n0\r\nX-Trailer: 1\r\n\r\n");
-    });
+TEST_P(Exchange, ReadsOddHeadsAndChunks) {
+    ScriptedServer odd(
+        saying("HTTP/1.1 103 Early Hints\r\nX-Early: 1\r\n\r\nHTTP/1.1 200 OK\r\nX-A: 1\r\nx-a:  2 \r\n"
+               "X-Folded: a\r\n  b\r\nX-Latin: \xe9\r\nTransfer-Encoding: chunked\r\n\r\n"
+               "2\r\nab\r\n1\r\nc\r\n0\r\nX-Trailer: 1\r\n\r\n"));
     const auto response = get(odd.url());
-    EXPECT_EQ(response->error(), std::nullopt);
+    EXPECT_EQ(errorOf(*response), "");
     EXPECT_EQ(response->responseData(), Data("abc"));
     EXPECT_EQ(
         *response->responseHeaders(),
@@ -166,223 +247,99 @@ TEST_P(Exchange, TakesTheAnswerAsItIs) {
 
 TEST_P(Exchange, RefusesRequestsThatCannotBeSent) {
     std::atomic<int> connections = 0;
-    ScriptedServer server([&](ScriptedServer::Peer&) { ++connections; });
-    const auto sent = [&](auto change) {
-        auto request = TWLWebRequest::requestWithMethod("GET", "/");
-        change(*request);
-        return exchange(server.url(), request);
+    ScriptedServer server([&](Peer&) { ++connections; });
+    const ErrorMatcher refused = failure(URLErrorCode::unknown, "The request to 127.0.0.1:");
+    const struct {
+        ErrorMatcher error;
+        std::string path;
+        std::string value = "v";
+        std::string field = "A";
+        std::string method = "GET";
+    } cases[] = {
+        {failure(URLErrorCode::badURL), "a b"},
+        {failure(URLErrorCode::badURL), "http:///x"},
+        {failure(URLErrorCode::unsupportedURL), "ftp://h/"},
+        {refused, "", "a\r\nB: c"},
+        {refused, "", "a\n"},
+        {refused, "", std::string("a\0b", 3)},
+        {refused, "", "a", "A\r\nB"},
+        {refused, "", "a", "A: b"},
+        {refused, "", "a", ""},
+        {refused, "", "a", "A", "GET / HTTP/1.1\r\nA:"},
     };
-    expectError(*sent([](TWLWebRequest& r) { r.setPath("a b"); }), URLErrorCode::badURL);
-    expectError(*sent([](TWLWebRequest& r) { r.setPath("http:///x"); }), URLErrorCode::badURL);
-    expectError(*sent([](TWLWebRequest& r) { r.setPath("ftp://h/"); }), URLErrorCode::unsupportedURL);
-    for (const auto& [value, field] : {std::pair<std::string, std::string>("a\r\nB: c", "A"),
-                                       {"a\n", "A"},
-                                       {std::string("a\0b", 3), "A"},
-                                       {"a", "A\r\nB"},
-                                       {"a", "A: b"},
-                                       {"a", ""}}) {
-        const auto response = sent([&](TWLWebRequest& r) { r.addValueForHTTPHeaderField(value, field); });
-        expectError(*response, URLErrorCode::unknown);
-        EXPECT_THAT(reasonOf(*response), StartsWith("The request to 127.0.0.1:"));
+    for (const auto& one : cases) {
+        const auto request = TWLWebRequest::requestWithMethod(one.method, one.path);
+        request->addValueForHTTPHeaderField(one.value, one.field);
+        EXPECT_THAT(errorOf(*exchange(server.url(), request)), one.error);
     }
-    expectError(*sent([](TWLWebRequest& r) { r.setMethod("GET / HTTP/1.1\r\nA:"); }), URLErrorCode::unknown);
     EXPECT_EQ(connections, 0);
 }
 
-TEST_P(Exchange, ReportsBrokenAnswersWithWhatHadArrived) {
-    using Peer = ScriptedServer::Peer;
-    const auto saying = [](std::string answer) {
-        return [answer = std::move(answer)](Peer& peer) {
-            peer.readUntil("\r\n\r\n");
-            peer.send(answer);
-        };
-    };
-    const std::string head = "HTTP/1.1 200 OK\r\n";
-    const struct {
-        const char* name;
-        ScriptedServer::Script script;
-        URLErrorCode code;
-        std::uint64_t status = 0;
-        std::string data = "";
-    } cases[] = {
-        {"closes at once", [](Peer&) {}, URLErrorCode::networkConnectionLost},
-        {"closes unanswered", saying(""), URLErrorCode::networkConnectionLost},
-        {"resets",
-         [](Peer& peer) {
-             peer.readUntil("\r\n\r\n");
-             peer.reset();
-         },
-         URLErrorCode::networkConnectionLost},
-        {"closes in the head", saying(head + "Content-Le"), URLErrorCode::networkConnectionLost},
-        {"garbage", saying("\x16\x03 what?\r\n\r\n"), URLErrorCode::badServerResponse},
-        {"endless line", saying("HTTP/1.1 200 " + std::string(1 << 20, 'a')),
-         URLErrorCode::badServerResponse},
-        {"endless head",
-         [&](Peer& peer) {
-             peer.send(head);
-             while (peer.pause(std::chrono::milliseconds(0)))
-                 peer.send("X-A: " + std::string(10'000, 'a') + "\r\n");
-         },
-         URLErrorCode::badServerResponse},
-        {"closes in the body", saying(head + "Content-Length: 9\r\n\r\nabc"),
-         URLErrorCode::networkConnectionLost, 200, "abc"},
-        {"closes in a chunk", saying(head + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"),
-         URLErrorCode::networkConnectionLost, 200, "abc"},
-        {"more than announced", saying(head + "Content-Length: 3\r\n\r\nabcdef"),
-         URLErrorCode::badServerResponse, 200, "abc"},
-        {"no gzip stream", saying(head + "Content-Encoding: gzip\r\nContent-Length: 5\r\n\r\nhello"),
-         URLErrorCode::cannotDecodeContentData, 200},
-    };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.name);
-        ScriptedServer server(one.script);
-        const auto response = get(server.url());
-        expectError(*response, one.code);
-        EXPECT_THAT(reasonOf(*response), HasSubstr("127.0.0.1:" + std::to_string(server.port())));
-        EXPECT_EQ(response->statusCode(), one.status);
-        EXPECT_EQ(response->responseData(), Data(one.data));
-        EXPECT_EQ(response->body(), one.data.empty() ? Value() : Value(Data(one.data)));
-    }
-}
-
 TEST_P(Exchange, ReportsHostsThatCannotBeReached) {
-    const std::string closed = [] {
-        return ScriptedServer([](auto&) {}).url();
-    }();
-    const auto refused = get(closed);
-    expectError(*refused, URLErrorCode::cannotConnectToHost);
-    EXPECT_THAT(reasonOf(*refused), HasSubstr("Connection refused"));
-    const auto unknown = get("http://no-such-host.invalid/");
-    expectError(*unknown, URLErrorCode::cannotFindHost);
-    EXPECT_THAT(reasonOf(*unknown), HasSubstr("no-such-host.invalid"));
+    HTTPServer plain(&nothing);
+    const std::pair<std::string, ErrorMatcher> cases[] = {
+        {ScriptedServer([](Peer&) {}).url(),
+         failure(URLErrorCode::cannotConnectToHost, "Connection refused")},
+        {"http://no-such-host.invalid/", failure(URLErrorCode::cannotFindHost, "no-such-host.invalid")},
+        {"https" + plain.url().substr(4), failure(URLErrorCode::secureConnectionFailed, "127.0.0.1")},
+    };
+    for (const auto& [url, error] : cases)
+        EXPECT_THAT(errorOf(*exchange(url, TWLWebRequest::requestWithMethod("GET", ""), 200)), error);
 }
 
 TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
     const support::TemporaryFolder folder;
-    const auto statusOver = [&](const support::CertificateDescription& description, bool isTrusted,
-                                bool handlerAnswer = true) {
-        const support::Certificate certificate = support::makeCertificate(description);
-        HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{}; }, {certificate, ""});
-        setenv("SSL_CERT_FILE", folder.write("extra.pem", certificate.certificate).c_str(), 1);
-        if (!isTrusted)
-            unsetenv("SSL_CERT_FILE");
-        int asked = 0;
-        const auto request = TWLWebRequest::requestWithMethod("GET", "");
-        request->setProtectionSpaceHandler([&](const platform::URLProtectionSpace& space) {
-            EXPECT_EQ(space.serverTrust->host, "127.0.0.1");
-            EXPECT_THAT(DispatchQueue::currentLabel(), testing::EndsWith(".web-transaction"));
-            ++asked;
-            return handlerAnswer;
-        });
-        const auto response = exchange(server.url(), request);
-        EXPECT_EQ(asked, isAsynchronous() ? 1 : 0);
-        return response;
-    };
-    EXPECT_EQ(statusOver({}, true)->statusCode(), 200u);
-    EXPECT_EQ(statusOver({}, true, false)->statusCode(), 200u);
-    expectError(*statusOver({}, false), URLErrorCode::serverCertificateUntrusted);
-    expectError(*statusOver({"localhost"}, true), URLErrorCode::serverCertificateUntrusted);
-    expectError(*statusOver({"127.0.0.1", -7200, -3600}, true), URLErrorCode::serverCertificateHasBadDate);
-    expectError(*statusOver({"127.0.0.1", 3600, 7200}, true), URLErrorCode::serverCertificateNotYetValid);
-
-    HTTPServer plain([](const HTTPRequest&) { return HTTPAnswer{}; });
-    expectError(*get("https" + plain.url().substr(4)), URLErrorCode::secureConnectionFailed);
-    setenv("SSL_CERT_FILE", folder.path("missing.pem").c_str(), 1);
-    HTTPServer secure([](const HTTPRequest&) { return HTTPAnswer{}; }, {support::makeCertificate(), ""});
-    const auto unreadable = get(secure.url());
-    expectError(*unreadable, URLErrorCode::secureConnectionFailed);
-    EXPECT_THAT(reasonOf(*unreadable), HasSubstr("missing.pem"));
-}
-
-TEST_P(Exchange, EndsChallengesThatItCannotAnswer) {
+    const ErrorMatcher untrusted = failure(URLErrorCode::serverCertificateUntrusted);
+    const ErrorMatcher expired = failure(URLErrorCode::serverCertificateHasBadDate);
+    const ErrorMatcher early = failure(URLErrorCode::serverCertificateNotYetValid);
+    const ErrorMatcher missing = failure(URLErrorCode::secureConnectionFailed, "missing.pem");
+    const ErrorMatcher nameless = GetParam() ? challenge : failure(URLErrorCode::clientCertificateRequired);
     const struct {
-        int status;
-        platform::HTTPHeaders headers;
-        bool isChallenge;
-    } cases[] = {{401, {{"WWW-Authenticate", "Basic realm=\"x\""}}, true},
-                 {401, {{"WWW-Authenticate", "Bearer realm=\"a, basic b\", digest realm=x"}}, true},
-                 {401, {{"WWW-Authenticate", "Bearer realm=\"a, basic b\", basic=1"}}, false},
-                 {401, {}, false},
-                 {407, {{"Proxy-Authenticate", "Basic realm=\"x\""}}, true},
-                 {403, {{"WWW-Authenticate", "Basic realm=\"x\""}}, false}};
+        const char* trusted;
+        ErrorMatcher error;
+        const char* host = "127.0.0.1";
+        long from = -60, until = 3600;
+        bool demandsClientCertificate = false;
+    } cases[] = {
+        {"server.pem", ""},
+        {"other.pem", untrusted},
+        {"server.pem", untrusted, "localhost"},
+        {"server.pem", expired, "127.0.0.1", -7200, -3600},
+        {"server.pem", early, "127.0.0.1", 3600, 7200},
+        {"server.pem", nameless, "127.0.0.1", -60, 3600, true},
+        {"missing.pem", missing},
+    };
+    folder.write("other.pem", support::makeCertificate().certificate);
     for (const auto& one : cases) {
-        HTTPServer server([&](const HTTPRequest&) {
-            return HTTPAnswer{one.status, "no", "text/plain", one.headers};
-        });
-        const auto response = get(server.url());
-        if (isAsynchronous() && one.isChallenge) {
-            expectError(*response, TWLWebClientErrorDomain, -2);
-            EXPECT_EQ(response->statusCode(), 0u);
-        } else {
-            EXPECT_EQ(response->error(), std::nullopt);
-            EXPECT_EQ(response->statusCode(), static_cast<std::uint64_t>(one.status));
+        const support::Certificate certificate = support::makeCertificate({one.host, one.from, one.until});
+        HTTPServer server(&nothing, HTTPServer::TLS{certificate, one.demandsClientCertificate});
+        folder.write("server.pem", certificate.certificate);
+        setenv("SSL_CERT_FILE", folder.path(one.trusted).c_str(), 1);
+        for (const bool answer : {true, false}) {
+            int asked = 0;
+            const auto request = TWLWebRequest::requestWithMethod("GET", "");
+            request->setProtectionSpaceHandler([&](const platform::URLProtectionSpace& space) {
+                EXPECT_EQ(space.serverTrust->host, "127.0.0.1");
+                EXPECT_THAT(DispatchQueue::currentLabel(), EndsWith(".web-transaction"));
+                ++asked;
+                return answer;
+            });
+            const auto response = exchange(server.url(), request);
+            EXPECT_THAT(errorOf(*response), one.error);
+            EXPECT_EQ(response->statusCode(), response->error() ? 0u : 200u);
+            EXPECT_EQ(asked, GetParam() && &one < std::end(cases) - 1) << "only with a store to trust";
         }
     }
-    const support::TemporaryFolder folder;
-    const support::Certificate certificate = support::makeCertificate();
-    HTTPServer demanding([](const HTTPRequest&) { return HTTPAnswer{}; },
-                         {certificate, certificate.certificate});
-    setenv("SSL_CERT_FILE", folder.write("extra.pem", certificate.certificate).c_str(), 1);
-    const auto response = get(demanding.url());
-    if (isAsynchronous())
-        expectError(*response, TWLWebClientErrorDomain, -2);
-    else
-        expectError(*response, URLErrorCode::clientCertificateRequired);
 }
 
 TEST_P(Exchange, AProxyThatWantsAPasswordForATunnelIsAChallengeToo) {
-    ScriptedServer proxy([](ScriptedServer::Peer& peer) {
-        peer.readUntil("\r\n\r\n");
-        peer.send("HTTP/1.1 407 Who?\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n");
-    });
+    ScriptedServer proxy(
+        saying("HTTP/1.1 407 Who?\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n"));
     setenv("https_proxy", proxy.url().c_str(), 1);
     const auto response = get("https://service.invalid/");
     unsetenv("https_proxy");
-    if (isAsynchronous())
-        return expectError(*response, TWLWebClientErrorDomain, -2);
-    EXPECT_EQ(response->error(), std::nullopt);
-    EXPECT_EQ(response->statusCode(), 407u);
-}
-
-TEST_P(Exchange, ExpectsExactlyOneStatus) {
-    HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{201, "", "text/plain", {}}; });
-    const std::string closed = [] {
-        return ScriptedServer([](auto&) {}).url();
-    }();
-    const auto sent = [&](const std::string& url, std::uint64_t expected) {
-        TWLWebClient client(*URL::parse(url));
-        std::shared_ptr<TWLWebResponse> result;
-        const auto take = [&](const auto& response) {
-            result = response;
-            platform::RunLoop::mainRunLoop().stop();
-        };
-        const auto request = TWLWebRequest::requestWithMethod("GET", "");
-        isAsynchronous() ? client.startRequest(request, expected, take)
-                         : client.syncStartRequest(request, expected, take);
-        platform::RunLoop::mainRunLoop().run();
-        return result;
-    };
-    EXPECT_EQ(sent(server.url(), 201)->error(), std::nullopt);
-    const auto other = sent(server.url(), 200);
-    expectError(*other, TWLWebClientErrorDomain, -1);
-    EXPECT_EQ(other->statusCode(), 201u);
-    EXPECT_TRUE(other->error()->userInfo.empty());
-    expectError(*sent(closed, 200), URLErrorCode::cannotConnectToHost);
-    TWLWebClient client(*URL::parse(server.url()));
-    client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", ""), 200, nullptr);
-}
-
-TEST_P(Exchange, SendsBodiesOfManyPieces) {
-    std::string received;
-    HTTPServer server([&](const HTTPRequest& request) {
-        received = request.body;
-        return HTTPAnswer{};
-    });
-    const auto request = TWLWebRequest::requestWithMethod("POST", "");
-    for (std::size_t size : {0, 1, 70'000, 3'000'000})
-        request->addData(Data(std::string(size, static_cast<char>('a' + size % 7))), "a/b", "n", "f");
-    EXPECT_EQ(exchange(server.url(), request)->statusCode(), 200u);
-    EXPECT_TRUE(received == request->formData()->bytes());
+    EXPECT_EQ(errorOf(*response), GetParam() ? challenge : "");
+    EXPECT_EQ(response->statusCode(), GetParam() ? 0u : 407u);
 }
 
 TEST(Client, ResolvesAndNamesWhatItSends) {
@@ -394,38 +351,42 @@ TEST(Client, ResolvesAndNamesWhatItSends) {
                        request.header("Content-Type"));
         return HTTPAnswer{};
     });
-    TWLWebClient client(*URL::parse("http://base.invalid/api/"));
-    client.addValueForHeader("text/plain", "accept");
-    std::shared_ptr<TWLWebResponse> last;
-    const auto wait = [&](const auto& response) {
-        last = response;
+    TWLWebClient other(*URL::parse("http://base.invalid/api/")), client(*URL::parse(server.url("/api/")));
+    other.addValueForHeader("text/plain", "accept");
+    std::string error;
+    const auto take = [&](const auto& response) {
+        error = errorOf(*response);
         EXPECT_EQ(DispatchQueue::currentLabel(), DispatchQueue::global().label());
-        platform::RunLoop::mainRunLoop().stop();
+        RunLoop::mainRunLoop().stop();
     };
-    client.getURL(*URL::parse(server.url("/exact?x")), wait);
-    platform::RunLoop::mainRunLoop().run();
-    TWLWebClient other(*URL::parse(server.url("/api/")));
-    other.getPath("../up", wait);
-    platform::RunLoop::mainRunLoop().run();
-    other.postFormData({{"k", "v"}}, "/form", wait);
-    platform::RunLoop::mainRunLoop().run();
+    const std::function<void()> starts[] = {[&] { other.getURL(*URL::parse(server.url("/exact?x")), take); },
+                                            [&] { client.getPath("../up", take); },
+                                            [&] {
+                                                client.postFormData({{"k", "v"}}, "/form", take);
+                                            },
+                                            [&] {
+                                                client.getPath("not a path", take);
+                                            }};
+    for (const auto& start : starts) {
+        EXPECT_EQ(error, "");
+        start();
+        RunLoop::mainRunLoop().run();
+    }
+    EXPECT_THAT(error, failure(URLErrorCode::badURL));
     const std::string both = "application/json, application/x-plist";
     EXPECT_THAT(seen, testing::ElementsAre("GET /exact?x text/plain ", "GET /up " + both + " ",
                                            "POST /form " + both + " multipart/form-data; boundary=AaB03x"));
-    other.getPath("not a path", wait);
-    platform::RunLoop::mainRunLoop().run();
-    expectError(*last, URLErrorCode::badURL);
 }
 
 TEST(Client, NothingHappensWhileTheMainRunLoopDoesNotRun) {
     std::atomic<int> connections = 0;
-    ScriptedServer server([&](ScriptedServer::Peer&) { ++connections; });
+    ScriptedServer server([&](Peer&) { ++connections; });
     std::atomic<bool> isDone = false;
     {
         TWLWebClient client(*URL::parse(server.url()));
         client.getPath("", [&](const auto&) {
             isDone = true;
-            platform::RunLoop::mainRunLoop().stop();
+            RunLoop::mainRunLoop().stop();
         });
         // On the queues everything up to the connection's start has run by then.
         while (client.connections().empty())
@@ -434,7 +395,7 @@ TEST(Client, NothingHappensWhileTheMainRunLoopDoesNotRun) {
         EXPECT_EQ(connections, 0);
         EXPECT_FALSE(isDone);
     }
-    platform::RunLoop::mainRunLoop().run();
+    RunLoop::mainRunLoop().run();
     EXPECT_TRUE(isDone) << "the exchange outlives its client";
 }
 
@@ -444,8 +405,7 @@ TEST(Client, CarriesTwoHundredExchangesAtOnce) {
         return HTTPAnswer{200, request.target, "text/plain", {}};
     });
     TWLWebClient client(*URL::parse(server.url()));
-    std::atomic<int> callbacks = 0;
-    std::atomic<int> wrong = 0;
+    std::atomic<int> callbacks = 0, wrong = 0;
     for (int i = 0; i < count; ++i) {
         const std::string path = std::string("/").append(std::to_string(i));
         client.getPath(path, [&, path](const std::shared_ptr<TWLWebResponse>& response) {
@@ -453,10 +413,10 @@ TEST(Client, CarriesTwoHundredExchangesAtOnce) {
                 DispatchQueue::currentLabel() != DispatchQueue::global().label())
                 ++wrong;
             if (++callbacks == count)
-                platform::RunLoop::mainRunLoop().stop();
+                RunLoop::mainRunLoop().stop();
         });
     }
-    EXPECT_TRUE(platform::RunLoop::mainRunLoop().run(std::chrono::seconds(120)));
+    EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(120)));
     while (!client.connections().empty())
         std::this_thread::yield();
     EXPECT_EQ(callbacks, count);

@@ -5,7 +5,6 @@
 #include <httplib.h>
 
 #include <stdexcept>
-#include <thread>
 
 namespace support {
 namespace {
@@ -30,80 +29,49 @@ HTTPRequest received(const httplib::Request& request) {
     return result;
 }
 
-void route(httplib::Server& server, const httplib::Server::Handler& handler) {
-    server.Get(".*", handler);
-    server.Post(".*", handler);
-    server.Put(".*", handler);
-    server.Patch(".*", handler);
-    server.Delete(".*", handler);
-    server.Options(".*", handler);
-}
-
-} // namespace
-
-struct HTTPServer::State {
-    State(Handler handler, std::unique_ptr<httplib::Server> made, const char* schemeName)
-        : server(std::move(made)), scheme(schemeName) {
-        if (!server->is_valid())
-            throw std::runtime_error("the test server does not take its certificate");
-        server->set_keep_alive_max_count(1);
-        server->set_payload_max_length(SIZE_MAX);
-        server->set_pre_routing_handler(&hideContentType);
-        route(*server, [handler = std::move(handler)](const auto& request, auto& response) {
-            const HTTPAnswer answer = handler(received(request));
-            response.status = answer.status;
-            for (const auto& [name, value] : answer.headers)
-                response.set_header(name, value);
-            response.set_content(answer.body, answer.contentType);
-        });
-        socket_t listener = -1;
-        server->set_socket_options([&](socket_t socket) { listener = socket; });
-        port = server->bind_to_any_port("127.0.0.1");
-        // The library's own queue of 5 would make the system drop connections that come all at once.
-        listen(listener, SOMAXCONN);
-        thread = std::thread([this] { server->listen_after_bind(); });
-    }
-    ~State() {
-        // A stop before the server runs is lost.
-        while (!server->is_running())
-            std::this_thread::yield();
-        server->stop();
-        thread.join();
-    }
-
-    std::unique_ptr<httplib::Server> server;
-    const char* scheme;
-    int port = 0;
-    std::thread thread;
-};
-
-namespace {
-
-std::unique_ptr<httplib::Server> secureServer(const HTTPServer::TLS& tls) {
+std::unique_ptr<httplib::Server> makeServer(const std::optional<HTTPServer::TLS>& tls) {
+    if (!tls)
+        return std::make_unique<httplib::Server>();
     const TemporaryFolder folder;
-    const std::string certificate = folder.write("certificate.pem", tls.certificate.certificate);
-    const std::string key = folder.write("key.pem", tls.certificate.key);
-    const std::string authority = folder.write("authority.pem", tls.clientAuthority);
-    return std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str(),
-                                                tls.clientAuthority.empty() ? nullptr : authority.c_str());
+    const std::string certificate = folder.write("certificate.pem", tls->certificate.certificate);
+    const std::string key = folder.write("key.pem", tls->certificate.key);
+    const char* const authority = tls->demandsClientCertificate ? certificate.c_str() : nullptr;
+    auto server = std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str(), authority);
+    if (!server->is_valid())
+        throw std::runtime_error("the test server does not take its certificate");
+    return server;
 }
 
 } // namespace
 
-HTTPServer::HTTPServer(Handler handler)
-    : _state(std::make_unique<State>(std::move(handler), std::make_unique<httplib::Server>(), "http")) {}
-
-HTTPServer::HTTPServer(Handler handler, const TLS& tls)
-    : _state(std::make_unique<State>(std::move(handler), secureServer(tls), "https")) {}
-
-HTTPServer::~HTTPServer() = default;
-
-int HTTPServer::port() const {
-    return _state->port;
+HTTPServer::HTTPServer(Handler handler, const std::optional<TLS>& tls) : _server(makeServer(tls)) {
+    const auto answerTo = [handler = std::move(handler)](const auto& request, auto& response) {
+        const HTTPAnswer answer = handler(received(request));
+        response.status = answer.status;
+        for (const auto& [name, value] : answer.headers)
+            response.set_header(name, value);
+        response.set_content(answer.body, answer.contentType);
+    };
+    _server->set_keep_alive_max_count(1);
+    _server->set_payload_max_length(SIZE_MAX);
+    _server->set_pre_routing_handler(&hideContentType);
+    _server->Get(".*", answerTo);
+    _server->Post(".*", answerTo);
+    socket_t listener = -1;
+    _server->set_socket_options([&](socket_t socket) { listener = socket; });
+    const int port = _server->bind_to_any_port("127.0.0.1");
+    // The library's own queue of 5 would make the system drop connections that come all at once.
+    listen(listener, SOMAXCONN);
+    _origin = (tls ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port);
+    _thread = std::thread([this] { _server->listen_after_bind(); });
 }
 
-std::string HTTPServer::url(const std::string& path) const {
-    return std::string(_state->scheme) + "://127.0.0.1:" + std::to_string(_state->port) + path;
+HTTPServer::~HTTPServer() {
+    // A stop before the server runs is lost.
+    while (!_server->is_running())
+        std::this_thread::yield();
+    _server->stop();
+    _thread.join();
 }
 
 std::string HTTPRequest::header(const std::string& name) const {

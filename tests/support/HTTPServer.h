@@ -5,8 +5,14 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
+
+namespace httplib {
+class Server;
+}
 
 namespace support {
 
@@ -37,21 +43,20 @@ public:
 
     struct TLS {
         Certificate certificate;
-        /// Ask for a client certificate signed by this one (PEM) and refuse who has none.
-        std::string clientAuthority;
+        /// Refuse clients without a certificate that this one signed.
+        bool demandsClientCertificate = false;
     };
 
-    explicit HTTPServer(Handler handler);
-    HTTPServer(Handler handler, const TLS& tls);
+    explicit HTTPServer(Handler handler, const std::optional<TLS>& tls = std::nullopt);
     ~HTTPServer();
 
     /// "http://127.0.0.1:<port>" or "https://..." with `path` behind it.
-    std::string url(const std::string& path = "/") const;
-    int port() const;
+    std::string url(const std::string& path = "/") const { return _origin + path; }
 
 private:
-    struct State;
-    std::unique_ptr<State> _state;
+    std::unique_ptr<httplib::Server> _server;
+    std::string _origin;
+    std::thread _thread;
 };
 
 struct FormPart {

@@ -39,22 +39,15 @@ bool ScriptedServer::Peer::pause(std::chrono::milliseconds time) {
     return !_server._ending.wait_for(lock, time, [this] { return _server._isEnding; });
 }
 
-void ScriptedServer::Peer::stall() {
-    std::unique_lock lock(_server._mutex);
-    _server._ending.wait(lock, [this] { return _server._isEnding; });
-}
-
 ScriptedServer::ScriptedServer(Script script) : _script(std::move(script)) {
     _listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     if (bind(_listener, generic, size) != 0 || listen(_listener, SOMAXCONN) != 0 ||
         getsockname(_listener, generic, &size) != 0)
         throw std::runtime_error("the scripted server cannot listen");
-    _port = ntohs(address.sin_port);
+    _origin = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
     _acceptor = std::thread([this] { acceptAll(); });
 }
 
@@ -73,19 +66,11 @@ ScriptedServer::~ScriptedServer() {
     close(_listener);
 }
 
-std::string ScriptedServer::url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(_port) + path;
-}
-
 void ScriptedServer::acceptAll() {
-    while (true) {
-        const int accepted = accept(_listener, nullptr, nullptr);
+    for (int accepted = 0; (accepted = accept(_listener, nullptr, nullptr)) >= 0;) {
         const std::lock_guard lock(_mutex);
-        if (accepted < 0 || _isEnding) {
-            if (accepted >= 0)
-                close(accepted);
-            return;
-        }
+        if (_isEnding)
+            shutdown(accepted, SHUT_RDWR);
         _sockets.push_back(accepted);
         _threads.emplace_back([this, accepted] { serve(accepted); });
     }

@@ -27,7 +27,7 @@ public:
         /// Waits for the server's end, at most this long; false once the server is ending.
         bool pause(std::chrono::milliseconds time);
         /// Does nothing until the server ends.
-        void stall();
+        void stall() { pause(std::chrono::hours(1)); }
 
     private:
         friend class ScriptedServer;
@@ -42,8 +42,7 @@ public:
     /// Ends all scripts that stall or wait for the peer, and waits for them.
     ~ScriptedServer();
 
-    int port() const { return _port; }
-    std::string url(const std::string& path = "/") const;
+    std::string url(const std::string& path = "/") const { return _origin + path; }
 
 private:
     void acceptAll();
@@ -51,7 +50,7 @@ private:
 
     const Script _script;
     int _listener = -1;
-    int _port = 0;
+    std::string _origin;
     std::mutex _mutex;
     std::condition_variable _ending;
     bool _isEnding = false;
