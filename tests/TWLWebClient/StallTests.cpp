@@ -124,27 +124,6 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
                 flight.thread = std::thread([=, &flight] { flight.client.syncStartRequest(request, take); });
         }
     }
-    EXPECT_TRUE(platform::RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
-    for (std::thread& thread : threads)
-        thread.join();
-
-    auto flight = flights.begin();
-    for (const char* road : {"synchronous", "asynchronous"}) {
-        for (const auto& one : cases) {
-            SCOPED_TRACE(std::string(road) + " " + one.url + " " + (one.phase ? one.phase : "slow"));
-            const TWLWebResponse& response = *flight->response;
-            if (one.phase) {
-                EXPECT_EQ(response.error().value_or(platform::Error{}).code, -1001) << response.description();
-                EXPECT_THAT(reasonOf(response),
-                            HasSubstr(std::string("no progress for 15 seconds while ") + one.phase));
-                EXPECT_THAT(reasonOf(response), HasSubstr(URL::parse(one.url)->host()));
-                EXPECT_GE(flight->time, std::chrono::milliseconds(14'900));
-                EXPECT_LE(flight->time, std::chrono::seconds(18));
-            } else {
-                EXPECT_EQ(response.error(), std::nullopt) << response.description();
-            }
-            EXPECT_EQ(response.responseData(), Data(one.data));
-            ++flight;
     EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
     for (Flight& flight : flights) {
         const bool isSynchronous = flight.thread.joinable();
@@ -161,7 +140,7 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
         EXPECT_THAT(error, HasSubstr("no progress for 15 seconds while " + flight.one.phase));
         EXPECT_THAT(error, HasSubstr(URL::parse(flight.one.url)->host()));
         EXPECT_GE(flight.time, std::chrono::milliseconds(14'900));
-        EXPECT_LE(flight.time, std::chrono::milliseconds(16'500));
+        EXPECT_LE(flight.time, std::chrono::seconds(18));
     }
     isHung = false;
     isHung.notify_all();
