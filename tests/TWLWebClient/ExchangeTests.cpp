@@ -40,7 +40,8 @@ protected:
     }
 
     /// Sends `request` and waits for its response and for the end of its connection.
-    std::shared_ptr<TWLWebResponse> exchange(const std::string& url, std::shared_ptr<TWLWebRequest> request,
+    std::shared_ptr<TWLWebResponse> exchange(const std::string& url,
+                                             const std::shared_ptr<TWLWebRequest>& request,
                                              std::optional<std::uint64_t> expected = std::nullopt) {
         TWLWebClient client(*URL::parse(url));
         std::shared_ptr<TWLWebResponse> result;

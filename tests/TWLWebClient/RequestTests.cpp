@@ -170,7 +170,7 @@ TEST(ProgrammingErrors, EndTheProcessWithTheirExpression) {
     const std::pair<void (*)(), std::string> cases[] = {
         {[] { TWLWebRequest::requestWithMethod("GET", std::nullopt); },
          "(path), function +[TWLWebRequest requestWithMethod:path:]" + request},
-        {[] { TWLWebRequest(std::nullopt); },
+        {[] { const TWLWebRequest withoutMethod{std::nullopt}; },
          "(method), function -[TWLWebRequest initWithMethod:]" + request},
         {[] { TWLWebClient::encodeJSON(1); },
          "(0 && \"encodeJSON: isn't implemented yet\"), function +[TWLWebClient encodeJSON:]" + client + "."},

@@ -55,8 +55,8 @@ struct FullPort {
                     getsockname(listener, generic, &size) == 0);
         url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
         for (int i = 0; i < 4; ++i)
-            connect(sockets.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)).get(), generic,
-                    size);
+            static_cast<void>(connect(
+                sockets.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)).get(), generic, size));
     }
     std::string url;
     std::list<platform::FileDescriptor> sockets;
@@ -87,7 +87,7 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
         std::string url;
         std::size_t size;
         std::string phase;
-        std::string data = "";
+        std::string data = {};
     } cases[] = {
         {std::string("http://") + hungName + "/", 0, "looking up the host's name"},
         {full.url, 0, "connecting"},

@@ -58,7 +58,7 @@ Launch SampleBuild::launch() const {
     launch.workingDirectory = workingDirectory;
     launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
     for (const auto& [name, value] : environment)
-        launch.environment.push_back(name + "=" + value);
+        launch.environment.push_back(std::string(name).append("=").append(value));
     return launch;
 }
 
