@@ -95,7 +95,7 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     request->setParameters(TWLWebRequest::Parameters{{"a b", "x&y"}});
     request->addValueForHTTPHeaderField("run/149", "User-Agent");
     request->addValueForHTTPHeaderField("5", "Content-Length");
-    for (std::size_t size : {0, 1, 70'000, 3'000'000})
+    for (const std::size_t size : {0u, 1u, 70'000u, 3'000'000u})
         request->addData(Data(std::string(size, static_cast<char>('a' + size % 7))), "a/b", "n", "f");
     const auto response = exchange(server.url("/api/"), request, 201);
     const std::string body = request->formData()->bytes();
@@ -111,7 +111,7 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed on its way";
     EXPECT_TRUE(response->body() == Value(Data(body)));
 
-    for (const std::uint64_t expected : {200, 202}) {
+    for (const std::uint64_t expected : {200u, 202u}) {
         const auto other = exchange(server.url(), TWLWebRequest::requestWithMethod("GET", ""), expected);
         EXPECT_EQ(errorOf(*other), "Error Domain=TWLWebClientErrorDomain Code=-1");
         EXPECT_EQ(other->statusCode(), 201u);

@@ -119,7 +119,7 @@ TEST(Response, TellsHowTheExchangeEnded) {
     TWLWebResponse response;
     EXPECT_EQ(response.description(),
               "{request: (null), status: 0, body: (null), error: (null), headers: (null)}");
-    for (const std::uint64_t status : {0, 199, 200, 299, 300}) {
+    for (const std::uint64_t status : {0u, 199u, 200u, 299u, 300u}) {
         response.setStatusCode(status);
         EXPECT_EQ(response.wasSuccessful(), status / 100 == 2) << status;
     }
