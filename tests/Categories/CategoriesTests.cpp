@@ -77,7 +77,7 @@ TEST(NSTask, ThrowsWithPathAndReasonWhenNothingCanBeStartedAndLeavesNothingOpen)
         try {
             ADD_FAILURE() << run(path, arguments, workingDirectory) << reason;
         } catch (const platform::LaunchError& error) {
-            EXPECT_EQ(error.what(), "Cannot launch " + path + ": " + reason);
+            EXPECT_EQ(error.what(), "Cannot launch "s.append(path).append(": ").append(reason));
         }
     EXPECT_THROW(run("/bin/true", {}, {}, {{{"A=B", "C"}}}), platform::LaunchError);
     EXPECT_THROW(NSTask::launchWithPath("/bin/true", {}, {}, [](auto&&...) { throw 1; }), int);

@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace support {
 namespace {
 
@@ -16,6 +18,9 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
     for (const std::string& text : texts)
         result.push_back(const_cast<char*>(text.c_str()));
     result.push_back(nullptr);
+    std::vector<char*> result(texts.size() + 1);
+    std::transform(texts.begin(), texts.end(), result.begin(),
+                   [](const std::string& text) { return const_cast<char*>(text.c_str()); });
     return result;
 }
 
