@@ -25,7 +25,8 @@ static_assert(std::atomic<const char*>::is_always_lock_free);
 extern "C" void deleteUnfinishedFile(int signalNumber) {
     if (const char* path = unfinishedFile)
         ::unlink(path);
-    // The action is the default one again (SA_RESETHAND) and ends the process once this returns.
+    // Only now: a second signal, handled on another thread, must not end the process before the file is gone.
+    ::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
 }
 
@@ -36,7 +37,6 @@ void catchSignals() {
             continue;
         action = {};
         action.sa_handler = &deleteUnfinishedFile;
-        action.sa_flags = static_cast<int>(SA_RESETHAND);
         sigaction(number, &action, nullptr);
     }
     // A file that may not grow is an error of the write instead.
@@ -55,12 +55,14 @@ ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
     refuseOtherThanFile(_path);
     // Short, so that it fits wherever the archive's own name does.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
-    unfinishedFile = _temporaryPath.c_str();
     catchSignals();
+    unfinishedFile = _temporaryPath.c_str();
     _file =
         platform::FileDescriptor(::open(_temporaryPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!_file)
+    if (!_file) {
+        unfinishedFile = nullptr;
         throw Failure(errno, "create", _path);
+    }
 }
 
 ArchiveFile::~ArchiveFile() {
