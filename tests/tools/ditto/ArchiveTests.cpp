@@ -1,11 +1,11 @@
-#include "Categories/NSTask+Convenience.h"
+#include "ditto/ZipWriter.h"
 #include "platform/Files.h"
+#include "support/ChildProcess.h"
+#include "support/Shell.h"
 #include "support/TemporaryFolder.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,30 +24,12 @@ using testing::HasSubstr;
 using testing::StartsWith;
 namespace fs = std::filesystem;
 
-struct Outcome {
-    int status = -1;
-    std::string stdoutText;
-    std::string stderrText;
-};
+constexpr std::size_t piece = 1 << 20;
 
-Outcome run(const std::string& program, const NSTask::Arguments& arguments,
-            const std::optional<std::string>& workingDirectory = std::nullopt) {
-    Outcome outcome;
-    NSTask::launchWithPath(program, workingDirectory, arguments,
-                           [&](const platform::Data& err, const platform::Data& out, std::int32_t status) {
-                               outcome = {status, std::string(out.bytes()), std::string(err.bytes())};
-                           });
-    return outcome;
-}
-
-Outcome ditto(const std::string& source, const std::string& archive,
-              const std::optional<std::string>& workingDirectory = std::nullopt) {
-    return run(DITTO_PATH, {"-c", "-k", "--keepParent", source, archive}, workingDirectory);
-}
-
-/// Through a shell, for what has to be set up around the archiver: "$D SOURCE ARCHIVE".
-Outcome shell(const std::string& script, const std::string& workingDirectory) {
-    return run("/bin/sh", {"-c", "D='" DITTO_PATH " -c -k --keepParent'; " + script}, workingDirectory);
+/// Runs in `folder`, with "$D SOURCE ARCHIVE" for the archiver. The output holds both streams.
+support::ShellResult shell(const TemporaryFolder& folder, const std::string& script) {
+    return support::runShell("cd '" + folder.path() +
+                             "' && exec 2>&1; D='" DITTO_PATH " -c -k --keepParent'; " + script);
 }
 
 std::string bytesOf(const std::string& path) {
@@ -96,14 +78,8 @@ std::map<std::string, std::string> treeIn(const fs::path& folder) {
     return tree;
 }
 
-void setTime(const std::string& path, std::int64_t seconds) {
-    const timespec times[2] = {{seconds, 0}, {seconds, 0}};
-    EXPECT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-}
-
 /// A bundle with everything that one may hold, on both sides of each size that the archiver treats apart.
-std::string makeBundle(const TemporaryFolder& folder) {
-    constexpr std::size_t piece = 1 << 20;
+void makeBundle(const TemporaryFolder& folder) {
     const std::map<std::string, std::string> files = {
         {"Info.plist", "<plist/>\n"},
         {"DWARF/My App", text(3 * piece + 17)},
@@ -122,139 +98,98 @@ std::string makeBundle(const TemporaryFolder& folder) {
     };
     for (const auto& [name, content] : files)
         folder.write("source/My App.app.dSYM/Contents/" + name, content);
-    const std::string contents = folder.path("source/My App.app.dSYM/Contents/");
-    fs::create_symlink("../../../outside", contents + "link");
-    fs::create_symlink("DWARF", contents + "link to folder");
-    fs::create_symlink(std::string(1000, 't'), contents + "long link");
-    folder.makeFolder("source/My App.app.dSYM/Contents/empty folder");
-    chmod((contents + "empty").c_str(), 0400);
-    chmod((contents + "one byte").c_str(), 04751);
-    chmod((contents + "empty folder").c_str(), 01700);
-    setTime(contents + "link", 1234567890);
-    setTime(contents + "noise", 315532801); // an odd second of 1980
-    setTime(contents + "a!", 0);
-    setTime(contents + "empty folder", 2147483647);
-    setTime(contents + "DWARF", 1000000001);
-    return folder.path("source/My App.app.dSYM");
+    const auto made = shell(folder, R"(cd 'source/My App.app.dSYM/Contents' && mkdir 'empty folder' &&
+        ln -s ../../../outside link && ln -s DWARF 'link to folder' && ln -s $(printf %01000d 0) 'long link' &&
+        chmod 400 empty && chmod 4751 'one byte' && chmod 1700 'empty folder' && touch -hd @1234567890 link &&
+        touch -d @315532801 noise && touch -d @0 a! && touch -d @2147483647 'empty folder' &&
+        touch -d @1000000001 DWARF)");
+    EXPECT_EQ(made.status, 0) << made.output;
 }
 
 TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
     const TemporaryFolder folder;
-    const std::string bundle = makeBundle(folder);
-    const std::string archive = folder.path("archive.zip");
-    const Outcome outcome = ditto(bundle, archive);
-    ASSERT_EQ(outcome.status, 0) << outcome.stderrText;
-    EXPECT_EQ(outcome.stdoutText + outcome.stderrText, "");
-    EXPECT_EQ(run("/usr/bin/unzip", {"-tqq", archive}).status, 0);
-    EXPECT_EQ(run("/usr/bin/env", {"python3", "-m", "zipfile", "-t", archive}).status, 0);
-
+    makeBundle(folder);
+    const auto packed = shell(
+        folder, "mkdir tar zip; $D 'source/My App.app.dSYM' A && unzip -tqq A && bsdtar -xpf A -C tar && "
+                "unzip -qqK A -d zip && python3 -m zipfile -t A >/dev/null");
+    EXPECT_EQ(packed.status, 0);
+    EXPECT_EQ(packed.output, "");
     const auto source = treeIn(folder.path("source"));
-    const std::pair<const char*, NSTask::Arguments> unpackers[] = {
-        {"/usr/bin/bsdtar", {"-xpf", archive, "-C", folder.makeFolder("bsdtar")}},
-        {"/usr/bin/unzip", {"-qqK", archive, "-d", folder.makeFolder("unzip")}},
-    };
-    for (const auto& [program, arguments] : unpackers) {
-        const Outcome unpacked = run(program, arguments);
-        EXPECT_EQ(unpacked.status, 0) << unpacked.stderrText;
-        auto tree = treeIn(folder.path(fs::path(program).filename().string()));
+    for (const std::string unpacker : {"tar", "zip"}) {
+        auto tree = treeIn(folder.path(unpacker));
+        EXPECT_EQ(tree.size(), source.size());
         for (const auto& [name, description] : source) {
             // unzip leaves a link's own time alone.
-            if (program != unpackers[0].first && fs::is_symlink(folder.path("source/" + name)))
+            if (unpacker == "zip" && fs::is_symlink(folder.path("source/" + name)))
                 continue;
             EXPECT_TRUE(tree[name] == description)
-                << program << ": " << name << ": " << tree[name].substr(0, 40) << " for "
+                << unpacker << ": " << name << ": " << tree[name].substr(0, 40) << " for "
                 << description.substr(0, 40);
         }
-        EXPECT_EQ(tree.size(), source.size());
     }
 }
 
-TEST(Ditto, EntriesAreSortedByTheirBytesBelowOneFolder) {
+TEST(Ditto, TheSameBundleGivesTheSameSortedBytesHoweverItIsNamedAndMade) {
     const TemporaryFolder folder;
     makeBundle(folder);
-    for (const char* source : {"My App.app.dSYM", "./My App.app.dSYM///", "My App.app.dSYM/Contents/.."}) {
-        ASSERT_EQ(ditto(source, "../archive.zip", folder.path("source")).status, 0);
-        const Outcome listed =
-            run("/usr/bin/env", {"python3", "-c",
-                                 "import sys, zipfile; names = [n.encode() for n in "
-                                 "zipfile.ZipFile(sys.argv[1]).namelist()]; print(names == sorted(names), "
-                                 "names[0].decode(), {n.split(b'/')[0].decode() for n in names})",
-                                 folder.path("archive.zip")});
-        EXPECT_EQ(listed.stdoutText, "True My App.app.dSYM/ {'My App.app.dSYM'}\n") << source;
-    }
+    const auto outcome = shell(
+        folder, "cd source; B='My App.app.dSYM'; $D \"$B\" ../1 && TZ=Asia/Tokyo $D \"./$B///\" ../2 && "
+                "taskset 1 $D \"$B/Contents/..\" ../3 && cd .. && cmp 1 2 && cmp 1 3 && python3 -c '"
+                "import zipfile; names = [n.encode() for n in zipfile.ZipFile(\"1\").namelist()]; "
+                "print(names == sorted(names), {n.split(b\"/\")[0] for n in names})'");
+    EXPECT_EQ(outcome.output, "True {b'My App.app.dSYM'}\n");
 }
 
-TEST(Ditto, TheSameBundleGivesTheSameBytesWhateverTheMachine) {
+TEST(Ditto, PacksOneFileOrWhatALinkNamesAndKeepsNamesThatAreNotUTF8Apart) {
     const TemporaryFolder folder;
-    makeBundle(folder);
-    const Outcome outcome = shell("B='source/My App.app.dSYM'; $D \"$B\" 1 && TZ=Asia/Tokyo $D \"$B\" 2 && "
-                                  "taskset 1 $D \"$B/\" 3 && cmp 1 2 && cmp 1 3",
-                                  folder.path());
-    EXPECT_EQ(outcome.status, 0) << outcome.stdoutText << outcome.stderrText;
+    folder.write("file", "content");
+    fs::create_symlink("S", folder.path("link"));
+    for (const char* name : {"S/\xE9", "S/\xEA", "S/\xC3\xA9", "S/\xEF\xBF\xBD"})
+        folder.write(name, name);
+    const auto outcome = shell(folder, "$D file A && unzip -Z1 A && $D link B && unzip -qq B -d out");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "file\n");
+    EXPECT_EQ(treeIn(folder.path("S")), treeIn(folder.path("out/link")));
 }
 
 TEST(Ditto, TablesShrinkAsNamesDo) {
     const TemporaryFolder folder;
-    folder.write("S/table", table(3 << 20));
-    ASSERT_EQ(ditto(folder.path("S"), folder.path("archive.zip")).status, 0);
-    EXPECT_LT(fs::file_size(folder.path("archive.zip")), (3 << 20) / 3);
+    folder.write("S/table", table(3 * piece));
+    ASSERT_EQ(shell(folder, "$D S A").status, 0);
+    EXPECT_LT(fs::file_size(folder.path("A")), piece);
 }
 
-TEST(Ditto, PacksOneFileOrWhatALinkNames) {
+TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
     const TemporaryFolder folder;
-    folder.write("file", "content");
-    folder.write("real/inside", "content");
-    fs::create_symlink("real", folder.path("link"));
-    for (const auto& [source, names] : {std::pair{"file", "file\n"}, {"link", "link/\nlink/inside\n"}}) {
-        EXPECT_EQ(ditto(folder.path(source), folder.path("archive.zip")).status, 0);
-        EXPECT_EQ(run("/usr/bin/bsdtar", {"-tf", folder.path("archive.zip")}).stdoutText, names);
+    ditto::ArchiveFile file(folder.path("A"));
+    ditto::ZipWriter writer(file);
+    writer.begin({.name = "huge", .mode = S_IFREG | 0644, .size = std::uint64_t{5} << 30});
+    writer.append("x");
+    writer.end(0);
+    for (int i = 0; i < 66000; ++i) {
+        writer.begin({.name = std::to_string(i), .mode = S_IFREG | 0644});
+        writer.end(0);
     }
-}
-
-TEST(Ditto, NamesThatAreNotUTF8StayApart) {
-    const TemporaryFolder folder;
-    for (const char* name : {"S/\xE9", "S/\xEA", "S/\xC3\xA9", "S/\xEF\xBF\xBD"})
-        folder.write(name, name);
-    ASSERT_EQ(ditto(folder.path("S"), folder.path("archive.zip")).status, 0);
-    const Outcome unpacked =
-        run("/usr/bin/unzip", {"-qq", folder.path("archive.zip"), "-d", folder.path("out")});
-    EXPECT_EQ(unpacked.status, 0) << unpacked.stderrText;
-    EXPECT_EQ(treeIn(folder.path("S")), treeIn(folder.path("out/S")));
-}
-
-TEST(Ditto, MoreEntriesThanTheFormatCountsIn16Bits) {
-    const TemporaryFolder folder;
-    fs::create_directory(folder.path("S"));
-    for (int i = 0; i < 66000; ++i)
-        close(open(folder.path("S/" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
-    ASSERT_EQ(ditto(folder.path("S"), folder.path("archive.zip")).status, 0);
-    const Outcome counted = run("/usr/bin/env", {"python3", "-c",
-                                                 "import sys, zipfile; "
-                                                 "print(len(zipfile.ZipFile(sys.argv[1]).namelist()))",
-                                                 folder.path("archive.zip")});
-    EXPECT_EQ(counted.stdoutText, "66001\n");
-    EXPECT_EQ(run("/usr/bin/unzip", {"-tqq", folder.path("archive.zip")}).status, 0);
+    writer.finish();
+    file.commit();
+    const auto read =
+        shell(folder, "python3 -c 'import struct, zipfile; z = zipfile.ZipFile(\"A\"); i = z.infolist(); "
+                      "print(len(i), i[-1].filename, z.read(i[-1]), i[0].file_size, i[0].compress_size, "
+                      "struct.unpack_from(\"<LLHH4sHHQQ\", open(\"A\", \"rb\").read(), 18))'");
+    EXPECT_EQ(read.output, "66001 65999 b'' 5368709120 1 "
+                           "(4294967295, 4294967295, 4, 29, b'huge', 1, 16, 5368709120, 1)\n");
 }
 
 TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
     const TemporaryFolder folder;
     folder.write("S/file", "content");
-    const std::string source = folder.path("S");
-    const std::string archive = folder.path("archive.zip");
-    const NSTask::Arguments misuses[] = {
-        {},
-        {"-c", "-k", "--keepParent", source},
-        {"-c", "-k", "--keepParent", source, archive, "more"},
-        {"-k", "-c", "--keepParent", source, archive},
-        {"-x", "-k", "--keepParent", source, archive},
-        {"-c", "-k", "--keepParent", "", archive},
-        {"-c", "-k", "--keepParent", source, ""},
-    };
-    for (const auto& arguments : misuses) {
-        const Outcome outcome = run(DITTO_PATH, arguments);
-        EXPECT_EQ(outcome.status, 64);
-        EXPECT_EQ(outcome.stderrText, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
-        EXPECT_FALSE(fs::exists(archive));
+    for (const char* arguments :
+         {"", "-c -k --keepParent S", "-c -k --keepParent S A more", "-k -c --keepParent S A",
+          "-x -k --keepParent S A", "-c -k --keepParent '' A", "-c -k --keepParent S ''"}) {
+        const auto outcome = shell(folder, DITTO_PATH + std::string(" ") + arguments + " >/dev/null");
+        EXPECT_EQ(outcome.status, 64) << arguments;
+        EXPECT_EQ(outcome.output, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
+        EXPECT_FALSE(fs::exists(folder.path("A")));
     }
 }
 
@@ -276,20 +211,25 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
         {"mkfifo S/z; $D S A", "S/z is neither a file nor a folder nor a link; remove it from the bundle\n"},
         {"ulimit -f 64; $D S A", "cannot write A: File too large\n"},
         {"ulimit -n 5; $D S A", "Too many open files\n"},
+        {"chmod 0 S/sub; $U $D S A", "cannot open S/sub/: Permission denied\n"},
+        {"chmod 0 S/sub/deep; $U $D S A", "cannot open S/sub/deep: Permission denied\n"},
+        {"chmod 500 folder; $U $D S folder/A", "cannot create folder/A: Permission denied\n"},
     };
+    // Root may open everything, unless it gives that up.
+    const std::string setUp = geteuid() == 0 ? "U='setpriv --bounding-set=-all'; " : "U=; ";
     for (const auto& failing : cases) {
         const TemporaryFolder folder;
-        folder.write("S/noise", noise(3 << 20));
+        folder.write("S/noise", noise(3 * piece));
         folder.write("S/sub/deep", "deep");
         folder.write("A", "what was there");
         folder.write("file", "what was there");
         folder.makeFolder("folder");
         const auto before = treeIn(folder.path());
-        const Outcome outcome = shell(failing.script, folder.path());
+        const auto outcome = shell(folder, setUp + "{ " + failing.script + "; } >/dev/null");
         EXPECT_EQ(outcome.status, 1) << failing.script;
-        EXPECT_THAT(outcome.stderrText, StartsWith("ditto: "));
-        EXPECT_THAT(outcome.stderrText, HasSubstr(failing.message));
-        fs::remove(folder.path("S/z"));
+        EXPECT_THAT(outcome.output, StartsWith("ditto: "));
+        EXPECT_THAT(outcome.output, HasSubstr(failing.message));
+        EXPECT_EQ(shell(folder, "rm -f S/z; chmod -R u=rwX .").status, 0);
         EXPECT_EQ(bytesOf(folder.path("A")), "what was there") << failing.script;
         EXPECT_EQ(treeIn(folder.path()).size(), before.size()) << failing.script;
     }
@@ -297,67 +237,38 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
 }
 
 /// An archiver at work on a file so large that it cannot end by itself before the test has done its part.
-class DittoAtWork : public testing::Test {
-protected:
-    static constexpr off_t hugeSize = off_t{1} << 40;
-
-    void SetUp() override {
-        _folder.write("S/sub/huge", "");
-        ASSERT_EQ(truncate(huge().c_str(), hugeSize), 0);
-        _folder.write("archives/A", "what was there");
-        std::vector<std::string> words = {
-            DITTO_PATH, "-c", "-k", "--keepParent", _folder.path("S"), _folder.path("archives/A")};
-        std::vector<char*> arguments;
-        std::ranges::transform(words, std::back_inserter(arguments), [](auto& word) { return word.data(); });
-        arguments.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, _folder.path("messages").c_str(),
-                                         O_CREAT | O_WRONLY, 0600);
-        ASSERT_EQ(posix_spawn(&_process, DITTO_PATH, &actions, nullptr, arguments.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        waitUntilItWrites();
+TEST(Ditto, LeavesNothingWhenASignalEndsItOrTheFileBecomesShorter) {
+    for (const bool isSignalled : {true, false}) {
+        const TemporaryFolder folder;
+        const std::string huge = folder.write("S/sub/huge", "");
+        ASSERT_EQ(truncate(huge.c_str(), off_t{1} << 40), 0);
+        folder.write("archives/A", "what was there");
+        support::ChildProcess archiver(
+            {.arguments = {DITTO_PATH, "-c", "-k", "--keepParent", "S", "archives/A"},
+             .environment = {},
+             .workingDirectory = folder.path(),
+             .standardErrorPath = {}});
+        const auto writes = [&] {
+            const fs::directory_iterator entries(folder.path("archives"));
+            return std::ranges::any_of(entries, [](const auto& entry) {
+                return entry.path().filename() != "A" && file_size(entry) > 0;
+            });
+        };
+        siginfo_t ended = {};
+        while (ended.si_pid == 0 && !writes())
+            waitid(P_PID, static_cast<id_t>(archiver.identifier()), &ended, WEXITED | WNOHANG | WNOWAIT);
+        if (isSignalled)
+            archiver.kill(SIGTERM);
+        else
+            ASSERT_EQ(truncate(huge.c_str(), 1), 0);
+        const support::Ending ending = archiver.wait();
+        EXPECT_EQ(ending.status, isSignalled ? 128 + SIGTERM : 1);
+        EXPECT_EQ(ending.standardError,
+                  isSignalled ? ""
+                              : "ditto: S/sub/huge became shorter while it was read; archive it again\n");
+        EXPECT_EQ(bytesOf(folder.path("archives/A")), "what was there");
+        EXPECT_THAT(*platform::namesInDirectory(folder.path("archives")), ElementsAre("A"));
     }
-
-    void TearDown() override {
-        EXPECT_EQ(bytesOf(_folder.path("archives/A")), "what was there");
-        EXPECT_THAT(*platform::namesInDirectory(_folder.path("archives")), ElementsAre("A"));
-    }
-
-    std::string huge() const { return _folder.path("S/sub/huge"); }
-    std::string messages() const { return bytesOf(_folder.path("messages")); }
-    pid_t process() const { return _process; }
-
-    int waitStatus() const {
-        int status = 0;
-        waitpid(_process, &status, 0);
-        return status;
-    }
-
-private:
-    void waitUntilItWrites() const {
-        while (waitpid(_process, nullptr, WNOHANG) == 0)
-            for (const auto& entry : fs::directory_iterator(_folder.path("archives")))
-                if (entry.path().filename() != "A" && fs::file_size(entry) > 0)
-                    return;
-        FAIL() << "the archiver ended early: " << messages();
-    }
-
-    TemporaryFolder _folder;
-    pid_t _process = -1;
-};
-
-TEST_F(DittoAtWork, LeavesNothingWhenASignalEndsIt) {
-    kill(process(), SIGTERM);
-    const int status = waitStatus();
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
-}
-
-TEST_F(DittoAtWork, FailsWhenTheFileBecomesShorter) {
-    ASSERT_EQ(truncate(huge().c_str(), 1), 0);
-    const int status = waitStatus();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
-    EXPECT_EQ(messages(), "ditto: " + huge() + " became shorter while it was read; archive it again\n");
 }
 
 } // namespace
