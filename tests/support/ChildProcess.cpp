@@ -13,11 +13,6 @@ namespace support {
 namespace {
 
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    result.reserve(texts.size() + 1);
-    for (const std::string& text : texts)
-        result.push_back(const_cast<char*>(text.c_str()));
-    result.push_back(nullptr);
     std::vector<char*> result(texts.size() + 1);
     std::transform(texts.begin(), texts.end(), result.begin(),
                    [](const std::string& text) { return const_cast<char*>(text.c_str()); });

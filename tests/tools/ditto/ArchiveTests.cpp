@@ -1,7 +1,6 @@
 #include "ditto/ZipWriter.h"
 #include "platform/Files.h"
 #include "support/ChildProcess.h"
-#include "support/Shell.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -27,7 +26,7 @@ namespace fs = std::filesystem;
 constexpr std::size_t piece = 1 << 20;
 
 /// Runs in `folder`, with "$D SOURCE ARCHIVE" for the archiver. The output holds both streams.
-support::ShellResult shell(const TemporaryFolder& folder, const std::string& script) {
+support::Ending shell(const TemporaryFolder& folder, const std::string& script) {
     return support::runShell("cd '" + folder.path() +
                              "' && exec 2>&1; D='" DITTO_PATH " -c -k --keepParent'; " + script);
 }
@@ -103,7 +102,7 @@ void makeBundle(const TemporaryFolder& folder) {
         chmod 400 empty && chmod 4751 'one byte' && chmod 1700 'empty folder' && touch -hd @1234567890 link &&
         touch -d @315532801 noise && touch -d @0 a! && touch -d @2147483647 'empty folder' &&
         touch -d @1000000001 DWARF)");
-    EXPECT_EQ(made.status, 0) << made.output;
+    EXPECT_EQ(made.status, 0) << made.standardOutput;
 }
 
 TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
@@ -113,7 +112,7 @@ TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
         folder, "mkdir tar zip; $D 'source/My App.app.dSYM' A && unzip -tqq A && bsdtar -xpf A -C tar && "
                 "unzip -qqK A -d zip && python3 -m zipfile -t A >/dev/null");
     EXPECT_EQ(packed.status, 0);
-    EXPECT_EQ(packed.output, "");
+    EXPECT_EQ(packed.standardOutput, "");
     const auto source = treeIn(folder.path("source"));
     for (const std::string unpacker : {"tar", "zip"}) {
         auto tree = treeIn(folder.path(unpacker));
@@ -137,7 +136,7 @@ TEST(Ditto, TheSameBundleGivesTheSameSortedBytesHoweverItIsNamedAndMade) {
                 "taskset 1 $D \"$B/Contents/..\" ../3 && cd .. && cmp 1 2 && cmp 1 3 && python3 -c '"
                 "import zipfile; names = [n.encode() for n in zipfile.ZipFile(\"1\").namelist()]; "
                 "print(names == sorted(names), {n.split(b\"/\")[0] for n in names})'");
-    EXPECT_EQ(outcome.output, "True {b'My App.app.dSYM'}\n");
+    EXPECT_EQ(outcome.standardOutput, "True {b'My App.app.dSYM'}\n");
 }
 
 TEST(Ditto, PacksOneFileOrWhatALinkNamesAndKeepsNamesThatAreNotUTF8Apart) {
@@ -148,7 +147,7 @@ TEST(Ditto, PacksOneFileOrWhatALinkNamesAndKeepsNamesThatAreNotUTF8Apart) {
         folder.write(name, name);
     const auto outcome = shell(folder, "$D file A && unzip -Z1 A && $D link B && unzip -qq B -d out");
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.output, "file\n");
+    EXPECT_EQ(outcome.standardOutput, "file\n");
     EXPECT_EQ(treeIn(folder.path("S")), treeIn(folder.path("out/link")));
 }
 
@@ -176,8 +175,8 @@ TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
         shell(folder, "python3 -c 'import struct, zipfile; z = zipfile.ZipFile(\"A\"); i = z.infolist(); "
                       "print(len(i), i[-1].filename, z.read(i[-1]), i[0].file_size, i[0].compress_size, "
                       "struct.unpack_from(\"<LLHH4sHHQQ\", open(\"A\", \"rb\").read(), 18))'");
-    EXPECT_EQ(read.output, "66001 65999 b'' 5368709120 1 "
-                           "(4294967295, 4294967295, 4, 29, b'huge', 1, 16, 5368709120, 1)\n");
+    EXPECT_EQ(read.standardOutput, "66001 65999 b'' 5368709120 1 "
+                                   "(4294967295, 4294967295, 4, 29, b'huge', 1, 16, 5368709120, 1)\n");
 }
 
 TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
@@ -188,7 +187,7 @@ TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
           "-x -k --keepParent S A", "-c -k --keepParent '' A", "-c -k --keepParent S ''"}) {
         const auto outcome = shell(folder, DITTO_PATH + std::string(" ") + arguments + " >/dev/null");
         EXPECT_EQ(outcome.status, 64) << arguments;
-        EXPECT_EQ(outcome.output, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
+        EXPECT_EQ(outcome.standardOutput, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
         EXPECT_FALSE(fs::exists(folder.path("A")));
     }
 }
@@ -227,8 +226,8 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
         const auto before = treeIn(folder.path());
         const auto outcome = shell(folder, setUp + "{ " + failing.script + "; } >/dev/null");
         EXPECT_EQ(outcome.status, 1) << failing.script;
-        EXPECT_THAT(outcome.output, StartsWith("ditto: "));
-        EXPECT_THAT(outcome.output, HasSubstr(failing.message));
+        EXPECT_THAT(outcome.standardOutput, StartsWith("ditto: "));
+        EXPECT_THAT(outcome.standardOutput, HasSubstr(failing.message));
         EXPECT_EQ(shell(folder, "rm -f S/z; chmod -R u=rwX .").status, 0);
         EXPECT_EQ(bytesOf(folder.path("A")), "what was there") << failing.script;
         EXPECT_EQ(treeIn(folder.path()).size(), before.size()) << failing.script;
