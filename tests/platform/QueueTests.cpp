@@ -64,10 +64,11 @@ TEST(DispatchQueue, ReleasesWhatAStepHoldsWhileItIsCurrent) {
 
 TEST(DispatchQueue, StartsMoreThreadsWhileOthersBlock) {
     constexpr int count = 40;
-    std::latch together(count + 1);
+    // Shared, because the last to arrive may leave before the others have.
+    const auto together = std::make_shared<std::latch>(count + 1);
     for (int i = 0; i < count; ++i)
-        DispatchQueue::global().async([&] { together.arrive_and_wait(); });
-    together.arrive_and_wait();
+        DispatchQueue::global().async([together] { together->arrive_and_wait(); });
+    together->arrive_and_wait();
 }
 
 TEST(RunLoop, RunsStepsInOrderUntilItIsStoppedOrItsTimeIsOver) {
