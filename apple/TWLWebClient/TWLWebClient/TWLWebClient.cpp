@@ -86,21 +86,23 @@ void TWLWebClient::addValueForHeader(std::string value, std::string header) {
     _core->queue.sync([&] { _core->customHeaders.insert_or_assign(std::move(header), std::move(value)); });
 }
 
-void TWLWebClient::startRequest(std::shared_ptr<TWLWebRequest> request, TWLWebCompletion completion) {
+void TWLWebClient::startRequest(const std::shared_ptr<TWLWebRequest>& request,
+                                const TWLWebCompletion& completion) {
     _core->start(request, completion);
 }
 
-void TWLWebClient::startRequest(std::shared_ptr<TWLWebRequest> request, std::uint64_t expectingResponse,
-                                TWLWebCompletion completion) {
+void TWLWebClient::startRequest(const std::shared_ptr<TWLWebRequest>& request,
+                                std::uint64_t expectingResponse, TWLWebCompletion completion) {
     _core->start(request, expecting(expectingResponse, std::move(completion)));
 }
 
-void TWLWebClient::syncStartRequest(std::shared_ptr<TWLWebRequest> request, TWLWebCompletion completion) {
+void TWLWebClient::syncStartRequest(const std::shared_ptr<TWLWebRequest>& request,
+                                    const TWLWebCompletion& completion) {
     _core->syncStart(request, completion);
 }
 
-void TWLWebClient::syncStartRequest(std::shared_ptr<TWLWebRequest> request, std::uint64_t expectingResponse,
-                                    TWLWebCompletion completion) {
+void TWLWebClient::syncStartRequest(const std::shared_ptr<TWLWebRequest>& request,
+                                    std::uint64_t expectingResponse, TWLWebCompletion completion) {
     _core->syncStart(request, expecting(expectingResponse, std::move(completion)));
 }
 

@@ -48,16 +48,16 @@ public:
     void addValueForHeader(std::string value, std::string header);
 
     /// Returns at once. The callback runs on a background thread; it must not be null.
-    void startRequest(std::shared_ptr<TWLWebRequest> request, TWLWebCompletion completion);
+    void startRequest(const std::shared_ptr<TWLWebRequest>& request, const TWLWebCompletion& completion);
     /// Only the status `expectingResponse` is right: any other one becomes the error unexpectedStatus, unless
     /// there is an error already. The callback may be null.
-    void startRequest(std::shared_ptr<TWLWebRequest> request, std::uint64_t expectingResponse,
+    void startRequest(const std::shared_ptr<TWLWebRequest>& request, std::uint64_t expectingResponse,
                       TWLWebCompletion completion);
 
     /// Returns after the callback, which runs on the calling thread as a step of the client's queue. Fails
     /// after 15 seconds without progress. The body is always the received bytes.
-    void syncStartRequest(std::shared_ptr<TWLWebRequest> request, TWLWebCompletion completion);
-    void syncStartRequest(std::shared_ptr<TWLWebRequest> request, std::uint64_t expectingResponse,
+    void syncStartRequest(const std::shared_ptr<TWLWebRequest>& request, const TWLWebCompletion& completion);
+    void syncStartRequest(const std::shared_ptr<TWLWebRequest>& request, std::uint64_t expectingResponse,
                           TWLWebCompletion completion);
 
     /// Asynchronous, like startRequest: "GET" for a path that is resolved against the base URL.
