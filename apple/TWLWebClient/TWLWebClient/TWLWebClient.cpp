@@ -110,7 +110,7 @@ void TWLWebClient::getPath(const std::string& path, TWLWebCompletion completion)
     if (auto URL = platform::URL::parse(path, _core->URL))
         return getURL(*std::move(URL), std::move(completion));
     // No URL: the exchange itself reports that, like every other failure.
-    startRequest(TWLWebRequest::requestWithMethod("GET", path), std::move(completion));
+    startRequest(TWLWebRequest::requestWithMethod("GET", path), completion);
 }
 
 void TWLWebClient::getURL(platform::URL URL, TWLWebCompletion completion) {
