@@ -78,6 +78,12 @@ public:
     Implementation(fs::path folder, std::uint16_t wantedPort) : _folder(std::move(folder)) {
         fs::create_directories(_folder);
         _server.set_payload_max_length(largestUpload);
+        // The library's own choice lets several services share a port, and each would see a part of the
+        // calls.
+        _server.set_socket_options([](socket_t socket) {
+            const int on = 1;
+            setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        });
         _server.Post(R"(/spi/v1/platforms/[^/]+/apps/[^/]+/built)",
                      handler("registration", registrationFields));
         _server.Post(R"(/api/v3/platforms/[^/]+/code_mappings)", handler("upload", uploadFields));

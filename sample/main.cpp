@@ -2,14 +2,34 @@
 
 #include <signal.h>
 
-#include <cstdlib>
+#include <charconv>
+#include <cstring>
 #include <exception>
 #include <iostream>
+#include <optional>
+
+namespace {
+
+/// The port that `text` names, or nothing when it is no whole number from 0 to 65535.
+std::optional<std::uint16_t> portNumber(const char* text) {
+    std::uint16_t port = 0;
+    const char* end = text + std::strlen(text);
+    const auto [stop, error] = std::from_chars(text, end, port);
+    return error == std::errc() && stop == end ? std::optional(port) : std::nullopt;
+}
+
+} // namespace
 
 /// local-service FOLDER [PORT]: runs the stand-in service until it is told to end.
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 3) {
         std::cerr << "usage: local-service FOLDER [PORT]\n";
+        return 2;
+    }
+    const auto port = portNumber(argc == 3 ? argv[2] : "0");
+    if (!port) {
+        std::cerr << "'" << argv[2]
+                  << "' is no port: give a number from 1 to 65535, or none for any free one.\n";
         return 2;
     }
     sigset_t endings;
@@ -18,8 +38,7 @@ int main(int argc, char** argv) {
     sigaddset(&endings, SIGINT);
     pthread_sigmask(SIG_BLOCK, &endings, nullptr); // the service's threads inherit it
     try {
-        const int port = argc == 3 ? std::atoi(argv[2]) : 0;
-        const sample::LocalService service(argv[1], static_cast<std::uint16_t>(port));
+        const sample::LocalService service(argv[1], *port);
         std::cout << "Listening on http://127.0.0.1:" << service.port() << std::endl;
         int signal = 0;
         sigwait(&endings, &signal);
