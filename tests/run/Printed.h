@@ -36,7 +36,7 @@ inline std::map<std::string, std::string> xcodeEnvironment(const std::string& fo
     std::istringstream entries(
         support::outputOf(ORVANE_SAMPLE "/xcode-environment '" + folder + "' " + kind));
     std::map<std::string, std::string> environment;
-    for (std::string entry; std::getline(entries, entry, '\0');) // of two of a name the first counts
+    for (std::string entry; std::getline(entries, entry, '\0');)
         environment.emplace(entry.substr(0, entry.find('=')), entry.substr(entry.find('=') + 1));
     EXPECT_GT(environment.size(), 300u);
     return environment;
