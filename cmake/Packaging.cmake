@@ -28,7 +28,9 @@ set_target_properties(orvane_webclient PROPERTIES OUTPUT_NAME OrvaneWebClient EX
 
 foreach(folder platform apple/MachO apple/TWLWebClient/TWLWebClient)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${headers_folder} COMPONENT libraries
-    FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE)
+    FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE
+    # Their implementation is not installed.
+    PATTERN LaunchServices.h EXCLUDE PATTERN Task.h EXCLUDE)
 endforeach()
 
 configure_package_config_file(cmake/OrvaneConfig.cmake.in OrvaneConfig.cmake INSTALL_DESTINATION ${config_folder})
@@ -46,7 +48,7 @@ endforeach()
 set(CPACK_PACKAGE_NAME orvane-run)
 set(CPACK_PACKAGE_VENDOR Orvane)
 set(CPACK_PACKAGE_CONTACT "Orvane <support@tarnwhistle.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Gets the debug symbols of app builds to a crash-reporting service")
+set(CPACK_DEBIAN_TOOL_DESCRIPTION "Gets the debug symbols of app builds to a crash-reporting service")
 set(CPACK_GENERATOR TGZ DEB)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL tool libraries)
@@ -60,6 +62,6 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS ca-certificates)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME liborvane-dev)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_DEPENDS
-  "libcurl4-openssl-dev, libexpat1-dev, libplist-dev, libssl-dev, pkg-config")
-set(CPACK_COMPONENT_LIBRARIES_DESCRIPTION "Libraries that read Mach-O files and dSYM bundles, and speak HTTP")
+  "libcurl4-openssl-dev (>= 7.88), libexpat1-dev, libplist-dev, libssl-dev, pkg-config")
+set(CPACK_DEBIAN_LIBRARIES_DESCRIPTION "Libraries that read Mach-O files and dSYM bundles, and speak HTTP")
 include(CPack)
