@@ -7,5 +7,13 @@ set(TARNWHISTLE_SYMBOLS_ENDPOINT "https://symbols.tarnwhistle.example" CACHE STR
 set(TARNWHISTLE_SIGN_UP_URL "https://tarnwhistle.example/sign-up" CACHE STRING "Page for people without access")
 set(TARNWHISTLE_REVERSE_DNS "com.tarnwhistle" CACHE STRING "Prefix of bundle identifiers, labels and settings")
 
+# A shipped tool could say no more than that it reaches nobody.
+foreach(address TARNWHISTLE_API_ENDPOINT TARNWHISTLE_SYMBOLS_ENDPOINT)
+  if(NOT "${${address}}" MATCHES "^https?://[^/\"\\ ]+[^\"\\ ]*$")
+    message(FATAL_ERROR "${address} is '${${address}}'. It must be a scheme, a host and perhaps a port, as in "
+      "https://api.vendor.example:8443")
+  endif()
+endforeach()
+
 # The tool's CFBundleVersion. Its CFBundleShortVersionString is the version of the CMake project.
 set(ORVANE_BUILD_VERSION 149)
