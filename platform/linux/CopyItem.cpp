@@ -63,6 +63,9 @@ private:
 };
 
 Outcome ItemCopier::copy(const Place& from, const Place& to) {
+    // Nobody could open it by its path; this also bounds the recursion.
+    if (to.path.size() >= PATH_MAX)
+        return posixError(ENAMETOOLONG, "create", to.path);
     Source source{from};
     if (fstatat(from.folder, from.name.c_str(), &source.status, AT_SYMLINK_NOFOLLOW) != 0)
         return posixError(errno, "copy", from.path);
@@ -79,12 +82,13 @@ Outcome ItemCopier::copy(const Place& from, const Place& to) {
 }
 
 Outcome ItemCopier::copyLink(const Source& from, const Place& to) {
-    std::array<char, PATH_MAX + 1> target;
-    const ssize_t size = readlinkat(from.folder, from.name.c_str(), target.data(), target.size() - 1);
+    // Not on the stack, which the recursion into folders shares.
+    std::string target(PATH_MAX, '\0');
+    const ssize_t size = readlinkat(from.folder, from.name.c_str(), target.data(), target.size());
     if (size < 0)
         return posixError(errno, "copy", from.path);
-    target[static_cast<std::size_t>(size)] = '\0';
-    if (symlinkat(target.data(), to.folder, to.name.c_str()) != 0 ||
+    target.resize(static_cast<std::size_t>(size));
+    if (symlinkat(target.c_str(), to.folder, to.name.c_str()) != 0 ||
         utimensat(to.folder, to.name.c_str(), timesOf(from.status).data(), AT_SYMLINK_NOFOLLOW) != 0)
         return posixError(errno, "create", to.path);
     return success;

@@ -97,6 +97,15 @@ TEST(CopyItem, SaysWhatItCannotCopy) {
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     EXPECT_THAT(copyError(folder, "deep", "x"), HasSubstr("/f: Too many open files"));
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+
+    const fs::path start = fs::current_path(), name(std::string(250, 'n'));
+    fs::current_path(folder.path("deep"));
+    for (int i = 0; i < 17; ++i) {
+        fs::create_directory(name);
+        fs::current_path(name);
+    }
+    fs::current_path(start);
+    EXPECT_THAT(copyError(folder, "deep", "y"), HasSubstr("File name too long"));
 }
 
 } // namespace
