@@ -91,6 +91,7 @@ std::vector<std::string> commandForURLs(GAppInfo* handler, const std::vector<URL
 void leaveSession(void*) {
     setsid();
     (void)signal(SIGPIPE, SIG_DFL);
+    (void)signal(SIGXFSZ, SIG_DFL);
 }
 
 /// GLib closes all descriptors in the child, opens its standard streams on the null device and leaves it to

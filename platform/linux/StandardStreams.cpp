@@ -11,7 +11,9 @@ void prepareStandardStreams() {
         if (fcntl(stream, F_GETFD) == -1)
             // The lowest free number is taken, which is this stream's.
             static_cast<void>(::open("/dev/null", O_RDWR));
+    // Both are errors of the write instead.
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
 }
 
 } // namespace platform

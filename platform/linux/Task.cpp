@@ -53,8 +53,8 @@ private:
     posix_spawn_file_actions_t _actions;
 };
 
-/// A broken pipe must end the program even when this process ignores SIGPIPE, and signals that this process
-/// blocks must reach it.
+/// A broken pipe must end the program even when this process ignores SIGPIPE, and so must a file that may not
+/// grow; signals that this process blocks must reach it.
 class SpawnAttributes {
 public:
     SpawnAttributes() {
@@ -64,6 +64,7 @@ public:
         sigemptyset(&signals);
         posix_spawnattr_setsigmask(&_attributes, &signals);
         sigaddset(&signals, SIGPIPE);
+        sigaddset(&signals, SIGXFSZ);
         posix_spawnattr_setsigdefault(&_attributes, &signals);
     }
     ~SpawnAttributes() { posix_spawnattr_destroy(&_attributes); }

@@ -168,6 +168,10 @@ TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
                            build.environment["BUILT_PRODUCTS_DIR"] + " to path " + buildFolders().front() +
                            "/Sample App.app.dSYM Error Domain=NSPOSIXErrorDomain Code=95 \"copy " +
                            build.dSYMPath() + "/pipe: Operation not supported\"\n");
+    std::filesystem::remove(build.dSYMPath() + "/pipe");
+    build.folder().write("Build/Products/Release-iphoneos/Sample App.app.dSYM/x", std::string(2000, 'x'));
+    EXPECT_THAT(printed(launchInShell("(ulimit -f 1; exec \"$@\" 2>&1) | cat >&2"), 0),
+                HasSubstr("File too large\"\n"));
     build.environment["XDG_CACHE_HOME"] = build.folder().write("file", "");
     EXPECT_THAT(printed(build, 1),
                 MatchesRegex(std::string(versionLine) +
