@@ -49,8 +49,8 @@ Outcome writeAll(const FileDescriptor& file, std::string_view bytes, const std::
     return success;
 }
 
-Outcome writeNewFile(const std::string& path, std::string_view bytes) {
-    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+Outcome writeNewFile(const std::string& path, std::string_view bytes, mode_t mode) {
+    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!file)
         return posixError(errno, "create", path);
     if (Outcome written = writeAll(file, bytes, path); !written)
@@ -132,16 +132,21 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
     return Data(bytes, std::string_view(bytes.get(), size));
 }
 
-Outcome writeFileAtomically(const std::string& path, std::string_view bytes) {
+Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions) {
     if (path.empty() || hasZeroByte(path))
         return posixError(path.empty() ? ENOENT : EINVAL, "write", path);
     const std::string target = behindLinks(path);
-    if (const auto status = statusOf(target); status && !S_ISREG(status->st_mode))
+    const auto status = statusOf(target);
+    if (status && !S_ISREG(status->st_mode))
         return posixError(S_ISDIR(status->st_mode) ? EISDIR : EINVAL, "write", path);
 
     const std::size_t nameStart = target.rfind('/') + 1;
     const std::string temporary = target.substr(0, nameStart) + "." + makeUUIDString() + ".tmp";
-    Outcome outcome = writeNewFile(temporary, bytes);
+    const mode_t mode = status ? status->st_mode & 0777 : permissions;
+    Outcome outcome = writeNewFile(temporary, bytes, mode);
+    // What the process's mask has taken away.
+    if (outcome && status && ::chmod(temporary.c_str(), mode) != 0)
+        outcome = posixError(errno, "write", path);
     if (outcome && ::rename(temporary.c_str(), target.c_str()) != 0)
         outcome = posixError(errno, "write", path);
     if (!outcome)

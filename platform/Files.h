@@ -27,8 +27,9 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit = UINT64_
 
 /// Puts `bytes` at `path` so that readers find what was there before or all of `bytes`, never less, whenever
 /// this process is ended. A link at `path` is followed. Fails on anything at `path` that is no regular file,
-/// and leaves no other file behind when it fails.
-Outcome writeFileAtomically(const std::string& path, std::string_view bytes);
+/// and leaves no other file behind when it fails. A file that is there keeps its permissions; a new one gets
+/// `permissions`, as chmod(2) writes them, less the process's mask.
+Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions = 0666);
 
 /// Deletes one file, or the link itself.
 Outcome removeFile(const std::string& path);

@@ -23,6 +23,7 @@ namespace {
 
 constexpr std::size_t apiKeyCharacters = 40;
 constexpr std::size_t buildSecretBytes = 64;
+constexpr unsigned ownerOnly = 0600;
 
 void readDebugDefault(int argc, const char* const* argv) {
     const platform::UserDefaults defaults({argv + 1, argv + argc}, reverseDNS() + ".run");
@@ -86,8 +87,9 @@ void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& ap
     if (isTarnwhistleBuildPlistCompatible()) {
         handOff.buildPlistPath = platform::pathByAppending(buildFolder, "Build.plist");
         // A failed write is left to the companion app to report: it names the path that it was given.
-        static_cast<void>(
-            platform::writeFileAtomically(*handOff.buildPlistPath, platform::propertyListXML(description)));
+        // The environment may hold secrets, and the app runs as the same user.
+        static_cast<void>(platform::writeFileAtomically(*handOff.buildPlistPath,
+                                                        platform::propertyListXML(description), ownerOnly));
     } else {
         handOff.legacy = true;
     }

@@ -93,6 +93,7 @@ TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
                                   platform::percentEscape(folder + "/Build.plist") + "\n"));
     EXPECT_THAT(report, EndsWith(": complete\n"));
 
+    EXPECT_EQ(std::filesystem::status(folder + "/Build.plist").permissions(), std::filesystem::perms(0600));
     Value::Dictionary plist = platform::readDictionary(folder + "/Build.plist").value();
     Value::Dictionary environment(build.environment.begin(), build.environment.end());
     environment["ODD"] = "a\uFFFD\uFFFD\r\n<&>";

@@ -145,6 +145,10 @@ TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
     EXPECT_THAT(std::string(platform::readFile(defaultPath)->bytes()),
                 HasSubstr("<key>TarnwhistleAPIKey</key>\n\t<string>&lt;&amp;&gt;''"));
 
+    fs::permissions(defaultPath, fs::perms(0620));
+    printed(build, 1);
+    EXPECT_EQ(fs::status(defaultPath).permissions(), fs::perms(0620));
+
     std::string& path = build.environment["TARNWHISTLE_ARTIFACT_PATH"];
     for (const char* bad : {"", "/dev/null", "missing/folder/x", "/"}) {
         path = bad;
