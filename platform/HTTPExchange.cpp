@@ -112,8 +112,7 @@ struct HTTPExchange::Callbacks {
     }
     static std::size_t body(char* bytes, std::size_t, std::size_t count, void* exchange) {
         return guarded(exchange, std::size_t(0), [&](HTTPExchange& self) {
-            self._listener.didReceiveBody({bytes, count});
-            return count;
+            return self.takeBody({bytes, count}) ? count : 0;
         });
     }
     static std::size_t read(char* buffer, std::size_t, std::size_t capacity, void* exchange) {
@@ -413,6 +412,18 @@ bool HTTPExchange::answerChallenge() {
         return true;
     const auto method = challengeMethod(header->second);
     return !method || ask(*method, isProxy);
+}
+
+bool HTTPExchange::takeBody(std::string_view bytes) {
+    _decodedBodyBytes += bytes.size();
+    if (_decodedBodyBytes > _request.answerLimit) {
+        failInCallback(format("its answer is longer than %@ bytes; ask whoever runs the server",
+                              std::to_string(_request.answerLimit)),
+                       URLErrorCode::dataLengthExceedsMaximum);
+        return false;
+    }
+    _listener.didReceiveBody(bytes);
+    return true;
 }
 
 bool HTTPExchange::hasStalled(Clock::time_point now) {

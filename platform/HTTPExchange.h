@@ -76,6 +76,7 @@ private:
     void takeHeader(std::string_view line);
     bool finishHead();
     bool answerChallenge();
+    bool takeBody(std::string_view bytes);
     bool isLongerThanAnnounced() const;
     void failInCallback(const std::string& reason, URLErrorCode code);
 
@@ -104,7 +105,8 @@ private:
     HTTPResponseHead _head;
     HTTPHeaders::iterator _lastHeader = _head.allHeaderFields.end();
     std::size_t _headBytes = 0;
-    std::int64_t _bodyBytes = 0;
+    std::int64_t _bodyBytes = 0; // as they came
+    std::uint64_t _decodedBodyBytes = 0;
     bool _headIsDone = false;
 
     // Last, so that the handle goes before what it points to.

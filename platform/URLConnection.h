@@ -61,6 +61,8 @@ struct URLRequest {
     /// The exchange fails with timedOut when it makes no progress for this long: in name resolution,
     /// connection, TLS handshake, sending, waiting and receiving alike. Kept to about half a second.
     std::chrono::milliseconds timeoutInterval = std::chrono::seconds(15);
+    /// A body of more decoded bytes than this fails with dataLengthExceedsMaximum.
+    std::uint64_t answerLimit = UINT64_MAX;
 
     /// Sets a header; to one that is there already, the value is added behind a comma.
     void addValueForHTTPHeaderField(std::string_view value, std::string_view field);

@@ -97,8 +97,9 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     request->addValueForHTTPHeaderField("5", "Content-Length");
     for (const std::size_t size : {0u, 1u, 70'000u, 3'000'000u})
         request->addData(Data(std::string(size, static_cast<char>('a' + size % 7))), "a/b", "n", "f");
-    const auto response = exchange(server.url("/api/"), request, 201);
     const std::string body = request->formData()->bytes();
+    request->setAnswerLimit(body.size());
+    const auto response = exchange(server.url("/api/"), request, 201);
     EXPECT_EQ(errorOf(*response), "");
     EXPECT_EQ(response->requestURL(), request->fullURL());
     EXPECT_EQ(received.method + " " + received.target, "POST /api/v1/x?a%20b=x%26y");
@@ -110,6 +111,10 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     EXPECT_EQ(response->responseHeaders()->at("x-answer"), "1");
     EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed on its way";
     EXPECT_TRUE(response->body() == Value(Data(body)));
+    request->setAnswerLimit(body.size() - 1);
+    const auto cut = exchange(server.url("/api/"), request);
+    EXPECT_THAT(errorOf(*cut), failure(URLErrorCode::dataLengthExceedsMaximum, "is longer than"));
+    EXPECT_EQ(cut->statusCode(), 201u);
 
     for (const std::uint64_t expected : {200u, 202u}) {
         const auto other = exchange(server.url(), TWLWebRequest::requestWithMethod("GET", ""), expected);

@@ -113,6 +113,7 @@ std::shared_ptr<platform::URLRequest> TWLWebRequest::URLRequest() {
     request->url = fullURL();
     request->cachePolicy = platform::URLRequestCachePolicy::reloadIgnoringLocalCacheData;
     request->timeoutInterval = std::chrono::seconds(15);
+    request->answerLimit = _answerLimit;
     request->method = _method;
     // Before the headers: the body sets one of them.
     request->body = formData();

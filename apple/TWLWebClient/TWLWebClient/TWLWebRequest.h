@@ -78,6 +78,11 @@ public:
     /// own even when the URL has a query. Null when the result does not parse.
     std::optional<platform::URL> fullURL() const;
 
+    /// How many bytes of an answer's body are taken at most; a longer one is an error, and what had arrived
+    /// is kept. Without a limit at first.
+    std::uint64_t answerLimit() const { return _answerLimit; }
+    void setAnswerLimit(std::uint64_t answerLimit) { _answerLimit = answerLimit; }
+
     /// The platform's request, made anew: 15 seconds' timeout, no local cache, and the multipart body when
     /// there are form fields (which also sets the header "Content-Type").
     std::shared_ptr<platform::URLRequest> URLRequest();
@@ -94,4 +99,5 @@ private:
     platform::HTTPHeaders _customHeaders;
     std::optional<std::vector<FormRecord>> _formFields;
     ProtectionSpaceHandler _protectionSpaceHandler;
+    std::uint64_t _answerLimit = UINT64_MAX;
 };
