@@ -1,5 +1,6 @@
 #include "platform/HTTPExchange.h"
 
+#include "platform/Files.h"
 #include "platform/Format.h"
 #include "platform/HTTPFailure.h"
 #include "platform/SocketProgress.h"
@@ -28,6 +29,9 @@ constexpr long receiveBufferSize = 128L * 1024;
 
 // All heads of one answer, interim ones and trailers included.
 constexpr std::size_t headLimit = std::size_t(256) * 1024;
+
+// Of the file with extra certificates; all that a system trusts take a few hundred kilobytes.
+constexpr std::uint64_t certificatesLimit = std::uint64_t(64) << 20;
 
 constexpr std::string_view blanks = " \t";
 
@@ -295,7 +299,10 @@ bool HTTPExchange::startSecuring(void* sslContext) {
     SSL_CTX_set_client_cert_cb(context, &Callbacks::clientCertificate);
     // In addition to the system's store, which the library has loaded.
     const char* const extra = std::getenv("SSL_CERT_FILE");
-    if (extra && *extra && SSL_CTX_load_verify_locations(context, extra, nullptr) != 1) {
+    // Read here first because the library would wait for ever to open a pipe.
+    if (extra && *extra &&
+        (!readFile(extra, certificatesLimit) ||
+         SSL_CTX_load_verify_locations(context, extra, nullptr) != 1)) {
         failInCallback(format("SSL_CERT_FILE names %@, which holds no certificates that can be read", extra),
                        URLErrorCode::secureConnectionFailed);
         return false;
