@@ -74,5 +74,6 @@ int main(int argc, char** argv) {
         const char* rest = shown[1].empty() ? "UUIDs do not match.\n" : "Only some UUIDs match.\n";
         (json ? std::cerr : std::cout) << (shown[0].size() == shown[1].size() ? "UUIDs match.\n" : rest);
     }
-    return paths.empty() || shown.size() < paths.size();
+    std::cerr << (std::cout.flush() ? "" : "The output could not be written.\n");
+    return !std::cout || paths.empty() || shown.size() < paths.size();
 }
