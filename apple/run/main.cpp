@@ -1,3 +1,4 @@
+#include "platform/MappedFiles.h"
 #include "platform/StandardStreams.h"
 #include "run/Console.h"
 #include "run/RunFlow.h"
@@ -10,6 +11,7 @@
 
 int main(int argc, char** argv) {
     platform::prepareStandardStreams();
+    platform::endWhenAMappedFileIsCutShort();
     try {
         return orvane::run(argc, argv, environ);
     } catch (const std::bad_alloc&) {

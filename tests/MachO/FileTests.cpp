@@ -2,6 +2,7 @@
 #include "fuzz/GuardedReading.h"
 #include "fuzz/MachOImage.h"
 #include "platform/Files.h"
+#include "platform/MappedFiles.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
@@ -9,6 +10,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 
 namespace {
 
@@ -117,6 +119,18 @@ TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheap) {
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
     EXPECT_EQ(binary->slices().size(), count);
     EXPECT_THAT(binary->slices()[0]->linkedDylibs(), testing::SizeIs(testing::Ge(2u)));
+}
+
+TEST(CutShort, WhileItIsMappedAFileEndsTheProcessWithASentence) {
+    const support::TemporaryFolder folder;
+    const std::string path = folder.write("a", std::string(100'000, 'a'));
+    macho::TWLMachOFile file;
+    ASSERT_TRUE(TWLMachOFileInitWithPath(&file, path.c_str()));
+    std::filesystem::resize_file(path, 0);
+    EXPECT_EXIT(
+        (platform::endWhenAMappedFileIsCutShort(), TWLMachOFileEnumerateSlices(&file, [](const auto*) {})),
+        testing::ExitedWithCode(1), "a file was cut short");
+    TWLMachOFileDestroy(&file);
 }
 
 } // namespace
