@@ -1,5 +1,6 @@
 #include "platform/HTTPExchange.h"
 
+#include "platform/ASCII.h"
 #include "platform/Files.h"
 #include "platform/Format.h"
 #include "platform/HTTPFailure.h"
@@ -34,11 +35,6 @@ constexpr std::size_t headLimit = std::size_t(256) * 1024;
 constexpr std::uint64_t certificatesLimit = std::uint64_t(64) << 20;
 
 constexpr std::string_view blanks = " \t";
-
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
-}
 
 /// `bytes` as text: UTF-8 as it stands, anything else read as ISO 8859-1 (RFC 9110 section 5.5).
 std::string headerText(std::string_view bytes) {
@@ -77,9 +73,9 @@ std::optional<URLProtectionSpace::Method> challengeMethod(std::string_view chall
             ++i;
         if (c != ',' || isQuoted)
             continue;
-        const std::string_view element = trimmed(challenges.substr(start, i - start));
+        const std::string_view element = trimmed(challenges.substr(start, i - start), blanks);
         const std::string_view word = element.substr(0, element.find_first_of(" \t="));
-        const bool isParameter = trimmed(element.substr(word.size())).starts_with('=');
+        const bool isParameter = trimmed(element.substr(word.size()), blanks).starts_with('=');
         for (const auto& [name, method] : schemes)
             if (!isParameter && equalNames(word, name))
                 return method;
@@ -244,7 +240,7 @@ void HTTPExchange::setUpHeaders() {
     for (const auto& [name, value] : _request.headers) {
         if (equalNames(name, "Content-Length") || equalNames(name, "Transfer-Encoding"))
             continue;
-        const std::string_view text = trimmed(value);
+        const std::string_view text = trimmed(value, blanks);
         addHeaderLine(text.empty() ? name + ";" : format("%@: %@", name, text));
     }
     set(CURLOPT_HTTPHEADER, _headerList.get());
@@ -385,14 +381,14 @@ void HTTPExchange::takeHeader(std::string_view line) {
     HTTPHeaders& headers = _head.allHeaderFields;
     // A folded line goes on with the value before it (RFC 9112 section 5.2).
     if (blanks.find(line.front()) != std::string_view::npos && _lastHeader != headers.end()) {
-        _lastHeader->second.append(1, ' ').append(headerText(trimmed(line)));
+        _lastHeader->second.append(1, ' ').append(headerText(trimmed(line, blanks)));
         return;
     }
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos)
         return;
-    const std::string value = headerText(trimmed(line.substr(colon + 1)));
-    const auto [header, isNew] = headers.emplace(headerText(trimmed(line.substr(0, colon))), value);
+    const std::string value = headerText(trimmed(line.substr(colon + 1), blanks));
+    const auto [header, isNew] = headers.emplace(headerText(trimmed(line.substr(0, colon), blanks)), value);
     if (!isNew)
         header->second.append(", ").append(value);
     _lastHeader = header;

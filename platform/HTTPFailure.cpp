@@ -1,5 +1,6 @@
 #include "platform/HTTPFailure.h"
 
+#include "platform/ASCII.h"
 #include "platform/Format.h"
 
 #include <openssl/x509_vfy.h>
@@ -84,12 +85,11 @@ URLErrorCode certificateCode(long verification) {
 bool isToken(std::string_view text) {
     constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
     return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-               marks.find(c) != std::string_view::npos;
+        return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
     });
 }
 
-Error cannotSend(const URLRequest& request, const char* why) {
+Error cannotSend(const URLRequest& request, const std::string& why) {
     return urlError(URLErrorCode::unknown,
                     format("The request to %@ was not sent: %@", shownHost(request.url), why));
 }
@@ -127,8 +127,8 @@ std::optional<Error> refusal(const URLRequest& request) {
             return cannotSend(request,
                               "a header name is empty or holds a character that no header name may have.");
         if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
-            return cannotSend(
-                request, format("the value of the header %@ holds a line break or a NUL.", name).c_str());
+            return cannotSend(request,
+                              format("the value of the header %@ holds a line break or a NUL.", name));
     }
     return std::nullopt;
 }

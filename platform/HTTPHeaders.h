@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/ASCII.h"
+
 #include <algorithm>
 #include <map>
 #include <string>
@@ -11,11 +13,8 @@ namespace platform {
 struct HeaderNameLess {
     using is_transparent = void;
     bool operator()(std::string_view a, std::string_view b) const {
-        const auto lower = [](char c) {
-            return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-        };
         return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                            [&](char x, char y) { return lower(x) < lower(y); });
+                                            [](char x, char y) { return lowerCase(x) < lowerCase(y); });
     }
 };
 

@@ -1,5 +1,6 @@
 #include "platform/PropertyListXML.h"
 
+#include "platform/ASCII.h"
 #include "platform/PropertyListGuard.h"
 
 #include <expat.h>
@@ -17,13 +18,6 @@ namespace platform {
 namespace {
 
 constexpr std::string_view blanks = " \t\r\n";
-
-std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
 
 /// All of `text` as a number; a "+" may precede it.
 template <class Number, class... Format>
@@ -48,7 +42,7 @@ std::optional<Date> readDate(std::string_view text) {
     if (text.size() != form.size())
         return std::nullopt;
     for (std::size_t i = 0; i < form.size(); ++i)
-        if (form[i] == '0' ? text[i] < '0' || text[i] > '9' : text[i] != form[i])
+        if (form[i] == '0' ? !isDigit(text[i]) : text[i] != form[i])
             return std::nullopt;
     const auto field = [&](std::size_t start, std::size_t size) {
         return *wholeNumber<unsigned>(text.substr(start, size));
@@ -101,7 +95,7 @@ std::optional<Value> valueOf(std::optional<T> content) {
 }
 
 std::optional<Value> readLeaf(std::string_view element, std::string text) {
-    const std::string_view content = trimmed(text);
+    const std::string_view content = trimmed(text, blanks);
     if (element == "string")
         return Value(std::move(text));
     if (element == "integer")
@@ -143,7 +137,7 @@ private:
     void start(std::string_view element);
     void end(std::string_view element);
     void text(std::string_view characters);
-    bool mayStartValue() const;
+    bool mayStart(std::string_view element) const;
     void add(Value value);
     std::string position() const;
 
@@ -186,12 +180,15 @@ void Reader::fail(std::string reason) {
     XML_StopParser(_parser.get(), XML_FALSE);
 }
 
-bool Reader::mayStartValue() const {
+bool Reader::mayStart(std::string_view element) const {
     if (!_insidePlist || _leaf)
         return false;
     if (_containers.empty())
-        return !_root;
-    return _containers.back().value.as<Value::Array>() || _containers.back().key;
+        return !_root && element != "key";
+    const Container& parent = _containers.back();
+    if (element == "key")
+        return !parent.key && parent.value.as<Value::Dictionary>();
+    return parent.key || parent.value.as<Value::Array>();
 }
 
 void Reader::start(std::string_view element) {
@@ -199,9 +196,7 @@ void Reader::start(std::string_view element) {
         return;
     if (element == "plist" && !_insidePlist) {
         _insidePlist = true;
-    } else if (element == "key" ? _leaf || _containers.empty() || _containers.back().key ||
-                                      !_containers.back().value.as<Value::Dictionary>()
-                                : !mayStartValue()) {
+    } else if (!mayStart(element)) {
         fail(tag(element) + " stands where it may not");
     } else if (isLeaf(element)) {
         _leaf.emplace();
@@ -217,7 +212,7 @@ void Reader::start(std::string_view element) {
 void Reader::text(std::string_view characters) {
     if (_leaf)
         *_leaf += characters;
-    else if (!trimmed(characters).empty())
+    else if (!trimmed(characters, blanks).empty())
         fail("text stands between elements");
 }
 

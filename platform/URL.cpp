@@ -1,5 +1,6 @@
 #include "platform/URL.h"
 
+#include "platform/ASCII.h"
 #include "platform/Files.h"
 
 #include <algorithm>
@@ -10,9 +11,6 @@ namespace {
 
 constexpr std::string_view hexDigits = "0123456789ABCDEF";
 
-bool isAlphanumeric(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 bool isUnreserved(char c) {
     return isAlphanumeric(c) || std::string_view("-._~").find(c) != std::string_view::npos;
 }
@@ -103,8 +101,7 @@ std::optional<URL> URL::parse(std::string_view text) {
     if (schemeEnd != std::string_view::npos && schemeEnd > 0 && text[schemeEnd] == ':' &&
         std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(schemeEnd), isSchemeCharacter)) {
         url._scheme = text.substr(0, schemeEnd);
-        std::transform(url._scheme.begin(), url._scheme.end(), url._scheme.begin(),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+        std::transform(url._scheme.begin(), url._scheme.end(), url._scheme.begin(), lowerCase);
         text.remove_prefix(schemeEnd + 1);
     }
     if (text.starts_with("//")) {

@@ -1,5 +1,6 @@
 #include "platform/Value.h"
 
+#include "platform/ASCII.h"
 #include "platform/Hexadecimal.h"
 
 #include <algorithm>
@@ -10,18 +11,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t shownDataBytes = 24;
-
-bool isBlank(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-std::string_view withoutLeadingBlanks(std::string_view text) {
-    const auto* const first = std::find_if_not(text.begin(), text.end(), isBlank);
-    return text.substr(static_cast<std::size_t>(first - text.begin()));
-}
+constexpr std::string_view blanks = " \t\n\v\f\r";
 
 std::string quoted(std::string_view text) {
     std::string result = "\"";
@@ -84,7 +74,7 @@ std::int32_t clamped(double number) {
 }
 
 bool booleanText(std::string_view text) {
-    text = withoutLeadingBlanks(text);
+    text = trimmed(text, blanks);
     if (text.starts_with('+') || text.starts_with('-'))
         text.remove_prefix(1);
     while (text.starts_with('0'))
@@ -94,7 +84,7 @@ bool booleanText(std::string_view text) {
 }
 
 std::int32_t integerText(std::string_view text) {
-    text = withoutLeadingBlanks(text);
+    text = trimmed(text, blanks);
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+'))
         text.remove_prefix(1);

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string_view>
+
+/// What formats and protocols say about ASCII characters. No locale has a say in it.
+namespace platform {
+
+constexpr bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+constexpr bool isAlphanumeric(char c) {
+    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+constexpr char lowerCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// `text` without the characters of `blanks` at its two ends.
+constexpr std::string_view trimmed(std::string_view text, std::string_view blanks) {
+    const std::size_t first = text.find_first_not_of(blanks);
+    return first == text.npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+} // namespace platform
