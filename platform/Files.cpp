@@ -6,24 +6,17 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 
 namespace platform {
 namespace {
 
 using CString = std::unique_ptr<char, decltype(&std::free)>;
-
-/// What the system would see is only the part before a zero byte, so such a path must not reach it.
-bool hasZeroByte(std::string_view path) {
-    return path.find('\0') != std::string_view::npos;
-}
 
 std::optional<struct stat> statusOf(const std::string& path) {
     struct stat status;
@@ -32,7 +25,7 @@ std::optional<struct stat> statusOf(const std::string& path) {
     return status;
 }
 
-/// Where a write to `path` ends up: behind the links, when there are any.
+/// Where `path` leads: behind the links, when there are any.
 std::string behindLinks(const std::string& path) {
     const CString resolved(realpath(path.c_str(), nullptr), &std::free);
     return resolved ? std::string(resolved.get()) : path;
@@ -61,6 +54,10 @@ Outcome writeNewFile(const std::string& path, std::string_view bytes, mode_t mod
 }
 
 } // namespace
+
+bool hasZeroByte(std::string_view text) {
+    return text.find('\0') != std::string_view::npos;
+}
 
 bool fileExists(const std::string& path) {
     return statusOf(path).has_value();
@@ -182,10 +179,7 @@ std::string_view pathExtension(std::string_view path) {
 std::string resolveSymbolicLinks(const std::string& path) {
     if (!path.starts_with('/') || hasZeroByte(path))
         return path;
-    const CString resolved(realpath(path.c_str(), nullptr), &std::free);
-    if (!resolved)
-        return path;
-    std::string result = resolved.get();
+    std::string result = behindLinks(path);
     if (path.ends_with('/') && !result.ends_with('/'))
         result += '/';
     return result;

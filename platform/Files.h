@@ -12,6 +12,9 @@
 /// unless an operation says otherwise. Errors name the operation, the path and the system's reason.
 namespace platform {
 
+/// Whether the system would take only a part of `text`: what stands before the zero byte.
+bool hasZeroByte(std::string_view text);
+
 bool fileExists(const std::string& path);
 bool isDirectory(const std::string& path);
 
@@ -26,9 +29,9 @@ Result<std::vector<std::string>> namesInDirectory(const std::string& path);
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit = UINT64_MAX);
 
 /// Puts `bytes` at `path` so that readers find what was there before or all of `bytes`, never less, whenever
-/// this process is ended. A link at `path` is followed. Fails on anything at `path` that is no regular file,
-/// and leaves no other file behind when it fails. A file that is there keeps its permissions; a new one gets
-/// `permissions`, as chmod(2) writes them, less the process's mask.
+/// this process is ended. A link to a file at `path` is followed. Fails on anything at `path` that is no
+/// regular file, and leaves no other file behind when it fails. A file that is there keeps its permissions; a
+/// new one gets `permissions`, as chmod(2) writes them, less the process's mask.
 Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions = 0666);
 
 /// Deletes one file, or the link itself.

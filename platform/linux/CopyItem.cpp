@@ -1,6 +1,7 @@
 #include "platform/CopyItem.h"
 
 #include "platform/FileDescriptor.h"
+#include "platform/Files.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -219,7 +220,7 @@ int ItemCopier::copyRangeThroughMemory(const FileDescriptor& from, const FileDes
 
 Outcome copyItem(const CopyPaths& paths) {
     for (const std::string& path : {paths.source, paths.destination})
-        if (path.empty() || path.find('\0') != std::string::npos)
+        if (path.empty() || hasZeroByte(path))
             return posixError(path.empty() ? ENOENT : EINVAL, "copy", path);
     return ItemCopier().copy({AT_FDCWD, paths.source, paths.source},
                              {AT_FDCWD, paths.destination, paths.destination});

@@ -76,10 +76,6 @@ private:
     posix_spawnattr_t _attributes;
 };
 
-bool hasZeroByte(const std::string& text) {
-    return text.find('\0') != std::string::npos;
-}
-
 void checkTexts(const Task::Setup& setup) {
     bool passable = !hasZeroByte(setup.launchPath) && !hasZeroByte(setup.currentDirectoryPath.value_or(""));
     for (const std::string& argument : setup.arguments)
