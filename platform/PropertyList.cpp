@@ -170,20 +170,11 @@ Result<Value> parsePropertyList(std::string_view bytes) {
     return bytes.starts_with("bplist") ? parseBinaryPropertyList(bytes) : parseXMLPropertyList(bytes);
 }
 
-Result<Value> readPropertyList(const std::string& path) {
+std::optional<Value::Dictionary> readDictionary(const std::string& path) {
     const Result<Data> bytes = readFile(path, fileSizeLimit);
     if (!bytes)
-        return bytes.error();
+        return std::nullopt;
     Result<Value> value = parsePropertyList(bytes->bytes());
-    if (value)
-        return value;
-    Error error = value.error();
-    const auto* reason = find<std::string>(error.userInfo, localizedDescriptionKey);
-    return errorWithDescription(error.domain, error.code, path + ": " + (reason ? *reason : std::string()));
-}
-
-std::optional<Value::Dictionary> readDictionary(const std::string& path) {
-    Result<Value> value = readPropertyList(path);
     auto* dictionary = value ? (*value).as<Value::Dictionary>() : nullptr;
     return dictionary ? std::optional(std::move(*dictionary)) : std::nullopt;
 }

@@ -15,10 +15,8 @@ namespace platform {
 /// that cannot be read, 3840.
 Result<Value> parsePropertyList(std::string_view bytes);
 
-/// The property list in the file at `path`, of at most 16 MiB. The error names the path.
-Result<Value> readPropertyList(const std::string& path);
-
-/// The same when its root is a dictionary; nothing for any other file, whatever is wrong with it.
+/// The dictionary that is the root of the property list in the file at `path`; nothing for any other file,
+/// whatever is wrong with it, and for one of more than 16 MiB.
 std::optional<Value::Dictionary> readDictionary(const std::string& path);
 
 /// `value` as an XML property list. Text that XML cannot carry is made valid first (textForXML); null values,

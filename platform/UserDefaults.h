@@ -10,8 +10,8 @@ namespace platform {
 /// The user's settings for one program. Arguments of the form -name value come before the preferences file.
 class UserDefaults {
 public:
-    /// `arguments` are those after the program's name. `domain` names the preferences, as in
-    /// "com.example.tool"; a preferences file that is missing or unreadable holds no settings.
+    /// `arguments` are those after the program's name. The preferences are "<domain>.plist" in the user's
+    /// configurationFolder(); a file that is missing or unreadable holds no settings.
     UserDefaults(const std::vector<std::string>& arguments, const std::string& domain);
 
     /// The setting, or null when it is absent. Borrows from this object.
@@ -21,10 +21,5 @@ private:
     Value::Dictionary _arguments;
     Value::Dictionary _preferences;
 };
-
-/// Where the preferences of `domain` are kept: $XDG_CONFIG_HOME when it is absolute, else ~/.config, joined
-/// with
-/// "<domain>.plist".
-std::string preferencesPath(const std::string& domain);
 
 } // namespace platform

@@ -2,11 +2,9 @@
 
 #include <string>
 
-/// The user's own folders (XDG base directories). None of them is created.
+/// The user's own folders (XDG base directories). None of them is created. The home folder is $HOME when that
+/// is absolute, else the user database's word, and "/" when neither knows.
 namespace platform {
-
-/// $HOME when it is absolute, else the user database's word; "/" when neither knows.
-std::string homeFolder();
 
 /// $XDG_CACHE_HOME when it is absolute, else ".cache" in the home folder.
 std::string cachesFolder();

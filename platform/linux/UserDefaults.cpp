@@ -21,17 +21,14 @@ Value::Dictionary settingsInArguments(const std::vector<std::string>& arguments)
 
 UserDefaults::UserDefaults(const std::vector<std::string>& arguments, const std::string& domain)
     : _arguments(settingsInArguments(arguments)),
-      _preferences(readDictionary(preferencesPath(domain)).value_or(Value::Dictionary())) {}
+      _preferences(readDictionary(pathByAppending(configurationFolder(), domain + ".plist"))
+                       .value_or(Value::Dictionary())) {}
 
 const Value* UserDefaults::object(const std::string& name) const {
     for (const Value::Dictionary* settings : {&_arguments, &_preferences})
-        if (const auto found = settings->find(name); found != settings->end())
-            return &found->second;
+        if (const Value* setting = find(*settings, name))
+            return setting;
     return nullptr;
-}
-
-std::string preferencesPath(const std::string& domain) {
-    return pathByAppending(configurationFolder(), domain + ".plist");
 }
 
 } // namespace platform

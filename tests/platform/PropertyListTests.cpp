@@ -142,14 +142,12 @@ TEST(PropertyList, TakesLinearTime) {
     EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 
-TEST(PropertyList, ReadsFilesAndSaysWhichOneIsBad) {
+TEST(PropertyList, ReadsDictionariesFromFiles) {
     const support::TemporaryFolder folder;
-    EXPECT_FALSE(readDictionary(folder.write("array", "<plist><array/></plist>")));
     EXPECT_EQ(readDictionary(folder.write("d", "<plist><dict/></plist>")), Value::Dictionary());
-    EXPECT_THAT(reasonOf(readPropertyList(folder.write("bad.plist", "x"))),
-                testing::StartsWith(folder.path("bad.plist") + ": The property list cannot be read"));
-    EXPECT_THAT(reasonOf(readPropertyList(folder.write("big", std::string((16u << 20) + 1, ' ')))),
-                HasSubstr("too large"));
+    for (const std::string& other : {std::string("x"), std::string("<plist><array/></plist>"),
+                                     "<plist><dict/></plist>" + std::string(16u << 20, ' ')})
+        EXPECT_FALSE(readDictionary(folder.write("other", other)));
 }
 
 } // namespace
