@@ -3,7 +3,6 @@
 #include "platform/Format.h"
 #include "platform/Log.h"
 
-#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <deque>

@@ -7,12 +7,12 @@
 #include <fcntl.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <deque>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>

@@ -101,8 +101,8 @@ struct URLProtectionSpace {
 class URLConnection;
 
 /// Hears of one connection. All operations run on the main thread, inside the main run loop, in this order:
-/// protection spaces, at most one response, any number of data, and at the end exactly one of the two last.
-/// Nothing is called after `cancel`.
+/// protection spaces, at most one response, any number of data, and at the end either the failure or
+/// connectionDidFinishLoading. Nothing is called after `cancel`.
 class URLConnectionDelegate {
 public:
     virtual ~URLConnectionDelegate() = default;

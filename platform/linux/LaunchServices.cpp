@@ -90,8 +90,8 @@ std::vector<std::string> commandForURLs(GAppInfo* handler, const std::vector<URL
 /// Runs in the child, where only async-signal-safe calls are allowed.
 void leaveSession(void*) {
     setsid();
-    (void)signal(SIGPIPE, SIG_DFL);
-    (void)signal(SIGXFSZ, SIG_DFL);
+    signal(SIGPIPE, SIG_DFL);
+    signal(SIGXFSZ, SIG_DFL);
 }
 
 /// GLib closes all descriptors in the child, opens its standard streams on the null device and leaves it to
