@@ -68,12 +68,9 @@ const NXArchInfo* NXGetArchInfoFromCpuType(std::int32_t cputype, std::int32_t cp
         [&](const NXArchInfo& entry) { return entry.cputype == cputype && entry.cpusubtype == processor; });
 }
 
-const NXArchInfo* NXGetArchInfoFromName(std::string_view name) {
-    return findEntry([&](const NXArchInfo& entry) { return entry.name == name; });
-}
-
 const NXArchInfo* NXGetLocalArchInfo() {
-    return NXGetArchInfoFromName(platform::hostArchitecture());
+    return findEntry(
+        [name = platform::hostArchitecture()](const NXArchInfo& entry) { return entry.name == name; });
 }
 
 } // namespace macho

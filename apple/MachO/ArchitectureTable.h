@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string_view>
 
 /// The platform's table of architectures (<mach-o/arch.h>), under its published names.
 namespace macho {
@@ -15,9 +14,6 @@ struct NXArchInfo {
 /// The entry for a CPU type and subtype, or null. The capability bits of the subtype do not count: Mac
 /// executables carry x86_64 with the subtype 0x80000003.
 const NXArchInfo* NXGetArchInfoFromCpuType(std::int32_t cputype, std::int32_t cpusubtype);
-
-/// The entry with that name, or null.
-const NXArchInfo* NXGetArchInfoFromName(std::string_view name);
 
 /// The entry for the processor that this process runs on, or null when the table does not know it.
 const NXArchInfo* NXGetLocalArchInfo();

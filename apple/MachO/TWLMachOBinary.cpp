@@ -1,6 +1,8 @@
 #include "MachO/TWLMachOBinary.h"
 
-#include "MachO/TWLHashNSString.h"
+#include "platform/Digest.h"
+#include "platform/Files.h"
+#include "platform/Hexadecimal.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -13,6 +15,10 @@ void closeFile(macho::TWLMachOFile* file) {
 }
 
 } // namespace
+
+std::string TWLHashNSString(std::string_view text) {
+    return platform::hexadecimal(platform::sha1(text.substr(0, text.find('\0'))));
+}
 
 std::shared_ptr<TWLMachOBinary> TWLMachOBinary::initWithURL(const platform::URL& url) {
     const std::shared_ptr<TWLMachOBinary> binary(new TWLMachOBinary(url));
@@ -29,8 +35,7 @@ std::string TWLMachOBinary::hashNSString(std::string_view text) {
 
 bool TWLMachOBinary::open() {
     const std::string file = path();
-    // The system would open what stands before a zero byte: another file.
-    if (file.find('\0') != std::string::npos)
+    if (platform::hasZeroByte(file))
         return false;
     _file = std::shared_ptr<macho::TWLMachOFile>(new macho::TWLMachOFile, closeFile);
     if (!TWLMachOFileInitWithPath(_file.get(), file.c_str()))

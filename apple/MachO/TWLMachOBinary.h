@@ -15,6 +15,9 @@
 using TWLUUIDCallback =
     std::function<void(const std::optional<std::string>& uuid, const std::string& architecture)>;
 
+/// The SHA-1 digest of the UTF-8 text up to its first NUL, as 40 lower-case hexadecimal digits.
+std::string TWLHashNSString(std::string_view text);
+
 /// A Mach-O file on disk, thin or universal, with its slices. A file that is no Mach-O file has one slice of
 /// architecture "unknown". The file stays open and mapped as long as the object or one of its slices lives;
 /// everything but the slices' section pointers was copied when the object was made, so a file that changes

@@ -68,11 +68,10 @@ std::optional<std::string> TWLdSYM::shortBundleVersion() const {
 }
 
 std::optional<std::string> TWLdSYM::text(std::string_view key) const {
-    if (const auto* string = platform::find<std::string>(_infoPlist, key))
-        return *string;
-    const bool isNumber =
-        platform::find<std::int64_t>(_infoPlist, key) || platform::find<double>(_infoPlist, key);
-    return isNumber ? std::optional(_infoPlist.find(key)->second.description()) : std::nullopt;
+    const platform::Value* value = platform::find(_infoPlist, key);
+    const bool isShown =
+        value && (value->as<std::string>() || value->as<std::int64_t>() || value->as<double>());
+    return isShown ? std::optional(value->description()) : std::nullopt;
 }
 
 void TWLdSYM::enumerateUUIDs(const TWLUUIDCallback& callback) const {

@@ -1,5 +1,4 @@
 #include "MachO/MachOReader.h"
-#include "MachO/TWLHashNSString.h"
 #include "MachO/TWLdSYM.h"
 #include "fuzz/MachOImage.h"
 #include "support/TemporaryFolder.h"
