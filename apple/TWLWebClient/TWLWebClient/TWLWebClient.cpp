@@ -147,7 +147,6 @@ Value TWLWebClient::decodeJSON(std::string_view bytes) {
 }
 
 platform::Data TWLWebClient::encodeJSON(const Value&) {
-    TWL_ASSERT(false, "0 && \"encodeJSON: isn't implemented yet\"", "+[TWLWebClient encodeJSON:]",
-               "apple/TWLWebClient/TWLWebClient/TWLWebClient");
-    return {};
+    platform::assertionFailed("0 && \"encodeJSON: isn't implemented yet\"", "+[TWLWebClient encodeJSON:]",
+                              "apple/TWLWebClient/TWLWebClient/TWLWebClient");
 }

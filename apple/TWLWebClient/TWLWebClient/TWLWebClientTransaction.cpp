@@ -17,6 +17,16 @@ constexpr const char* sourceFile = "apple/TWLWebClient/TWLWebClient/TWLWebClient
 constexpr std::string_view plistContentType = "application/x-plist";
 constexpr std::string_view JSONContentType = "application/json";
 
+/// Which of the two the head of an answer names; property lists, when it names both.
+std::optional<std::string_view> decodedContentType(const platform::HTTPHeaders& headers) {
+    const auto header = headers.find("Content-Type");
+    if (header != headers.end())
+        for (const std::string_view type : {plistContentType, JSONContentType})
+            if (header->second.find(type) != std::string::npos)
+                return type;
+    return std::nullopt;
+}
+
 } // namespace
 
 std::shared_ptr<TWLWebClientTransaction>
@@ -42,23 +52,23 @@ void TWLWebClientTransaction::syncStartWithCompletionHandler(TWLWebCompletion ha
     syncStartConnection();
 }
 
-void TWLWebClientTransaction::startConnection() {
-    constexpr const char* function = "-[TWLWebClientTransaction startConnection]";
-    const std::shared_ptr<platform::URLRequest> request = _request ? _request->URLRequest() : nullptr;
+std::shared_ptr<platform::URLRequest> TWLWebClientTransaction::platformRequest(const char* function) {
+    auto request = _request ? _request->URLRequest() : nullptr;
     TWL_ASSERT(_connection == nullptr, "_connection == nil", function, sourceFile);
     TWL_ASSERT(request, "request", function, sourceFile);
     _response->setRequestURL(request->url);
+    return request;
+}
+
+void TWLWebClientTransaction::startConnection() {
+    const auto request = platformRequest("-[TWLWebClientTransaction startConnection]");
     _connection = std::make_unique<URLConnection>(*request, shared_from_this());
     _connection->scheduleInRunLoop(platform::RunLoop::mainRunLoop());
     _connection->start();
 }
 
 void TWLWebClientTransaction::syncStartConnection() {
-    constexpr const char* function = "-[TWLWebClientTransaction syncStartConnection]";
-    const std::shared_ptr<platform::URLRequest> request = _request ? _request->URLRequest() : nullptr;
-    TWL_ASSERT(_connection == nullptr, "_connection == nil", function, sourceFile);
-    TWL_ASSERT(request, "request", function, sourceFile);
-    _response->setRequestURL(request->url);
+    const auto request = platformRequest("-[TWLWebClientTransaction syncStartConnection]");
     URLConnection::SynchronousResult result = URLConnection::sendSynchronousRequest(*request);
     if (result.error)
         _response->setError(std::move(result.error));
@@ -77,12 +87,7 @@ void TWLWebClientTransaction::connection(URLConnection&, const platform::URLResp
     _queue.async([self = shared_from_this(), head = *didReceiveResponse.http] {
         self->_response->setStatusCode(head.statusCode);
         self->_response->setResponseHeaders(head.allHeaderFields);
-        const auto header = head.allHeaderFields.find("Content-Type");
-        const std::string type = header == head.allHeaderFields.end() ? "" : header->second;
-        self->_contentType.reset();
-        for (const std::string_view known : {plistContentType, JSONContentType})
-            if (!self->_contentType && type.find(known) != std::string::npos)
-                self->_contentType = known;
+        self->_contentType = decodedContentType(head.allHeaderFields);
     });
 }
 
@@ -107,19 +112,18 @@ void TWLWebClientTransaction::connectionDidFinishLoading(URLConnection&) {
 bool TWLWebClientTransaction::connection(
     URLConnection& connection, const platform::URLProtectionSpace& canAuthenticateAgainstProtectionSpace) {
     const platform::URLProtectionSpace& space = canAuthenticateAgainstProtectionSpace;
-    bool answer = false;
     if (space.serverTrust) {
+        bool answer = false;
         _queue.sync([&] {
             const TWLWebRequest::ProtectionSpaceHandler& handler = _request->protectionSpaceHandler();
-            if (handler)
-                answer = handler(space);
+            answer = handler && handler(space);
         });
         return answer;
     }
     connection.cancel();
     const auto code = static_cast<std::int64_t>(TWLWebClientError::authenticationRequired);
     this->connection(connection, Error{std::string(TWLWebClientErrorDomain), code, {}});
-    return answer;
+    return false;
 }
 
 Value TWLWebClientTransaction::objectFromReceivedData() {

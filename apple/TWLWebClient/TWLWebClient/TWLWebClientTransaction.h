@@ -46,7 +46,8 @@ public:
                     const platform::URLProtectionSpace& canAuthenticateAgainstProtectionSpace) override;
 
 private:
-    std::shared_ptr<platform::URLRequest> platformRequest();
+    /// What both roads begin with, on behalf of `function`.
+    std::shared_ptr<platform::URLRequest> platformRequest(const char* function);
 
     const std::shared_ptr<TWLWebRequest> _request;
     const std::shared_ptr<TWLWebResponse> _response = std::make_shared<TWLWebResponse>();

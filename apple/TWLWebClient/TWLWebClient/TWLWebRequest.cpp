@@ -5,6 +5,7 @@
 
 using platform::Data;
 using platform::format;
+using platform::objectForKey;
 using platform::Value;
 
 namespace {
@@ -25,16 +26,10 @@ Value::Dictionary recordOf(std::initializer_list<std::pair<const char*, Value>> 
     return record;
 }
 
-const Value& member(const Value::Dictionary& record, std::string_view key) {
-    static const Value null;
-    const auto found = record.find(key);
-    return found == record.end() ? null : found->second;
-}
-
 std::string filePartHead(const Value::Dictionary& record) {
     std::string head = format("--%@\r\nContent-Disposition: form-data; name=\"%@\"; filename=\"%@\"\r\n",
-                              boundary, member(record, "field"), member(record, "filename"));
-    const Value& type = member(record, "mime-type");
+                              boundary, objectForKey(record, "field"), objectForKey(record, "filename"));
+    const Value type = objectForKey(record, "mime-type");
     if (type.isNull())
         return head + "Content-Type: application/octet-stream\r\n\r\n";
     return head + format("Content-Type: %@\r\n", type) + "Content-Transfer-Encoding: binary\r\n\r\n";
@@ -42,7 +37,7 @@ std::string filePartHead(const Value::Dictionary& record) {
 
 std::string textPart(const Value::Dictionary& record, const std::string& value) {
     return format("--%@\r\nContent-Disposition: form-data; name=\"%@\"\r\n", boundary,
-                  member(record, "field")) +
+                  objectForKey(record, "field")) +
            "Content-Type: text/plain\r\n\r\n" + format("%@\r\n", value);
 }
 
@@ -128,7 +123,7 @@ std::optional<platform::HTTPBody> TWLWebRequest::formData() {
     platform::HTTPBody body;
     std::string text = "MIME-Version: 1.0\r\n";
     for (const FormRecord& record : *_formFields) {
-        const Value& value = member(record, "value");
+        const Value value = objectForKey(record, "value");
         if (const auto* string = value.as<std::string>()) {
             text += textPart(record, *string);
         } else if (const auto* bytes = value.as<Data>()) {
