@@ -5,6 +5,7 @@
 #include "run/VendorConfiguration.h"
 
 namespace orvane {
+
 platform::Value::Dictionary buildDescription(const BuildSettings& buildSettings, const std::string& apiKey,
                                              const std::vector<std::string>& dSYMs) {
     platform::Value::Dictionary description;

@@ -7,8 +7,6 @@
 
 #include <strings.h>
 
-#include <cstdlib>
-
 namespace orvane {
 namespace {
 

@@ -22,6 +22,13 @@ void TWLLog(std::type_identity_t<platform::FormatString<Args...>> format, const 
     logWithTag(platform::format<Args...>(format, arguments...));
 }
 
+/// TWLLog in debug mode; else nothing.
+template <class... Args>
+void logDebug(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
+    if (debugMode())
+        TWLLog<Args...>(format, arguments...);
+}
+
 /// The platform log call with a format and without the tag.
 template <class... Args>
 void NSLog(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {

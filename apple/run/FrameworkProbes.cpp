@@ -17,12 +17,6 @@ std::optional<platform::URL> companionApp() {
     return platform::applicationForURL(*platform::URL::parse(handOffURLPrefix));
 }
 
-template <class... Args>
-void logDebug(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
-    if (debugMode())
-        TWLLog<Args...>(format, arguments...);
-}
-
 std::optional<std::string> withoutSymbolicLinks(const std::optional<std::string>& path) {
     return path ? std::optional(platform::resolveSymbolicLinks(*path)) : std::nullopt;
 }

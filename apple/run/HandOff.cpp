@@ -64,8 +64,7 @@ std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSetting
 }
 
 void sendDataToMacApp(const HandOff& handOff, const BuildSettings& buildSettings) {
-    if (debugMode())
-        TWLLog("Sending data to Orvane.app");
+    logDebug("Sending data to Orvane.app");
     std::vector<platform::URL> items;
     if (auto url = platform::URL::parse(handOffURL(handOff, buildSettings)))
         items.push_back(std::move(*url));

@@ -33,15 +33,13 @@ bool isProcessNameInHierarchy(std::string_view name) {
 
 bool isXcodeInProcessHierarchy() {
     const bool found = isProcessNameInHierarchy("Xcode");
-    if (debugMode())
-        TWLLog("Run script build phase called from Xcode.app %i", found ? 1 : 0);
+    logDebug("Run script build phase called from Xcode.app %i", found ? 1 : 0);
     return found;
 }
 
 bool isBotsDaemonInProcessHierarchy() {
     const bool found = isProcessNameInHierarchy("xcsbuildd");
-    if (debugMode())
-        TWLLog("Run script build phase called from Xcode Bots %i", found ? 1 : 0);
+    logDebug("Run script build phase called from Xcode Bots %i", found ? 1 : 0);
     return found;
 }
 

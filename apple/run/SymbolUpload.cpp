@@ -111,8 +111,7 @@ bool uploadDSYM(const BuildSettings& buildSettings, const std::shared_ptr<TWLMac
     archive(dSYMPath, archivePath, dSYMName);
     request->addData(readArchive(archivePath, dSYMPath), "application/zip", archiveName,
                      "code_mapping[file]");
-    if (debugMode())
-        TWLLog("Uploading dSYM at path %@", dSYMPath);
+    logDebug("Uploading dSYM at path %@", dSYMPath);
 
     bool accepted = false;
     client.syncStartRequest(request, [&](const std::shared_ptr<TWLWebResponse>& response) {
