@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 namespace sample {
 namespace {
@@ -87,12 +86,15 @@ public:
         _server.Post(R"(/spi/v1/platforms/[^/]+/apps/[^/]+/built)",
                      handler("registration", registrationFields));
         _server.Post(R"(/api/v3/platforms/[^/]+/code_mappings)", handler("upload", uploadFields));
-        _port = wantedPort;
+        int port = wantedPort;
         if (wantedPort == 0)
-            _port = static_cast<std::uint16_t>(_server.bind_to_any_port("127.0.0.1"));
+            port = _server.bind_to_any_port("127.0.0.1");
         else if (!_server.bind_to_port("127.0.0.1", wantedPort))
+            port = -1;
+        if (port < 0)
             throw std::runtime_error("Cannot listen on 127.0.0.1:" + std::to_string(wantedPort) +
                                      ": is another service running there?");
+        _port = static_cast<std::uint16_t>(port);
         _thread = std::thread([this] { _server.listen_after_bind(); });
         while (!_server.is_running())
             std::this_thread::yield();
