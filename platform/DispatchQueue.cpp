@@ -35,15 +35,33 @@ public:
         if (_closed)
             return;
         _steps.push_back(std::move(step));
-        if (_steps.size() > _idle && _threads.size() < threadLimit)
-            startThread();
+        startThreadIfNeeded();
         _wake.notify_one();
     }
 
-private:
-    static constexpr std::size_t threadLimit = 64;
+    /// While it lives, the calling thread waits for a queue. What it waits for may itself wait for a thread,
+    /// so that one of the pool's does not count meanwhile.
+    class Absence {
+    public:
+        Absence() { change(1); }
+        ~Absence() { change(-1); }
+        Absence(const Absence&) = delete;
+        Absence& operator=(const Absence&) = delete;
 
-    void startThread() {
+    private:
+        static void change(int difference) {
+            if (!_isWorker)
+                return;
+            const std::lock_guard lock(shared()._mutex);
+            shared()._threadLimit += difference;
+            shared().startThreadIfNeeded();
+        }
+    };
+
+private:
+    void startThreadIfNeeded() {
+        if (_closed || _steps.size() <= _idle || std::ssize(_threads) >= _threadLimit)
+            return;
         try {
             _threads.emplace_back([this] { work(); });
         } catch (const std::system_error&) {
@@ -54,6 +72,7 @@ private:
     }
 
     void work() {
+        _isWorker = true;
         std::unique_lock lock(_mutex);
         while (true) {
             ++_idle;
@@ -93,8 +112,10 @@ private:
     std::condition_variable _wake;
     std::deque<Step> _steps;
     std::vector<std::thread> _threads;
+    std::ptrdiff_t _threadLimit = 64;
     std::size_t _idle = 0;
     bool _closed = false;
+    static inline thread_local bool _isWorker = false;
 };
 
 } // namespace
@@ -183,6 +204,7 @@ private:
             return;
         Waiter waiter;
         _waiting.push_back({nullptr, &waiter});
+        const Pool::Absence absence;
         waiter.wake.wait(lock, [&] { return waiter.isOwner; });
     }
 

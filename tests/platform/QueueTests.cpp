@@ -71,6 +71,19 @@ TEST(DispatchQueue, StartsMoreThreadsWhileOthersBlock) {
     together->arrive_and_wait();
 }
 
+TEST(DispatchQueue, ReachesTheStepsThatMoreThreadsWaitForThanThePoolHas) {
+    constexpr int count = 200;
+    const auto done = std::make_shared<std::latch>(count);
+    const DispatchQueue queue = DispatchQueue::serial("test.crowd");
+    for (int i = 0; i < count; ++i)
+        DispatchQueue::global().async([done, queue] {
+            queue.async([] {});
+            queue.sync([] {});
+            done->count_down();
+        });
+    done->wait();
+}
+
 TEST(RunLoop, RunsStepsInOrderUntilItIsStoppedOrItsTimeIsOver) {
     RunLoop& loop = RunLoop::mainRunLoop();
     std::vector<int> order;
