@@ -39,31 +39,27 @@ public:
         _wake.notify_one();
     }
 
-    /// While it lives, the calling thread waits for a queue. What it waits for may itself wait for a thread,
-    /// so that one of the pool's does not count meanwhile.
-    class Absence {
-    public:
-        Absence() { change(1); }
-        ~Absence() { change(-1); }
-        Absence(const Absence&) = delete;
-        Absence& operator=(const Absence&) = delete;
+    /// Whether the calling thread is one of these.
+    static inline thread_local bool isWorker = false;
 
-    private:
-        static void change(int difference) {
-            if (!_isWorker)
-                return;
-            const std::lock_guard lock(shared()._mutex);
-            shared()._threadLimit += difference;
-            shared().startThreadIfNeeded();
-        }
-    };
+    /// Counts a thread of the pool out (-1) while it waits for a queue, and in again (1): what it waits for
+    /// may itself need a thread, or have been dropped.
+    void count(std::ptrdiff_t threads) {
+        const std::lock_guard lock(_mutex);
+        _present += threads;
+        startThreadIfNeeded();
+        _someoneLeft.notify_all();
+    }
 
 private:
+    static constexpr std::ptrdiff_t presentLimit = 64;
+
     void startThreadIfNeeded() {
-        if (_closed || _steps.size() <= _idle || std::ssize(_threads) >= _threadLimit)
+        if (_closed || _steps.size() <= _idle || _present >= presentLimit)
             return;
         try {
             _threads.emplace_back([this] { work(); });
+            ++_present;
         } catch (const std::system_error&) {
             // The threads that there are will get to the step.
             if (_threads.empty())
@@ -72,14 +68,14 @@ private:
     }
 
     void work() {
-        _isWorker = true;
+        isWorker = true;
         std::unique_lock lock(_mutex);
         while (true) {
             ++_idle;
             _wake.wait(lock, [this] { return _closed || !_steps.empty(); });
             --_idle;
             if (_closed)
-                return;
+                break;
             Step step = std::move(_steps.front());
             _steps.pop_front();
             lock.unlock();
@@ -89,33 +85,32 @@ private:
             step = nullptr;
             lock.lock();
         }
+        --_present;
+        _someoneLeft.notify_all();
     }
 
     void close() {
         std::deque<Step> dropped;
-        {
-            const std::lock_guard lock(_mutex);
-            _closed = true;
-            dropped.swap(_steps);
-        }
+        std::unique_lock lock(_mutex);
+        _closed = true;
+        dropped.swap(_steps);
         _wake.notify_all();
-        for (std::thread& thread : _threads) {
-            // A step may itself have called exit.
-            if (thread.get_id() == std::this_thread::get_id())
-                thread.detach();
-            else
-                thread.join();
-        }
+        // A step may itself have called exit.
+        _someoneLeft.wait(lock, [this] { return _present == (isWorker ? 1 : 0); });
+        for (std::thread& thread : _threads)
+            thread.detach();
+        lock.unlock();
     }
 
     std::mutex _mutex;
     std::condition_variable _wake;
+    std::condition_variable _someoneLeft;
     std::deque<Step> _steps;
     std::vector<std::thread> _threads;
-    std::ptrdiff_t _threadLimit = 64;
+    /// Those of `_threads` that neither wait for a queue nor have ended.
+    std::ptrdiff_t _present = 0;
     std::size_t _idle = 0;
     bool _closed = false;
-    static inline thread_local bool _isWorker = false;
 };
 
 } // namespace
@@ -182,6 +177,7 @@ private:
     /// A thread that waits for its turn to own the queue.
     struct Waiter {
         std::condition_variable wake;
+        const bool isWorker = Pool::isWorker;
         bool isOwner = false;
     };
     /// An asynchronous step, or a waiter.
@@ -204,7 +200,8 @@ private:
             return;
         Waiter waiter;
         _waiting.push_back({nullptr, &waiter});
-        const Pool::Absence absence;
+        if (waiter.isWorker)
+            Pool::shared().count(-1);
         waiter.wake.wait(lock, [&] { return waiter.isOwner; });
     }
 
@@ -215,6 +212,8 @@ private:
         } else if (Waiter* const waiter = _waiting.front().waiter) {
             _waiting.pop_front();
             waiter->isOwner = true;
+            if (waiter->isWorker)
+                Pool::shared().count(1);
             waiter->wake.notify_one();
         } else {
             Pool::shared().submit([self = shared_from_this()] { self->drain(); });

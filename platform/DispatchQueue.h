@@ -10,8 +10,8 @@ namespace platform {
 /// queues. A queue is a cheap handle: copies name the same queue, which lives until its last step has run.
 ///
 /// Asynchronous steps run on threads that all queues share; threads are started when there is work, at most
-/// 64 besides those that wait in `sync`, and joined at the process's exit, where steps that have not begun
-/// are dropped. A step that runs asynchronously must not let an exception out.
+/// 64 besides those that wait in `sync`. The process's exit waits for the steps that run and drops those that
+/// have not begun or still wait. A step that runs asynchronously must not let an exception out.
 class DispatchQueue {
 public:
     /// A new serial queue: one step at a time, in the order in which they came.

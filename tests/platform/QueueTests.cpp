@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <latch>
 #include <list>
 #include <memory>
@@ -71,7 +72,8 @@ TEST(DispatchQueue, StartsMoreThreadsWhileOthersBlock) {
     together->arrive_and_wait();
 }
 
-TEST(DispatchQueue, ReachesTheStepsThatMoreThreadsWaitForThanThePoolHas) {
+/// Steps that each wait behind a step of one queue, more than the pool has threads.
+std::shared_ptr<std::latch> crowd() {
     constexpr int count = 200;
     const auto done = std::make_shared<std::latch>(count);
     const DispatchQueue queue = DispatchQueue::serial("test.crowd");
@@ -81,7 +83,13 @@ TEST(DispatchQueue, ReachesTheStepsThatMoreThreadsWaitForThanThePoolHas) {
             queue.sync([] {});
             done->count_down();
         });
-    done->wait();
+    return done;
+}
+
+TEST(DispatchQueue, WaitersHoldUpNeitherTheStepsBeforeThemNorTheProcessesEnd) {
+    crowd()->wait();
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT((crowd(), std::exit(0)), testing::ExitedWithCode(0), "");
 }
 
 TEST(RunLoop, RunsStepsInOrderUntilItIsStoppedOrItsTimeIsOver) {
