@@ -20,7 +20,8 @@ constexpr char lowerCase(char c) {
 /// `text` without the characters of `blanks` at its two ends.
 constexpr std::string_view trimmed(std::string_view text, std::string_view blanks) {
     const std::size_t first = text.find_first_not_of(blanks);
-    return first == text.npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+    return first == std::string_view::npos ? ""
+                                           : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 } // namespace platform
