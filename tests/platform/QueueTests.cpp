@@ -75,7 +75,7 @@ TEST(DispatchQueue, StartsMoreThreadsWhileOthersBlock) {
 /// Steps that each wait behind a step of one queue, more than the pool has threads.
 std::shared_ptr<std::latch> crowd() {
     constexpr int count = 200;
-    const auto done = std::make_shared<std::latch>(count);
+    auto done = std::make_shared<std::latch>(count);
     const DispatchQueue queue = DispatchQueue::serial("test.crowd");
     for (int i = 0; i < count; ++i)
         DispatchQueue::global().async([done, queue] {
