@@ -62,6 +62,6 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS ca-certificates)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME liborvane-dev)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_DEPENDS
-  "libcurl4-openssl-dev (>= 7.88), libexpat1-dev, libplist-dev, libssl-dev, pkg-config")
+  "libcurl4-openssl-dev (>= 7.88), libexpat1-dev, libplist-dev, libssl-dev, pkg-config, zlib1g-dev")
 set(CPACK_DEBIAN_LIBRARIES_DESCRIPTION "Libraries that read Mach-O files and dSYM bundles, and speak HTTP")
 include(CPack)

@@ -205,8 +205,9 @@ void HTTPExchange::setUpTransport() {
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
-    // Every encoding that the library can decode.
-    set(CURLOPT_ACCEPT_ENCODING, "");
+    // Decoded here: the library does not notice when the coded bytes end early.
+    set(CURLOPT_ACCEPT_ENCODING, "gzip");
+    set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
     // A connection of its own: its sockets, and so its progress, are those of this exchange alone.
     set(CURLOPT_FRESH_CONNECT, 1L);
     set(CURLOPT_FORBID_REUSE, 1L);
@@ -402,8 +403,43 @@ bool HTTPExchange::finishHead() {
     _phase = Phase::receiving;
     if (!answerChallenge())
         return false;
+    const auto coding = _head.allHeaderFields.find("Content-Encoding");
+    if (coding != _head.allHeaderFields.end() && !equalNames(coding->second, "identity")) {
+        _hasKnownCoding = equalNames(coding->second, "gzip") || equalNames(coding->second, "x-gzip");
+        _gzip.emplace();
+    }
     _listener.didReceiveHead(_head);
     return true;
+}
+
+bool HTTPExchange::takeBody(std::string_view bytes) {
+    if (!_gzip)
+        return takeDecoded(bytes);
+    const auto take = [this](std::string_view unpacked) {
+        return takeDecoded(unpacked);
+    };
+    if (_hasKnownCoding && _gzip->read(bytes, take))
+        return true;
+    if (!_callbackError)
+        _callbackError =
+            undecodable(_hasKnownCoding ? "its bytes are damaged" : "it is in another coding than gzip");
+    return false;
+}
+
+bool HTTPExchange::takeDecoded(std::string_view bytes) {
+    _decodedBodyBytes += bytes.size();
+    if (_decodedBodyBytes > _request.answerLimit) {
+        failInCallback(format("its answer is longer than %@ bytes; ask whoever runs the server",
+                              std::to_string(_request.answerLimit)),
+                       URLErrorCode::dataLengthExceedsMaximum);
+        return false;
+    }
+    _listener.didReceiveBody(bytes);
+    return true;
+}
+
+Error HTTPExchange::undecodable(std::string reason) const {
+    return errorOf({.result = CURLE_BAD_CONTENT_ENCODING, .reason = std::move(reason)}, _host);
 }
 
 bool HTTPExchange::answerChallenge() {
@@ -415,18 +451,6 @@ bool HTTPExchange::answerChallenge() {
         return true;
     const auto method = challengeMethod(header->second);
     return !method || ask(*method, isProxy);
-}
-
-bool HTTPExchange::takeBody(std::string_view bytes) {
-    _decodedBodyBytes += bytes.size();
-    if (_decodedBodyBytes > _request.answerLimit) {
-        failInCallback(format("its answer is longer than %@ bytes; ask whoever runs the server",
-                              std::to_string(_request.answerLimit)),
-                       URLErrorCode::dataLengthExceedsMaximum);
-        return false;
-    }
-    _listener.didReceiveBody(bytes);
-    return true;
 }
 
 bool HTTPExchange::hasStalled(Clock::time_point now) {
@@ -471,6 +495,8 @@ std::optional<Error> HTTPExchange::outcome(CURLcode result) {
             format("The answer of %@ is longer than its head announces; the rest is left out. Ask "
                    "whoever runs the server.",
                    _host));
+    if (result == CURLE_OK && _gzip && !_gzip->isComplete())
+        return undecodable("it ends before its end");
     if (result == CURLE_OK && _headIsDone)
         return std::nullopt;
     // The proxy did not open a tunnel because it wants authentication: that is an answer, not a failure.

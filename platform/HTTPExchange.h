@@ -1,11 +1,13 @@
 #pragma once
 
+#include "platform/GzipReader.h"
 #include "platform/URLConnection.h"
 
 #include <curl/curl.h>
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -77,6 +79,8 @@ private:
     bool finishHead();
     bool answerChallenge();
     bool takeBody(std::string_view bytes);
+    bool takeDecoded(std::string_view bytes);
+    Error undecodable(std::string reason) const;
     bool isLongerThanAnnounced() const;
     void failInCallback(const std::string& reason, URLErrorCode code);
 
@@ -108,6 +112,9 @@ private:
     std::int64_t _bodyBytes = 0; // as they came
     std::uint64_t _decodedBodyBytes = 0;
     bool _headIsDone = false;
+    /// For an answer in a content coding.
+    std::optional<GzipReader> _gzip;
+    bool _hasKnownCoding = false;
 
     // Last, so that the handle goes before what it points to.
     std::unique_ptr<CURL, FreeEasy> _easy;
