@@ -1,6 +1,7 @@
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/DispatchQueue.h"
 #include "platform/RunLoop.h"
+#include "support/Certificate.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
@@ -9,9 +10,7 @@
 #include <stdlib.h>
 
 #include <atomic>
-#include <mutex>
 #include <thread>
-#include <variant>
 
 using platform::Data;
 using platform::DispatchQueue;
@@ -81,10 +80,6 @@ ErrorMatcher failure(URLErrorCode code, const std::string& text = "") {
 
 constexpr const char* challenge = "Error Domain=TWLWebClientErrorDomain Code=-2";
 
-HTTPAnswer nothing(const HTTPRequest&) {
-    return {};
-}
-
 TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     HTTPRequest received;
     HTTPServer server([&](const HTTPRequest& request) {
@@ -126,7 +121,7 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
 }
 
 TEST_P(Exchange, SendsEveryMethodWithTheHeadThatBelongsToIt) {
-    ScriptedServer server([](Peer& peer) {
+    ScriptedServer server([](const Peer& peer) {
         const std::string head = peer.readUntil("\r\n\r\n");
         peer.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(head.size()) + "\r\n\r\n");
         if (!head.starts_with("HEAD"))
@@ -149,55 +144,42 @@ TEST_P(Exchange, SendsEveryMethodWithTheHeadThatBelongsToIt) {
     }
 }
 
+ScriptedServer::Script saying(const std::string& answer) {
+    return [answer](const Peer& peer) {
+        peer.readUntil("\r\n\r\n");
+        peer.send(answer);
+    };
+}
+
 struct Outcome {
     std::uint64_t status = 0;
     Value body = {};
     ErrorMatcher error = "";
 };
 
-ScriptedServer::Script saying(std::string answer) {
-    return [answer = std::move(answer)](Peer& peer) {
-        peer.readUntil("\r\n\r\n");
-        peer.send(answer);
-    };
-}
-
-HTTPAnswer demanding(int status, const std::string& header, const std::string& challenges) {
-    return {status, "no", "text/plain", {{header, challenges}}};
-}
-
 TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
-    const std::string ok = "HTTP/1.1 200 OK\r\n";
-    const char* const plist = "<plist version=\"1.0\"><dict><key>k</key><integer>1</integer></dict></plist>";
+    const std::string plist = "<plist version=\"1.0\"><dict><key>k</key><integer>1</integer></dict></plist>";
     const Value dictionary = Value::Dictionary{{"k", 1}};
-    const Value no = Data("no"), abc = Data("abc");
-    const ErrorMatcher lost = failure(URLErrorCode::networkConnectionLost);
-    const ErrorMatcher bad = failure(URLErrorCode::badServerResponse);
-    const ErrorMatcher undecodable = failure(URLErrorCode::cannotDecodeContentData);
+    const Value no = Data("no");
     const Outcome refused{0, {}, challenge};
-    const auto typed = [](const char* body, const char* type) {
+    const auto typed = [](const std::string& type, const std::string& body) {
         return HTTPAnswer{200, body, type, {}};
     };
-    const auto reset = [](Peer& peer) {
-        peer.readUntil("\r\n\r\n");
-        peer.reset();
-    };
-    const auto endlessHead = [&](Peer& peer) {
-        for (peer.send(ok); peer.pause(std::chrono::milliseconds(0));)
-            peer.send("X-A: " + std::string(10'000, 'a') + "\r\n");
+    const auto demanding = [](int status, const std::string& header, const std::string& challenges) {
+        return HTTPAnswer{status, "no", "text/plain", {{header, challenges}}};
     };
     const struct {
-        std::variant<HTTPAnswer, ScriptedServer::Script> answer;
+        HTTPAnswer answer;
         Outcome outcome;
         /// Where the asynchronous road has another one.
         std::optional<Outcome> asynchronous = std::nullopt;
     } cases[] = {
-        {typed("{\"k\": 1}", "application/json; x=y"), {200, Data("{\"k\": 1}")}, {{200, dictionary}}},
-        {typed("", "application/json"), {200}},
-        {typed("{", "application/json"), {200, Data("{")}, {{200}}},
-        {typed("{}", "Application/JSON"), {200, Data("{}")}},
-        {typed(plist, "application/x-plist, application/json"), {200, Data(plist)}, {{200, dictionary}}},
-        {typed("no", "application/x-plist"), {200, no}, {{200, {}, StartsWith("Error Domain=")}}},
+        {typed("application/json; x=y", "{\"k\": 1}"), {200, Data("{\"k\": 1}")}, {{200, dictionary}}},
+        {typed("application/json", ""), {200}},
+        {typed("application/json", "{"), {200, Data("{")}, {{200}}},
+        {typed("Application/JSON", "{}"), {200, Data("{}")}},
+        {typed("application/x-plist, application/json", plist), {200, Data(plist)}, {{200, dictionary}}},
+        {typed("application/x-plist", "no"), {200, no}, {{200, {}, StartsWith("Error Domain=")}}},
         {demanding(302, "Location", "/other"), {302, no}},
         {demanding(401, "WWW-Authenticate", "Basic realm=\"x\""), {401, no}, refused},
         {demanding(401, "WWW-Authenticate", "Bearer realm=\"a, b\", digest realm=x"), {401, no}, refused},
@@ -205,35 +187,65 @@ TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
         {demanding(401, "X-Authenticate", "Basic realm=\"x\""), {401, no}},
         {demanding(407, "Proxy-Authenticate", "Basic realm=\"x\""), {407, no}, refused},
         {demanding(403, "WWW-Authenticate", "Basic realm=\"x\""), {403, no}},
-        {[](Peer&) {}, {0, {}, lost}},
-        {saying(""), {0, {}, lost}},
-        {reset, {0, {}, lost}},
-        {saying(ok + "Content-Le"), {0, {}, lost}},
-        {saying("\x16\x03 what?\r\n\r\n"), {0, {}, bad}},
-        {saying("HTTP/1.1 200 " + std::string(1 << 20, 'a')), {0, {}, bad}},
-        {endlessHead, {0, {}, bad}},
-        {saying(ok + "Content-Length: 9\r\n\r\nabc"), {200, abc, lost}},
-        {saying(ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"), {200, abc, lost}},
-        {saying(ok + "Content-Length: 3\r\n\r\nabcdef"), {200, abc, bad}},
-        {saying(ok + "Content-Encoding: gzip\r\nContent-Length: 5\r\n\r\nhello"), {200, {}, undecodable}},
     };
     for (const auto& one : cases) {
-        SCOPED_TRACE("row " + std::to_string(&one - cases));
-        const auto* const answer = std::get_if<HTTPAnswer>(&one.answer);
-        HTTPServer server([&](const HTTPRequest&) { return *answer; });
-        ScriptedServer scripted(answer ? [](Peer&) {} : std::get<1>(one.answer));
-        const std::string url = answer ? server.url("") : scripted.url("");
-        const auto response = get(url);
+        SCOPED_TRACE(&one - cases);
+        const HTTPServer server([&](const HTTPRequest&) { return one.answer; });
+        const auto response = get(server.url());
         const Outcome& expected = GetParam() && one.asynchronous ? *one.asynchronous : one.outcome;
         EXPECT_EQ(response->statusCode(), expected.status);
         EXPECT_EQ(response->body(), expected.body);
         EXPECT_THAT(errorOf(*response), expected.error);
-        if (expected.status != 0) {
-            EXPECT_EQ(Value(response->responseData()), one.outcome.body.isNull() ? Data() : one.outcome.body);
+        EXPECT_EQ(response->responseData(), Data(expected.status == 0 ? "" : one.answer.body));
+    }
+}
+
+TEST_P(Exchange, ReportsEveryBreachOfTheProtocol) {
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const auto coded = [&](const std::string& coding, const std::string& bytes) {
+        return saying(ok + "Content-Encoding: " + coding +
+                      "\r\nContent-Length: " + std::to_string(bytes.size()) + "\r\n\r\n" + bytes);
+    };
+    // "abc", but for the checksum and the size behind it.
+    const std::string unfinished("\x1f\x8b\b\0\0\0\0\0\0\x03\1\3\0\xfc\xff\x61\x62\x63", 18);
+    constexpr URLErrorCode lost = URLErrorCode::networkConnectionLost;
+    constexpr URLErrorCode bad = URLErrorCode::badServerResponse;
+    constexpr URLErrorCode undecodable = URLErrorCode::cannotDecodeContentData;
+    const auto reset = [](const Peer& peer) {
+        peer.readUntil("\r\n\r\n");
+        peer.reset();
+    };
+    const auto endlessHead = [&](const Peer& peer) {
+        for (peer.send(ok); peer.send("X-A: " + std::string(10'000, 'a') + "\r\n");) {
         }
-        if (!answer) {
-            EXPECT_THAT(errorOf(*response), HasSubstr(url.substr(7))) << "the host";
-        }
+    };
+    const struct {
+        ScriptedServer::Script script;
+        URLErrorCode error;
+        std::string received = "";
+        std::uint64_t status = 0;
+    } cases[] = {
+        {[](const Peer&) {}, lost},
+        {saying(""), lost},
+        {reset, lost},
+        {saying(ok + "Content-Le"), lost},
+        {saying("\x16\x03 what?\r\n\r\n"), bad},
+        {saying("HTTP/1.1 200 " + std::string(1 << 20, 'a')), bad},
+        {endlessHead, bad},
+        {saying(ok + "Content-Length: 9\r\n\r\nabc"), lost, "abc", 200},
+        {saying(ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"), lost, "abc", 200},
+        {saying(ok + "Content-Length: 3\r\n\r\nabcdef"), bad, "abc", 200},
+        {coded("gzip", "hello"), undecodable, "", 200},
+        {coded("gzip", unfinished), undecodable, "abc", 200},
+        {coded("br", "abc"), undecodable, "", 200},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        const ScriptedServer server(one.script);
+        const auto response = get(server.url());
+        EXPECT_THAT(errorOf(*response), failure(one.error, server.url("").substr(7)));
+        EXPECT_EQ(response->responseData(), Data(one.received));
+        EXPECT_EQ(response->statusCode(), one.status);
     }
 }
 
@@ -251,9 +263,9 @@ TEST_P(Exchange, ReadsOddHeadsAndChunks) {
             {"X-A", "1, 2"}, {"X-Folded", "a b"}, {"X-Latin", "\u00e9"}, {"Transfer-Encoding", "chunked"}}));
 }
 
-TEST_P(Exchange, RefusesRequestsThatCannotBeSent) {
+TEST_P(Exchange, ReportsRequestsThatCannotBeSent) {
     std::atomic<int> connections = 0;
-    ScriptedServer server([&](Peer&) { ++connections; });
+    const ScriptedServer server([&](const Peer&) { ++connections; }), insecure([](const Peer&) {});
     const ErrorMatcher refused = failure(URLErrorCode::unknown, "The request to 127.0.0.1:");
     const struct {
         ErrorMatcher error;
@@ -265,6 +277,9 @@ TEST_P(Exchange, RefusesRequestsThatCannotBeSent) {
         {failure(URLErrorCode::badURL), "a b"},
         {failure(URLErrorCode::badURL), "http:///x"},
         {failure(URLErrorCode::unsupportedURL), "ftp://h/"},
+        {failure(URLErrorCode::cannotFindHost, "no-such-host.invalid"), "http://no-such-host.invalid/"},
+        {failure(URLErrorCode::cannotConnectToHost, "refused"), support::ListeningPort().url()},
+        {failure(URLErrorCode::secureConnectionFailed, "127.0.0.1"), "https" + insecure.url().substr(4)},
         {refused, "", "a\r\nB: c"},
         {refused, "", "a\n"},
         {refused, "", std::string("a\0b", 3)},
@@ -276,21 +291,9 @@ TEST_P(Exchange, RefusesRequestsThatCannotBeSent) {
     for (const auto& one : cases) {
         const auto request = TWLWebRequest::requestWithMethod(one.method, one.path);
         request->addValueForHTTPHeaderField(one.value, one.field);
-        EXPECT_THAT(errorOf(*exchange(server.url(), request)), one.error);
+        EXPECT_THAT(errorOf(*exchange(server.url(), request, 200)), one.error);
     }
     EXPECT_EQ(connections, 0);
-}
-
-TEST_P(Exchange, ReportsHostsThatCannotBeReached) {
-    HTTPServer plain(&nothing);
-    const std::pair<std::string, ErrorMatcher> cases[] = {
-        {ScriptedServer([](Peer&) {}).url(),
-         failure(URLErrorCode::cannotConnectToHost, "Connection refused")},
-        {"http://no-such-host.invalid/", failure(URLErrorCode::cannotFindHost, "no-such-host.invalid")},
-        {"https" + plain.url().substr(4), failure(URLErrorCode::secureConnectionFailed, "127.0.0.1")},
-    };
-    for (const auto& [url, error] : cases)
-        EXPECT_THAT(errorOf(*exchange(url, TWLWebRequest::requestWithMethod("GET", ""), 200)), error);
 }
 
 TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
@@ -315,11 +318,12 @@ TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
         {"server.pem", nameless, "127.0.0.1", -60, 3600, true},
         {"missing.pem", missing},
     };
-    folder.write("other.pem", support::makeCertificate().certificate);
+    folder.write("other.pem", support::makeCertificate());
     for (const auto& one : cases) {
-        const support::Certificate certificate = support::makeCertificate({one.host, one.from, one.until});
-        HTTPServer server(&nothing, HTTPServer::TLS{certificate, one.demandsClientCertificate});
-        folder.write("server.pem", certificate.certificate);
+        const std::string certificate = support::makeCertificate({one.host, one.from, one.until});
+        const HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{}; },
+                                HTTPServer::TLS{certificate, one.demandsClientCertificate});
+        folder.write("server.pem", certificate);
         setenv("SSL_CERT_FILE", folder.path(one.trusted).c_str(), 1);
         for (const bool answer : {true, false}) {
             int asked = 0;
@@ -349,44 +353,40 @@ TEST_P(Exchange, AProxyThatWantsAPasswordForATunnelIsAChallengeToo) {
 }
 
 TEST(Client, ResolvesAndNamesWhatItSends) {
-    std::mutex mutex;
-    std::vector<std::string> seen;
-    HTTPServer server([&](const HTTPRequest& request) {
-        const std::lock_guard lock(mutex);
-        seen.push_back(request.method + " " + request.target + " " + request.header("Accept") + " " +
-                       request.header("Content-Type"));
-        return HTTPAnswer{};
+    const HTTPServer server([](const HTTPRequest& request) {
+        return HTTPAnswer{200,
+                          request.method + " " + request.target + " " + request.header("Accept") + " " +
+                              request.header("Content-Type"),
+                          "text/plain",
+                          {}};
     });
     TWLWebClient other(*URL::parse("http://base.invalid/api/")), client(*URL::parse(server.url("/api/")));
     other.addValueForHeader("text/plain", "accept");
-    std::string error;
-    const auto take = [&](const auto& response) {
-        error = errorOf(*response);
-        EXPECT_EQ(DispatchQueue::currentLabel(), DispatchQueue::global().label());
-        RunLoop::mainRunLoop().stop();
-    };
-    const std::function<void()> starts[] = {[&] { other.getURL(*URL::parse(server.url("/exact?x")), take); },
-                                            [&] { client.getPath("../up", take); },
-                                            [&] {
-                                                client.postFormData({{"k", "v"}}, "/form", take);
-                                            },
-                                            [&] {
-                                                client.getPath("not a path", take);
-                                            }};
-    for (const auto& start : starts) {
-        EXPECT_EQ(error, "");
-        start();
+    const auto outcomeOf = [](const std::function<void(const TWLWebCompletion&)>& start) {
+        std::string outcome;
+        start([&](const auto& response) {
+            outcome = errorOf(*response).append(response->responseData().bytes());
+            EXPECT_EQ(DispatchQueue::currentLabel(), DispatchQueue::global().label());
+            RunLoop::mainRunLoop().stop();
+        });
         RunLoop::mainRunLoop().run();
-    }
-    EXPECT_THAT(error, failure(URLErrorCode::badURL));
+        return outcome;
+    };
+    const URL exact = *URL::parse(server.url("/exact?x"));
+    EXPECT_EQ(outcomeOf([&](const auto& take) { other.getURL(exact, take); }), "GET /exact?x text/plain ");
     const std::string both = "application/json, application/x-plist";
-    EXPECT_THAT(seen, testing::ElementsAre("GET /exact?x text/plain ", "GET /up " + both + " ",
-                                           "POST /form " + both + " multipart/form-data; boundary=AaB03x"));
+    EXPECT_EQ(outcomeOf([&](const auto& take) { client.getPath("../up", take); }), "GET /up " + both + " ");
+    EXPECT_EQ(outcomeOf([&](const auto& take) {
+                  client.postFormData({{"k", "v"}}, "/form", take);
+              }),
+              "POST /form " + both + " multipart/form-data; boundary=AaB03x");
+    EXPECT_THAT(outcomeOf([&](const auto& take) { client.getPath("not a path", take); }),
+                failure(URLErrorCode::badURL));
 }
 
 TEST(Client, NothingHappensWhileTheMainRunLoopDoesNotRun) {
     std::atomic<int> connections = 0;
-    ScriptedServer server([&](Peer&) { ++connections; });
+    ScriptedServer server([&](const Peer&) { ++connections; });
     std::atomic<bool> isDone = false;
     {
         TWLWebClient client(*URL::parse(server.url()));

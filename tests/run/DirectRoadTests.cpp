@@ -193,7 +193,7 @@ TEST_F(DirectRoad, JudgesEachStatusAndTriesTwice) {
 TEST_F(DirectRoad, ReportsAServiceThatIsDownOrClosesMidUpload) {
     const std::string failure = "could not be uploaded statusCode 0 Error Domain=NSURLErrorDomain Code=";
     EXPECT_THAT(printed(build, 1), ContainsRegex(failure + "-1004 \".*127\\.0\\.0\\.1.*\"\nUUID:1111"));
-    support::ScriptedServer closing([](support::ScriptedServer::Peer& peer) {
+    support::ScriptedServer closing([](const support::ScriptedServer::Peer& peer) {
         peer.readUntil("code_mapping[file]");
         peer.reset();
     });
@@ -286,7 +286,7 @@ TEST_F(DirectRoad, WorksOverHTTPS) {
     tls.certificate = support::makeCertificate();
     const Service service(build, {201}, {201}, &tls);
     EXPECT_THAT(printed(build, 1), HasSubstr("Code=-1202 "));
-    build.environment["SSL_CERT_FILE"] = build.folder().write("ca.pem", tls.certificate.certificate);
+    build.environment["SSL_CERT_FILE"] = build.folder().write("ca.pem", tls.certificate);
     printed(build, 0);
     EXPECT_EQ(service.uploads().size(), 1u);
 }

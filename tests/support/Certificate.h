@@ -12,13 +12,7 @@ struct CertificateDescription {
     long validUntil = 3600;
 };
 
-/// A self-signed certificate with its key, both PEM. A client that reads `certificate` as an extra trusted
-/// one accepts it.
-struct Certificate {
-    std::string certificate;
-    std::string key;
-};
-
-Certificate makeCertificate(const CertificateDescription& description = {});
+/// A self-signed certificate and its key, PEM. A client accepts it that reads it as an extra trusted one.
+std::string makeCertificate(const CertificateDescription& description = {});
 
 } // namespace support

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/HTTPHeaders.h"
-#include "support/Certificate.h"
 
 #include <functional>
 #include <memory>
@@ -25,7 +24,10 @@ struct HTTPRequest {
     std::string body;
 
     /// Empty when the request has no such header.
-    std::string header(const std::string& name) const;
+    std::string header(const std::string& name) const {
+        const auto found = headers.find(name);
+        return found == headers.end() ? "" : found->second;
+    }
 };
 
 struct HTTPAnswer {
@@ -42,7 +44,8 @@ public:
     using Handler = std::function<HTTPAnswer(const HTTPRequest&)>;
 
     struct TLS {
-        Certificate certificate;
+        /// With its key, PEM.
+        std::string certificate;
         /// Refuse clients without a certificate that this one signed.
         bool demandsClientCertificate = false;
     };

@@ -1,18 +1,30 @@
 #include "support/ScriptedServer.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+#include <list>
 #include <stdexcept>
 
 namespace support {
 
-std::string ScriptedServer::Peer::readUntil(std::string_view end) {
+ListeningPort::ListeningPort(int backlog) : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    socklen_t size = sizeof address;
+    if (bind(listener.get(), generic, size) != 0 || listen(listener.get(), backlog) != 0 ||
+        getsockname(listener.get(), generic, &size) != 0)
+        throw std::runtime_error("a port of the tests cannot listen");
+}
+
+platform::FileDescriptor ListeningPort::connect() const {
+    platform::FileDescriptor made(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (::connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        throw std::runtime_error("no connection to a port of the tests");
+    return made;
+}
+
+std::string ScriptedServer::Peer::readUntil(std::string_view end) const {
     std::string read;
     char buffer[4096];
     while (read.find(end) == std::string::npos) {
-        const ssize_t count = recv(_socket, buffer, sizeof buffer, 0);
+        const ssize_t count = recv(socket.get(), buffer, sizeof buffer, 0);
         if (count <= 0)
             break;
         read.append(buffer, static_cast<std::size_t>(count));
@@ -20,68 +32,28 @@ std::string ScriptedServer::Peer::readUntil(std::string_view end) {
     return read;
 }
 
-void ScriptedServer::Peer::send(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::send(_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count <= 0)
-            return;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
+bool ScriptedServer::Peer::send(std::string_view bytes) const {
+    // Blocking: it takes all or fails.
+    return ::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
 }
 
-void ScriptedServer::Peer::reset() {
+void ScriptedServer::Peer::reset() const {
     const linger hard{1, 0};
-    setsockopt(_socket, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+    setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
 }
 
-bool ScriptedServer::Peer::pause(std::chrono::milliseconds time) {
-    std::unique_lock lock(_server._mutex);
-    return !_server._ending.wait_for(lock, time, [this] { return _server._isEnding; });
-}
-
-ScriptedServer::ScriptedServer(Script script) : _script(std::move(script)) {
-    _listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t size = sizeof address;
-    auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (bind(_listener, generic, size) != 0 || listen(_listener, SOMAXCONN) != 0 ||
-        getsockname(_listener, generic, &size) != 0)
-        throw std::runtime_error("the scripted server cannot listen");
-    _origin = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-    _acceptor = std::thread([this] { acceptAll(); });
-}
+ScriptedServer::ScriptedServer(const Script& script)
+    : _acceptor([this, script] {
+          std::list<std::jthread> threads;
+          for (int accepted = 0; (accepted = accept(listener.get(), nullptr, nullptr)) >= 0;)
+              threads.emplace_back(
+                  [&script, peer = Peer{platform::FileDescriptor(accepted)}] { script(peer); });
+      }) {}
 
 ScriptedServer::~ScriptedServer() {
-    {
-        const std::lock_guard lock(_mutex);
-        _isEnding = true;
-        shutdown(_listener, SHUT_RDWR);
-        for (const int open : _sockets)
-            shutdown(open, SHUT_RDWR);
-    }
-    _ending.notify_all();
+    shutdown(listener.get(), SHUT_RDWR);
     _acceptor.join();
-    for (std::thread& thread : _threads)
-        thread.join();
-    close(_listener);
-}
-
-void ScriptedServer::acceptAll() {
-    for (int accepted = 0; (accepted = accept(_listener, nullptr, nullptr)) >= 0;) {
-        const std::lock_guard lock(_mutex);
-        if (_isEnding)
-            shutdown(accepted, SHUT_RDWR);
-        _sockets.push_back(accepted);
-        _threads.emplace_back([this, accepted] { serve(accepted); });
-    }
-}
-
-void ScriptedServer::serve(int socket) {
-    Peer peer(*this, socket);
-    _script(peer);
-    const std::lock_guard lock(_mutex);
-    _sockets.remove(socket);
-    close(socket);
 }
 
 } // namespace support
