@@ -138,17 +138,19 @@ TEST(JSON, DecodesObjectsAndArraysOnly) {
         EXPECT_TRUE(TWLWebClient::decodeJSON(text).isNull()) << text.substr(0, 20);
 }
 
-std::shared_ptr<TWLWebClientTransaction> transaction(bool hasRequest = true) {
-    return TWLWebClientTransaction::transactionWithRequest(
-        hasRequest ? TWLWebRequest::requestWithMethod("GET", "/") : nullptr);
+std::shared_ptr<TWLWebClientTransaction> started() {
+    auto made = TWLWebClientTransaction::transactionWithRequest(TWLWebRequest::requestWithMethod("GET", "/"));
+    made->startConnection();
+    return made;
 }
 
 void ignore(const std::shared_ptr<TWLWebResponse>&) {}
 
 TEST(ProgrammingErrors, EndTheProcessWithTheirExpression) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::string client = ", file apple/TWLWebClient/TWLWebClient/TWLWebClient";
-    const std::string start = "function -[TWLWebClientTransaction ", end = "]" + client + "Transaction.";
+    const std::string start = ", function -[TWLWebClientTransaction ";
+    const std::string source = ", file apple/TWLWebClient/TWLWebClient/TWLWebClient",
+                      end = "]" + source + "Transaction.";
     const std::string request = ", file apple/TWLWebClient/TWLWebClient/TWLWebRequest.";
     const std::pair<void (*)(), std::string> cases[] = {
         {[] { TWLWebRequest::requestWithMethod("GET", std::nullopt); },
@@ -156,33 +158,24 @@ TEST(ProgrammingErrors, EndTheProcessWithTheirExpression) {
         {[] { const TWLWebRequest withoutMethod{std::nullopt}; },
          "(method), function -[TWLWebRequest initWithMethod:]" + request},
         {[] { TWLWebClient::encodeJSON(1); },
-         "(0 && \"encodeJSON: isn't implemented yet\"), function +[TWLWebClient encodeJSON:]" + client + "."},
-        {[] { transaction()->complete(); }, "(_completionHandler), " + start + "complete" + end},
-        {[] { transaction(false)->syncStartWithCompletionHandler(&ignore); },
-         "(request), " + start + "syncStartConnection" + end},
-        {[] { transaction(false)->startConnection(); }, "(request), " + start + "startConnection" + end},
+         "(0 && \"encodeJSON: isn't implemented yet\"), function +[TWLWebClient encodeJSON:]" + source + "."},
+        {[] { started()->complete(); }, "(_completionHandler)" + start + "complete" + end},
+        {[] { TWLWebClientTransaction(nullptr).syncStartWithCompletionHandler(&ignore); },
+         "(request)" + start + "syncStartConnection" + end},
+        {[] { TWLWebClientTransaction(nullptr).startConnection(); },
+         "(request)" + start + "startConnection" + end},
+        {[] { started()->startConnection(); }, "(_connection == nil)" + start + "startConnection" + end},
+        {[] { started()->syncStartWithCompletionHandler(&ignore); },
+         "(!_connection)" + start + "syncStartWithCompletionHandler:" + end},
         {[] {
-             const auto twice = transaction();
-             twice->startConnection();
-             twice->startConnection();
+             platform::URLConnection connection({}, nullptr);
+             started()->connection(connection, std::optional<platform::Error>());
          },
-         "(_connection == nil), " + start + "startConnection" + end},
+         "(error)" + start + "connection:didFailWithError:" + end},
         {[] {
-             const auto both = transaction();
-             both->startConnection();
-             both->syncStartWithCompletionHandler(&ignore);
-         },
-         "(!_connection), " + start + "syncStartWithCompletionHandler:" + end},
-        {[] {
-             const auto failing = transaction();
-             platform::URLConnection connection({}, failing);
-             failing->connection(connection, std::optional<platform::Error>());
-         },
-         "(error), " + start + "connection:didFailWithError:" + end},
-        {[] {
-             TWLWebClient waiting(*platform::URL::parse("http://127.0.0.1:1/"));
-             const auto get = TWLWebRequest::requestWithMethod("GET", "/");
-             waiting.syncStartRequest(get, [&](const auto&) { waiting.syncStartRequest(get, &ignore); });
+             TWLWebClient client(*platform::URL::parse("http://127.0.0.1:1/"));
+             client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", "/"),
+                                     [&](const auto&) { client.connections(); });
          },
          ".rest-client waits for the same queue"},
     };

@@ -2,7 +2,6 @@
 #include "fuzz/MachOImage.h"
 #include "run/DeploymentTarget.h"
 #include "run/ServiceCalls.h"
-#include "support/Certificate.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 
@@ -39,6 +38,7 @@ public:
     std::function<void()> duringUpload = [] {
     };
 
+    const std::string& certificate() const { return _server.certificate(); }
     std::vector<HTTPRequest> registrations() const { return requests(0); }
     std::vector<HTTPRequest> uploads() const { return requests(1); }
 
@@ -193,7 +193,7 @@ TEST_F(DirectRoad, JudgesEachStatusAndTriesTwice) {
 TEST_F(DirectRoad, ReportsAServiceThatIsDownOrClosesMidUpload) {
     const std::string failure = "could not be uploaded statusCode 0 Error Domain=NSURLErrorDomain Code=";
     EXPECT_THAT(printed(build, 1), ContainsRegex(failure + "-1004 \".*127\\.0\\.0\\.1.*\"\nUUID:1111"));
-    support::ScriptedServer closing([](const support::ScriptedServer::Peer& peer) {
+    support::ScriptedServer closing([](support::ScriptedServer::Peer& peer) {
         peer.readUntil("code_mapping[file]");
         peer.reset();
     });
@@ -282,11 +282,10 @@ TEST_F(DirectRoad, StopsABuildForAnOldSystem) {
 }
 
 TEST_F(DirectRoad, WorksOverHTTPS) {
-    support::HTTPServer::TLS tls;
-    tls.certificate = support::makeCertificate();
+    const support::HTTPServer::TLS tls;
     const Service service(build, {201}, {201}, &tls);
     EXPECT_THAT(printed(build, 1), HasSubstr("Code=-1202 "));
-    build.environment["SSL_CERT_FILE"] = build.folder().write("ca.pem", tls.certificate);
+    build.environment["SSL_CERT_FILE"] = build.folder().write("ca.pem", service.certificate());
     printed(build, 0);
     EXPECT_EQ(service.uploads().size(), 1u);
 }

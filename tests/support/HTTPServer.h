@@ -44,19 +44,25 @@ public:
     using Handler = std::function<HTTPAnswer(const HTTPRequest&)>;
 
     struct TLS {
-        /// With its key, PEM.
-        std::string certificate;
-        /// Refuse clients without a certificate that this one signed.
+        /// The only host that the certificate is for: "IP:" and an address, or "DNS:" and a name.
+        std::string host = "IP:127.0.0.1";
+        /// Seconds from now.
+        long validFrom = -60;
+        long validUntil = 3600;
+        /// No client's certificate is accepted.
         bool demandsClientCertificate = false;
     };
 
     explicit HTTPServer(Handler handler, const std::optional<TLS>& tls = std::nullopt);
     ~HTTPServer();
 
+    /// The server's self-signed certificate, PEM.
+    const std::string& certificate() const { return _certificate; }
     /// "http://127.0.0.1:<port>" or "https://..." with `path` behind it.
     std::string url(const std::string& path = "/") const { return _origin + path; }
 
 private:
+    std::string _certificate;
     std::unique_ptr<httplib::Server> _server;
     std::string _origin;
     std::thread _thread;

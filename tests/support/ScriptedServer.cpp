@@ -48,7 +48,7 @@ ScriptedServer::ScriptedServer(const Script& script)
           std::list<std::jthread> threads;
           for (int accepted = 0; (accepted = accept(listener.get(), nullptr, nullptr)) >= 0;)
               threads.emplace_back(
-                  [&script, peer = Peer{platform::FileDescriptor(accepted)}] { script(peer); });
+                  [&script, peer = Peer{platform::FileDescriptor(accepted)}]() mutable { script(peer); });
       }) {}
 
 ScriptedServer::~ScriptedServer() {

@@ -38,7 +38,7 @@ public:
 
         platform::FileDescriptor socket;
     };
-    using Script = std::function<void(const Peer&)>;
+    using Script = std::function<void(Peer&)>;
 
     /// The connection is closed when the script returns.
     explicit ScriptedServer(const Script& script);
