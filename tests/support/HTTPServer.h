@@ -32,9 +32,9 @@ struct HTTPRequest {
 
 struct HTTPAnswer {
     int status = 200;
-    std::string body;
+    std::string body = {};
     std::string contentType = "text/plain";
-    platform::HTTPHeaders headers;
+    platform::HTTPHeaders headers = {};
 };
 
 /// A real HTTP or HTTPS server (cpp-httplib) on a port of its own of 127.0.0.1, until it is destroyed.
