@@ -43,9 +43,7 @@ protected:
                                                   "XDG_DATA_HOME=" + folder.path("data"),
                                                   "XDG_DATA_DIRS=" + folder.path("none"), "DISPLAY=:99",
                                                   "DBUS_SESSION_BUS_ADDRESS=unix:path=" + folder.path("bus"),
-                                                  "PATH=" + folder.path("on path") + ":/usr/bin:/bin"},
-                                  .workingDirectory = {},
-                                  .standardErrorPath = {}};
+                                                  "PATH=" + folder.path("on path") + ":/usr/bin:/bin"}};
         launch.arguments.insert(launch.arguments.end(), urls.begin(), urls.end());
         return run(launch).standardOutput;
     }

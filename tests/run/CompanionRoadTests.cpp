@@ -2,19 +2,16 @@
 #include "Printed.h"
 #include "platform/Files.h"
 #include "platform/PropertyList.h"
-#include "platform/URL.h"
 #include "run/HandOff.h"
 #include "support/ReportPipe.h"
 
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <random>
-#include <regex>
 #include <set>
 #include <thread>
 
@@ -23,10 +20,12 @@ namespace {
 
 using platform::fileExists;
 using platform::Value;
+using std::chrono::steady_clock;
 using support::SampleBuild;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::StartsWith;
 
 const std::string signUp = record(
     "This app relies on Orvane. Please sign up for access at https://tarnwhistle.example/sign-up,\ninstall "
@@ -42,140 +41,148 @@ protected:
         std::string program = ORVANE_COMPANION;
     };
 
-    CompanionRoad() { install(Kind()); }
-
-    void install(const Kind& kind) {
-        const support::Launch launch = {.arguments = {std::string(ORVANE_SAMPLE) + "/register-companion",
-                                                      desktop, kind.program, kind.version,
-                                                      kind.lingerSeconds},
-                                        .environment = {"PATH=/usr/bin:/bin"},
-                                        .workingDirectory = {},
-                                        .standardErrorPath = {}};
-        EXPECT_EQ(run(launch).status, 0);
+    CompanionRoad() {
+        install(Kind());
         build.environment["XDG_DATA_HOME"] = desktop;
     }
-    std::vector<std::string> buildFolders() const {
+
+    void install(const Kind& kind) const {
+        const support::Launch launch = {.arguments = {ORVANE_SAMPLE "/register-companion", desktop,
+                                                      kind.program, kind.version, kind.lingerSeconds},
+                                        .environment = {"PATH=/usr/bin:/bin"}};
+        EXPECT_EQ(run(launch).status, 0);
+    }
+    std::vector<std::string> buildFolders(const std::string& endpoint = support::nobodyListens) const {
         std::vector<std::string> folders;
-        for (const auto& entry : std::filesystem::directory_iterator(build.folder().path(
-                 "home/.cache/com.tarnwhistle.mac/" + MD5(std::string(support::nobodyListens)) + "/builds")))
+        for (const auto& entry : std::filesystem::directory_iterator(
+                 build.folder.path("home/.cache/com.tarnwhistle.mac/" + MD5(endpoint) + "/builds")))
             folders.push_back(entry.path());
         return folders;
     }
-    /// The process of the companion app that reports next, in a session of its own.
-    pid_t nextProcess() {
-        const std::string report = reports.next();
-        std::smatch match;
-        EXPECT_TRUE(std::regex_search(report, match, std::regex("Process (\\d+) in session \\1:"))) << report;
-        return match.empty() ? -1 : std::stoi(match[1]);
-    }
-    support::Launch launchInShell(const char* script) const {
-        support::Launch launch = build.launch();
-        launch.arguments.insert(launch.arguments.begin(), {"/bin/sh", "-c", script, "sh"});
-        return launch;
-    }
 
     SampleBuild build;
-    const std::string desktop = build.folder().makeFolder("com panion");
+    const std::string framework = std::filesystem::path(build.tool).parent_path();
+    const std::string desktop = build.folder.makeFolder("com panion");
     support::ReportPipe reports{desktop + "/report.txt"};
 };
 
+TEST_F(CompanionRoad, IsTakenForTheCompanionOrXcodeButNotBelowXcodeBots) {
+    const std::string fromXcode = record("Run script build phase called from Xcode.app 1") +
+                                  record("Sending data to Orvane.app") + signUp;
+    const std::string fromElsewhere = record("Run script build phase called from Xcode.app 0") + unanswered;
+    const std::string opened =
+        record("Install path file://" + build.folder.path("com%20panion/Orvane.app/")) +
+        record("Sending data to Orvane.app");
+    const std::tuple<std::string, std::vector<std::string>, const char*, std::string> cases[] = {
+        {"/none", {}, "0", fromElsewhere},
+        {"/none", {"Xcode-beta"}, "0", fromElsewhere},
+        {"/none", {"Xcode"}, "0", fromXcode},
+        {"/none", {"Xcode", "a (b) c\n)"}, "0", fromXcode},
+        {"/none", {"xcsbuildd"}, "1", unanswered},
+        {desktop, {"Xcode", "xcsbuildd"}, "1", unanswered},
+        {desktop, {}, "0", opened}};
+    build.arguments.insert(build.arguments.end(), {"-debug", "YES"});
+    for (const auto& [data, parents, isBots, road] : cases) {
+        build.environment["XDG_DATA_HOME"] = data;
+        EXPECT_THAT(
+            printed(build.launchBelow(parents), road == opened ? 0 : 1),
+            HasSubstr(record(std::string("Run script build phase called from Xcode Bots ") + isBots) + road));
+    }
+}
+
 TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
-    build.folder().write("Build/Products/Release-iphoneos/Ext.appex.dSYM/Contents/x", "");
+    for (const char* name : {"Ext.appex.dSYM/Contents/x", "B.dSYM", "C.dsym", "D.DSYM", "E.dSYM.zip", ".dSYM",
+                             "dSYM", "deeper/F.dSYM/x"})
+        build.writeProduct(name, "");
+    for (int i = 0; i < 20; ++i)
+        build.environment["LONG_" + std::to_string(i)] = std::string(100'000, 'x');
     build.environment["ODD"] = "a\x01\xff\r\n<&>";
-    build.environment.merge(xcodeEnvironment(build.folder().path(), "archive"));
-    EXPECT_EQ(printed(build, 0), versionLine);
+    support::Launch launch = build.launch();
+    launch.environment.insert(launch.environment.end(),
+                              {"=nameless", "no value", "SRCROOT=/the first one counts"});
+    EXPECT_EQ(printed(launch, 0), versionLine);
 
     ASSERT_EQ(buildFolders().size(), 1u);
     const std::string folder = buildFolders().front();
     EXPECT_THAT(folder, MatchesRegex(".*/builds/[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
     const std::string report = reports.next();
     EXPECT_THAT(report, HasSubstr("Opened: tarnwhistle://xcode?TARNWHISTLE_BUILD_PLIST_PATH=" +
-                                  platform::percentEscape(folder + "/Build.plist") + "\n"));
+                                  urlEncode(folder + "/Build.plist") + "\n"));
     EXPECT_THAT(report, EndsWith(": complete\n"));
 
-    EXPECT_EQ(std::filesystem::status(folder + "/Build.plist").permissions(), std::filesystem::perms(0600));
-    Value::Dictionary plist = platform::readDictionary(folder + "/Build.plist").value();
     Value::Dictionary environment(build.environment.begin(), build.environment.end());
     environment["ODD"] = "a\uFFFD\uFFFD\r\n<&>";
-    EXPECT_EQ(*platform::find<Value::Dictionary>(plist, "Runner_Environment_Dictionary"), environment);
-    EXPECT_THAT(*platform::find<Value::Array>(plist, "dSYMs"),
+    const Value::Dictionary plist = platform::readDictionary(folder + "/Build.plist").value();
+    const Value dSYMs = plist.at("dSYMs");
+    EXPECT_THAT(*dSYMs.as<Value::Array>(),
                 testing::UnorderedElementsAre(Value(folder + "/Sample App.app.dSYM"),
-                                              Value(folder + "/Ext.appex.dSYM")));
-    plist.erase("Runner_Environment_Dictionary");
-    plist.erase("dSYMs");
-    const std::string framework = std::filesystem::path(build.tool).parent_path();
-    EXPECT_EQ(Value(plist),
-              Value(Value::Dictionary{{"PLATFORM_NAME", "iphoneos"},
-                                      {"PROJECT_FILE_PATH", build.environment["PROJECT_FILE_PATH"]},
-                                      {"CONFIGURATION", "Release"},
-                                      {"XCODE_VERSION_ACTUAL", "0511"},
-                                      {"CODE_SIGN_IDENTITY", "iPhone Developer"},
-                                      {"SDKROOT", "/Xcode/iPhoneOS.sdk"},
-                                      {"TARNWHISTLE_FRAMEWORK_PATH", framework},
-                                      {"TARNWHISTLE_API_KEY", std::string(40, 'k')},
-                                      {"TARNWHISTLE_RUN_VERSION", "149"},
-                                      {"PROVISIONING_PROFILE", "01234567-89ab-cdef-0123-456789abcdef"},
-                                      {"CFBundleShortVersionString", "1.2"},
-                                      {"CFBundleVersion", "17"},
-                                      {"CFBundleDisplayName", "Sample"},
-                                      {"CFBundleIdentifier", "com.example.sample"}}));
+                                              Value(folder + "/B.dSYM"), Value(folder + "/Ext.appex.dSYM")));
+    EXPECT_TRUE(fileExists(folder + "/Ext.appex.dSYM/Contents/x"));
+    Value::Dictionary expected = {{"TARNWHISTLE_FRAMEWORK_PATH", framework},
+                                  {"TARNWHISTLE_API_KEY", build.arguments[0]},
+                                  {"TARNWHISTLE_RUN_VERSION", "149"},
+                                  {"dSYMs", dSYMs},
+                                  {"CFBundleShortVersionString", "1.2"},
+                                  {"CFBundleVersion", "17"},
+                                  {"CFBundleDisplayName", "Sample"},
+                                  {"CFBundleIdentifier", "com.example.sample"},
+                                  {"Runner_Environment_Dictionary", environment}};
+    for (const char* name : {"PLATFORM_NAME", "PROJECT_FILE_PATH", "CONFIGURATION", "XCODE_VERSION_ACTUAL",
+                             "CODE_SIGN_IDENTITY", "SDKROOT", "PROVISIONING_PROFILE"})
+        expected[name] = build.environment.at(name);
+    EXPECT_EQ(Value(plist), Value(expected));
 }
 
 TEST_F(CompanionRoad, PacksTheSettingsForACompanionThatIsTooOld) {
-    build.environment["SDKROOT"] = "&/ \u00e9";
+    build.arguments = {"azAZ09-._~ !*'\"();:@&=+$,/?#[]100%25\u00e9<>^"};
     build.environment.erase("CONFIGURATION");
-    std::string url = "Opened: tarnwhistle://xcode?", ending = "&XCODE_VERSION_ACTUAL=05/11\n";
+    auto settings = build.environment;
+    settings["TARNWHISTLE_FRAMEWORK_PATH"] = framework;
+    std::string url = "Opened: tarnwhistle://xcode?";
     for (const char* name : {"BUILT_PRODUCTS_DIR", "PRODUCT_NAME", "WRAPPER_NAME", "DWARF_DSYM_FOLDER_PATH",
-                             "DWARF_DSYM_FILE_NAME", "PLATFORM_NAME", "PROJECT_FILE_PATH", "INFOPLIST_PATH"})
-        url += std::string(name) + "=" + urlEncode(build.environment.at(name)) + "&";
-    url += "CONFIGURATION=&SDKROOT=%26%2F%20%C3%A9&TARNWHISTLE_FRAMEWORK_PATH=" +
-           urlEncode(std::filesystem::path(build.tool).parent_path().string()) +
-           "&TARNWHISTLE_API_KEY=" + std::string(40, 'k') + "&TARNWHISTLE_RUN_VERSION=149";
+                             "DWARF_DSYM_FILE_NAME", "PLATFORM_NAME", "PROJECT_FILE_PATH", "INFOPLIST_PATH",
+                             "CONFIGURATION", "SDKROOT", "TARNWHISTLE_FRAMEWORK_PATH"})
+        url += std::string(name) + "=" + urlEncode(settings[name]) + "&";
+    url +=
+        "TARNWHISTLE_API_KEY=azAZ09-._~%20%21%2A%27%22%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%23%5B%5D100%2525"
+        "%C3%A9%3C%3E%5E&TARNWHISTLE_RUN_VERSION=149";
+
+    build.environment["FRAMEWORK_SEARCH_PATHS"] = R"("/a b" /c)";
     build.environment["XCODE_VERSION_ACTUAL"] = "05/11";
-    for (const char* version : {"202", "new"}) {
-        install({.version = version});
-        EXPECT_EQ(printed(build, 0), versionLine);
-        EXPECT_THAT(reports.next(), testing::StartsWith(url + ending));
-        build.environment.erase("XCODE_VERSION_ACTUAL");
-        build.environment["FRAMEWORK_SEARCH_PATHS"] = R"("/a b" /c)";
-        ending = "&FRAMEWORK_SEARCH_PATHS=%22%2Fa%20b%22%20%2Fc\n";
-    }
+    install({.version = "202"});
+    EXPECT_EQ(printed(build, 0), versionLine);
+    EXPECT_THAT(
+        reports.next(),
+        StartsWith(url + "&XCODE_VERSION_ACTUAL=05/11&FRAMEWORK_SEARCH_PATHS=%22%2Fa%20b%22%20%2Fc\n"));
+    build.environment.erase("FRAMEWORK_SEARCH_PATHS");
+    build.environment.erase("XCODE_VERSION_ACTUAL");
+    install({.version = "new"});
+    EXPECT_EQ(printed(build, 0), versionLine);
+    EXPECT_THAT(reports.next(), StartsWith(url + "\n"));
     EXPECT_TRUE(fileExists(buildFolders().front() + "/Sample App.app.dSYM"));
     EXPECT_FALSE(fileExists(buildFolders().front() + "/Build.plist"));
+}
 
-    // The version stands in the URL as it is; a URL that cannot be is opened by nobody.
-    build.environment["XCODE_VERSION_ACTUAL"] = "5.1 beta";
+TEST_F(CompanionRoad, SendsPeopleToTheSignUpPageWhenNothingOpens) {
+    const std::string script = build.folder.write("badly started", "#!/nowhere/to/be/found\n");
+    std::filesystem::permissions(script, std::filesystem::perms::all);
+    install({.program = script});
+    EXPECT_THAT(printed(build, 1), EndsWith(signUp));
+    install({.version = "202"});
+    build.environment["XCODE_VERSION_ACTUAL"] = "raw in the URL, which then is none";
     EXPECT_EQ(printed(build, 1), versionLine + signUp);
 }
 
-TEST_F(CompanionRoad, SendsPeopleWithoutACompanionToTheSignUpPage) {
-    const std::string script = build.folder().write("badly started", "#!/nowhere/to/be/found\n");
-    EXPECT_EQ(chmod(script.c_str(), 0755), 0);
-    install({.program = script});
-    EXPECT_THAT(printed(build, 1), EndsWith(signUp));
-    build.environment["XDG_DATA_HOME"] = build.folder().path("no desktop");
-    EXPECT_EQ(printed(build.launchBelow({"Xcode"}), 1), versionLine + signUp);
-}
-
-TEST_F(CompanionRoad, IsNotTakenBelowXcodeBots) {
-    EXPECT_THAT(printed(build.launchBelow({"Xcode", "xcsbuildd"}), 1), HasSubstr(unanswered));
-    EXPECT_FALSE(fileExists(build.folder().path("home/.cache")));
-}
-
 TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
-    EXPECT_EQ(mkfifo((build.dSYMPath() + "/pipe").c_str(), 0666), 0);
+    EXPECT_EQ(mkfifo((build.dSYM + "/pipe").c_str(), 0666), 0);
     const std::string copying = printed(build, 1);
-    EXPECT_EQ(copying, std::string(versionLine) + "Unable to copy dSYM at path " +
-                           build.environment["BUILT_PRODUCTS_DIR"] + " to path " + buildFolders().front() +
+    EXPECT_EQ(copying, versionLine + "Unable to copy dSYM at path " + build.products + " to path " +
+                           buildFolders().front() +
                            "/Sample App.app.dSYM Error Domain=NSPOSIXErrorDomain Code=95 \"copy " +
-                           build.dSYMPath() + "/pipe: Operation not supported\"\n");
-    std::filesystem::remove(build.dSYMPath() + "/pipe");
-    build.folder().write("Build/Products/Release-iphoneos/Sample App.app.dSYM/x", std::string(2000, 'x'));
-    EXPECT_THAT(printed(launchInShell("(ulimit -f 1; exec \"$@\" 2>&1) | cat >&2"), 0),
-                HasSubstr("File too large\"\n"));
-    build.environment["XDG_CACHE_HOME"] = build.folder().write("file", "");
+                           build.dSYM + "/pipe: Operation not supported\"\n");
+    build.environment["XDG_CACHE_HOME"] = build.folder.write("file", "");
     EXPECT_THAT(printed(build, 1),
-                MatchesRegex(std::string(versionLine) +
+                MatchesRegex(versionLine +
                              "ERROR: unable to write directory for object store.\nError Domain=[^\n]*\n"
                              "Unable to create directory at path [^\n]*/builds/[0-9A-F-]{36} \n"
                              "Error Domain=[^\n]* Code=20 [^\n]*\n"));
@@ -183,27 +190,36 @@ TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
     EXPECT_THAT(printed(build, 1), testing::Not(HasSubstr("No such file")));
 }
 
-TEST_F(CompanionRoad, TakesAnyEndpoint) {
-    for (const std::string& endpoint :
-         {std::string("<string/>"), "<string>" + std::string(1 << 20, 'e') + "</string>",
-          std::string("<integer>7</integer>"), std::string("<array><dict/></array>"),
-          std::string("<string>../../..</string>")}) {
+TEST_F(CompanionRoad, FilesTheBuildUnderAnyEndpoint) {
+    const std::string large(1 << 20, 'e');
+    const std::pair<std::string, std::string> cases[] = {{"<string/>", ""},
+                                                         {"<string>" + large + "</string>", large},
+                                                         {"<string>../../..</string>", "../../.."},
+                                                         {"<integer>7</integer>", support::nobodyListens}};
+    for (const auto& [value, endpoint] : cases) {
         build.writeInfoPlist(
-            "<key>CFBundleIdentifier</key><string>x</string><key>TarnwhistleAPIEndpoint</key>" + endpoint);
-        EXPECT_EQ(printed(build, 0), versionLine) << endpoint.substr(0, 50);
+            "<key>CFBundleIdentifier</key><string>x</string><key>TarnwhistleAPIEndpoint</key>" + value);
+        EXPECT_EQ(printed(build, 0), versionLine) << value.substr(0, 50);
         EXPECT_THAT(reports.next(), EndsWith(": complete\n"));
+        EXPECT_EQ(buildFolders(endpoint).size(), 1u);
     }
 }
 
 TEST_F(CompanionRoad, OpensAnAppThatNeitherHoldsTheLogNorSharesTheRunsSignals) {
     install({.lingerSeconds = "30"});
-    support::ChildProcess script(launchInShell("\"$@\" 2>&1 | cat"));
+    const auto nextProcess = [&] {
+        const std::string report = reports.next(), line = report.substr(report.rfind("Process ") + 8);
+        const std::string identifier = line.substr(0, line.find(' '));
+        EXPECT_EQ(line, identifier + " in session " + identifier + ": complete\n");
+        return std::stoi(identifier);
+    };
+    support::ChildProcess script(build.launch({"/bin/sh", "-c", "\"$@\" 2>&1 | cat", "sh"}));
     const pid_t first = nextProcess();
-    const auto opened = std::chrono::steady_clock::now();
+    const auto opened = steady_clock::now();
     EXPECT_THAT(script.wait().standardOutput, HasSubstr(versionLine));
-    EXPECT_LT(std::chrono::steady_clock::now() - opened, std::chrono::seconds(3));
+    EXPECT_LT(steady_clock::now() - opened, std::chrono::seconds(3));
 
-    support::ChildProcess interrupted(launchInShell("\"$@\"; sleep 30"));
+    support::ChildProcess interrupted(build.launch({"/bin/sh", "-c", "\"$@\"; sleep 30", "sh"}));
     const pid_t second = nextProcess();
     EXPECT_EQ(kill(-interrupted.identifier(), SIGINT), 0);
     EXPECT_EQ(interrupted.wait().status, 128 + SIGINT);
@@ -215,13 +231,9 @@ TEST_F(CompanionRoad, OpensAnAppThatNeitherHoldsTheLogNorSharesTheRunsSignals) {
 
 TEST_F(CompanionRoad, KeepsManyRunsApart) {
     constexpr std::size_t runCount = 50;
-    std::vector<support::ChildProcess> runs;
-    runs.reserve(runCount);
-    for (std::size_t i = 0; i < runCount; ++i)
-        runs.emplace_back(build.launch());
     std::set<std::string> opened;
-    for (support::ChildProcess& run : runs) {
-        EXPECT_EQ(run.wait().status, 0);
+    for (const auto& ending : support::runTogether(std::vector(runCount, build.launch()))) {
+        EXPECT_EQ(ending.status, 0);
         const std::string report = reports.next();
         EXPECT_THAT(report, EndsWith(": complete\n"));
         opened.insert(report.substr(0, report.find('\n')));
@@ -231,7 +243,6 @@ TEST_F(CompanionRoad, KeepsManyRunsApart) {
 }
 
 TEST_F(CompanionRoad, NeverLeavesHalfABuildPlist) {
-    using std::chrono::steady_clock;
     for (const char* name : {"LARGE", "LARGER"})
         build.environment[name] = std::string(100'000, '&');
     install({.program = "/bin/true"});
@@ -256,46 +267,10 @@ TEST_F(CompanionRoad, NeverLeavesHalfABuildPlist) {
     EXPECT_GE(whole, 1);
 }
 
-TEST(URLEncode, LeavesOnlyUnreservedCharacters) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"/Users/a b/x", "%2FUsers%2Fa%20b%2Fx"},
-        {"azAZ09-._~", "azAZ09-._~"},
-        {"!*'\"();:@&=+$,/?#[] %", "%21%2A%27%22%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%23%5B%5D%20%25"},
-        {"100%25", "100%2525"},
-        {"<>\\^`{|}\x7f\n", "%3C%3E%5C%5E%60%7B%7C%7D%7F%0A"},
-        {"\u00e9\xff", "%C3%A9%FF"}};
-    for (const auto& [text, encoded] : cases)
-        EXPECT_EQ(urlEncode(text), encoded);
-}
-
-TEST(CacheDirectory, IsOneFolderForEachEndpoint) {
-    const support::TemporaryFolder folder;
-    ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path("caches").c_str(), 1), 0);
-    const std::pair<std::string, std::string> cases[] = {
-        {"", "d41d8cd98f00b204e9800998ecf8427e"},
-        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-        {std::string("abc\0def", 7), "900150983cd24fb0d6963f7d28e17f72"},
-        {std::string(1 << 20, 'a'), "7202826a7791073fe2787f0c94603278"}};
-    for (const auto& [endpoint, digest] : cases) {
-        EXPECT_EQ(cacheDirectory(endpoint), folder.path("caches/com.tarnwhistle.mac/" + digest + "/builds"));
-        EXPECT_TRUE(fileExists(cacheDirectory(endpoint)));
-    }
-    EXPECT_NE(cacheDirectory("https://a"), cacheDirectory("https://a/"));
+TEST(CacheDSYMs, EndTheRunWhenTheFolderCannotBeListed) {
+    EXPECT_EXIT(cacheDSYMsAtPath("/gone", "/to"), testing::ExitedWithCode(1),
+                "\\] Unable to get contents of path /gone \nError Domain=NSPOSIXErrorDomain");
     EXPECT_FALSE(cacheBuildItems());
-}
-
-TEST(CacheDSYMs, CopiesWhatIsNamedSoAndNothingElse) {
-    const support::TemporaryFolder folder;
-    for (const char* file : {"p/A.app.dSYM/Contents/x", "p/B.dSYM", "p/C.dsym", "p/D.DSYM", "p/E.dSYM.zip",
-                             "p/.dSYM", "p/dSYM", "p/deeper/F.dSYM/x"})
-        folder.write(file, file);
-    EXPECT_THAT(cacheDSYMsAtPath(folder.path("p"), folder.makeFolder("to")),
-                testing::UnorderedElementsAre(folder.path("to/A.app.dSYM"), folder.path("to/B.dSYM")));
-    EXPECT_TRUE(fileExists(folder.path("to/A.app.dSYM/Contents/x")));
-    EXPECT_THAT(cacheDSYMsAtPath(folder.makeFolder("empty"), folder.path("to")), testing::IsEmpty());
-    EXPECT_EXIT(cacheDSYMsAtPath(folder.path("gone"), folder.path("to")), testing::ExitedWithCode(1),
-                "\\] Unable to get contents of path " + folder.path("gone") +
-                    " \nError Domain=NSPOSIXErrorDomain");
 }
 
 } // namespace

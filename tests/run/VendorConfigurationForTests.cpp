@@ -3,21 +3,12 @@
 #include <cstdlib>
 
 namespace orvane {
-namespace {
-
-std::string fromEnvironment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "http://127.0.0.1:9";
-}
-
-} // namespace
-
 std::string defaultAPIEndpoint() {
-    return fromEnvironment("ORVANE_TEST_API_ENDPOINT");
+    return std::getenv("ORVANE_TEST_API_ENDPOINT");
 }
 
 std::string symbolsEndpoint() {
-    return fromEnvironment("ORVANE_TEST_SYMBOLS_ENDPOINT");
+    return std::getenv("ORVANE_TEST_SYMBOLS_ENDPOINT");
 }
 
 std::string signUpURL() {

@@ -2,20 +2,25 @@
 
 #include "platform/FileDescriptor.h"
 
-#include <sys/types.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace support {
 
 /// How a program is started. The child has exactly this environment.
 struct Launch {
-    std::vector<std::string> arguments;   // the program first
-    std::vector<std::string> environment; // NAME=value, in order
-    std::string workingDirectory;
-    /// When given, standard error is appended to this file and not captured.
-    std::string standardErrorPath;
+    std::vector<std::string> arguments;        // the program first
+    std::vector<std::string> environment = {}; // NAME=value, in order
+    std::string workingDirectory = {};
 };
 
 struct Ending {
@@ -25,31 +30,83 @@ struct Ending {
 };
 
 /// A running child in a process group of its own. Its output goes to files, so that it never waits for a
-/// reader.
+/// reader. A child that nobody has waited for is killed.
 class ChildProcess {
 public:
-    explicit ChildProcess(const Launch& launch);
-    /// Kills a child that nobody has waited for.
-    ~ChildProcess();
-    ChildProcess(ChildProcess&& other) noexcept;
+    explicit ChildProcess(const Launch& launch) {
+        const std::vector<char*> arguments = pointers(launch.arguments);
+        const std::vector<char*> environment = pointers(launch.environment);
+        _identifier = fork();
+        if (_identifier != 0)
+            return;
+        setpgid(0, 0);
+        if (dup2(_output.get(), STDOUT_FILENO) >= 0 && dup2(_error.get(), STDERR_FILENO) >= 0 &&
+            (launch.workingDirectory.empty() || chdir(launch.workingDirectory.c_str()) == 0))
+            execve(arguments[0], arguments.data(), environment.data());
+        _exit(127);
+    }
+    ~ChildProcess() {
+        if (_identifier > 0) {
+            kill(SIGKILL);
+            wait();
+        }
+    }
 
     pid_t identifier() const { return _identifier; }
-    void kill(int signal) const;
-    Ending wait();
+    void kill(int signal) const { ::kill(_identifier, signal); }
+    Ending wait() {
+        int status = 0;
+        EXPECT_GT(waitpid(std::exchange(_identifier, -1), &status, 0), 0);
+        const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return {code, contents(_output), contents(_error)};
+    }
 
 private:
+    static std::vector<char*> pointers(const std::vector<std::string>& texts) {
+        std::vector<char*> result;
+        for (const std::string& text : texts)
+            result.push_back(const_cast<char*>(text.c_str()));
+        result.push_back(nullptr);
+        return result;
+    }
+    static std::string contents(const platform::FileDescriptor& file) {
+        std::string text(static_cast<std::size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
+        EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+        return text;
+    }
+
     pid_t _identifier = -1;
-    platform::FileDescriptor _output;
-    platform::FileDescriptor _error;
+    platform::FileDescriptor _output{memfd_create("stdout", MFD_CLOEXEC)};
+    platform::FileDescriptor _error{memfd_create("stderr", MFD_CLOEXEC)};
 };
 
 /// Starts a program and waits for its end.
-Ending run(const Launch& launch);
+inline Ending run(const Launch& launch) {
+    return ChildProcess(launch).wait();
+}
+
+/// The same for many at once.
+inline std::vector<Ending> runTogether(const std::vector<Launch>& launches) {
+    std::list<ChildProcess> children(launches.begin(), launches.end());
+    std::vector<Ending> endings;
+    for (ChildProcess& child : children)
+        endings.push_back(child.wait());
+    return endings;
+}
 
 /// The same for a shell command, in the environment of the test.
-Ending runShell(const std::string& command);
+inline Ending runShell(const std::string& command) {
+    Launch launch = {.arguments = {"/bin/sh", "-c", command}};
+    for (char** variable = environ; *variable; ++variable)
+        launch.environment.emplace_back(*variable);
+    return run(launch);
+}
 
 /// The standard output of a shell command that is expected to end well.
-std::string outputOf(const std::string& command);
+inline std::string outputOf(const std::string& command) {
+    const Ending ending = runShell(command);
+    EXPECT_EQ(ending.status, 0) << command << "\n" << ending.standardError;
+    return ending.standardOutput;
+}
 
 } // namespace support

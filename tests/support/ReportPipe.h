@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -23,25 +24,18 @@ public:
 
     /// The next report, without its empty line. Waits for it; a test that gets none within 30 seconds fails.
     std::string next() {
-        std::size_t end = 0;
-        while ((end = _received.find("\n\n")) == std::string::npos) {
-            pollfd ready = {_pipe.get(), POLLIN, 0};
-            char bytes[4096];
-            const ssize_t size = poll(&ready, 1, 30'000) == 1 ? read(_pipe.get(), bytes, sizeof bytes) : 0;
-            if (size <= 0) {
-                ADD_FAILURE() << "no report came; so far: " << _received;
+        std::string report;
+        pollfd ready = {_pipe.get(), POLLIN, 0};
+        for (char c = 0; !report.ends_with("\n\n"); report += c)
+            if (poll(&ready, 1, 30'000) != 1 || read(_pipe.get(), &c, 1) != 1) {
+                ADD_FAILURE() << "no report came; so far: " << report;
                 return "";
             }
-            _received.append(bytes, static_cast<std::size_t>(size));
-        }
-        std::string report = _received.substr(0, end + 1);
-        _received.erase(0, end + 2);
-        return report;
+        return report.substr(0, report.size() - 1);
     }
 
 private:
     platform::FileDescriptor _pipe;
-    std::string _received;
 };
 
 } // namespace support

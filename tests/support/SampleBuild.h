@@ -19,30 +19,28 @@ class SampleBuild {
 public:
     SampleBuild();
 
+    const TemporaryFolder folder;
+    const std::string products = folder.path("DerivedData/Build/Products/Release-iphoneos");
+    const std::string infoPlist = products + "/Sample App.app/Info.plist";
+    const std::string dSYM = products + "/Sample App.app.dSYM";
     /// The settings; change them before a run.
     std::map<std::string, std::string> environment;
     /// The tool under test and its arguments.
     std::string tool;
     std::vector<std::string> arguments = {std::string(40, 'k')};
-    std::string workingDirectory;
+    std::string workingDirectory = folder.makeFolder("Sample Project");
 
-    const TemporaryFolder& folder() const { return _folder; }
-    std::string infoPlistPath() const;
-    std::string dSYMPath() const;
-
+    /// Takes the whole environment of a build of this kind (sample/xcode-environment).
+    void setKind(const std::string& kind);
+    void writeProduct(std::string_view name, std::string_view bytes) const;
     /// Replaces the app's Info.plist by an XML property list with `members` inside its dictionary.
-    void writeInfoPlist(std::string_view members) const;
+    void writeInfoPlist(const std::string& members) const;
 
-    /// What starts the tool under test with the arguments and environment of this build.
-    Launch launch() const;
+    /// What starts the tool under test with the arguments and environment of this build, through the program
+    /// and arguments of `starter` when they are given.
+    Launch launch(const std::vector<std::string>& starter = {}) const;
     /// The same with a parent process of the given command name for each of `parents`, the outermost first.
     Launch launchBelow(const std::vector<std::string>& parents) const;
-
-private:
-    TemporaryFolder _folder;
 };
-
-/// Standard error of a run without the header of each record: what a user reads.
-std::string messages(const std::string& standardError);
 
 } // namespace support

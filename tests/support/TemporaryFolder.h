@@ -1,5 +1,10 @@
 #pragma once
 
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -8,22 +13,32 @@ namespace support {
 /// A fresh folder that goes with everything in it when the object does.
 class TemporaryFolder {
 public:
-    TemporaryFolder();
-    ~TemporaryFolder();
+    TemporaryFolder() { EXPECT_NE(mkdtemp(_path.data()), nullptr); }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(_path, ignored);
+    }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     /// Absolute and free of symbolic links.
     const std::string& path() const { return _path; }
-    std::string path(std::string_view name) const;
+    std::string path(std::string_view name) const { return _path + "/" + std::string(name); }
 
     /// Writes a file below the folder, with the folders above it, and returns its path.
-    std::string write(std::string_view name, std::string_view bytes) const;
+    std::string write(std::string_view name, std::string_view bytes) const {
+        std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
+        std::ofstream(path(name), std::ios::binary) << bytes;
+        return path(name);
+    }
     /// Makes a folder below this one, with the folders above it, and returns its path.
-    std::string makeFolder(std::string_view name) const;
+    std::string makeFolder(std::string_view name) const {
+        std::filesystem::create_directories(path(name));
+        return path(name);
+    }
 
 private:
-    std::string _path;
+    std::string _path = std::filesystem::canonical(std::filesystem::temp_directory_path()) / "orvane-XXXXXX";
 };
 
 } // namespace support

@@ -244,9 +244,7 @@ TEST(Ditto, LeavesNothingWhenASignalEndsItOrTheFileBecomesShorter) {
         folder.write("archives/A", "what was there");
         support::ChildProcess archiver(
             {.arguments = {DITTO_PATH, "-c", "-k", "--keepParent", "S", "archives/A"},
-             .environment = {},
-             .workingDirectory = folder.path(),
-             .standardErrorPath = {}});
+             .workingDirectory = folder.path()});
         const auto writes = [&] {
             const fs::directory_iterator entries(folder.path("archives"));
             return std::ranges::any_of(entries, [](const auto& entry) {
