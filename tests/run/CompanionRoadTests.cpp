@@ -125,6 +125,7 @@ TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
                                   {"CFBundleShortVersionString", "1.2"},
                                   {"CFBundleVersion", "17"},
                                   {"CFBundleDisplayName", "Sample"},
+                                  {"CFBundleName", "Sample App"},
                                   {"CFBundleIdentifier", "com.example.sample"},
                                   {"Runner_Environment_Dictionary", environment}};
     for (const char* name : {"PLATFORM_NAME", "PROJECT_FILE_PATH", "CONFIGURATION", "XCODE_VERSION_ACTUAL",
@@ -221,8 +222,8 @@ TEST_F(CompanionRoad, OpensAnAppThatNeitherHoldsTheLogNorSharesTheRunsSignals) {
 
     support::ChildProcess interrupted(build.launch({"/bin/sh", "-c", "\"$@\"; sleep 30", "sh"}));
     const pid_t second = nextProcess();
-    EXPECT_EQ(kill(-interrupted.identifier(), SIGINT), 0);
-    EXPECT_EQ(interrupted.wait().status, 128 + SIGINT);
+    EXPECT_EQ(kill(-interrupted.identifier(), SIGTERM), 0);
+    EXPECT_EQ(interrupted.wait().status, 128 + SIGTERM);
     for (const pid_t app : {first, second}) {
         EXPECT_EQ(getpgid(app), app);
         EXPECT_EQ(kill(app, SIGKILL), 0);

@@ -5,6 +5,8 @@
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 
+#include <stdlib.h>
+
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -148,6 +150,25 @@ code_mapping[file] = application/zip
 )");
     EXPECT_THAT(partsOf(upload).back().filename, testing::MatchesRegex("[-0-9A-F]+\\.zip"));
     EXPECT_TRUE(partsOf(upload).back().content.starts_with("PK\x03\x04"));
+}
+
+TEST_F(DirectRoad, SendsNoSecretOfAnotherLength) {
+    const Service service(build, {201});
+    for (const std::size_t size : {63, 65}) {
+        build.arguments = {key, std::string(size, 's')};
+        printed(build, 0);
+    }
+    for (const HTTPRequest& request : service.requests())
+        EXPECT_FALSE(request.headers.contains("X-Tarnwhistle-Build-Secret"));
+}
+
+TEST_F(DirectRoad, DoesNotReportWhatARepeatedRegistrationGives) {
+    const Service service(build, {500, 201});
+    setenv("ORVANE_TEST_API_ENDPOINT", build.environment["ORVANE_TEST_API_ENDPOINT"].c_str(), 1);
+    const BuildSettings settings(build.environment.begin(), build.environment.end());
+    EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, false, false));
+    ASSERT_EQ(service.requests().size(), 2u);
+    EXPECT_EQ(partsOf(service.requests()[1])[1].content, "") << "tool_details of what is no build server";
 }
 
 TEST_F(DirectRoad, JudgesEachStatusAndTriesTwice) {

@@ -10,6 +10,7 @@ SampleBuild::SampleBuild() : tool(ORVANE_RUN_UNDER_TEST) {
     std::filesystem::create_directories(dSYM);
     writeInfoPlist("<key>CFBundleIdentifier</key><string>com.example.sample</string>"
                    "<key>CFBundleDisplayName</key><string>Sample</string>"
+                   "<key>CFBundleName</key><string>Sample App</string>"
                    "<key>CFBundleVersion</key><string>17</string>"
                    "<key>CFBundleShortVersionString</key><string>1.2</string>");
 }
