@@ -269,9 +269,11 @@ TEST_F(DirectRoad, StopsABuildForAnOldSystem) {
     const std::string adjust = " and greater. To use Orvane, you'll have to adjust your project's ";
     EXPECT_EQ(printed(build, 1), versionLine + record("Unsupported iOS Version" + detected + "iOS 5.0" +
                                                       adjust + "iOS Deployment Target.\n\n"));
+    build.environment["TARNWHISTLE_CREATE_ARTIFACT"] = "YES";
     build.environment.erase("TARGETED_DEVICE_FAMILY");
     EXPECT_EQ(printed(build, 1), versionLine + record("Unsupported OS X Version" + detected + "OS X 10.7" +
                                                       adjust + "Mac OS X Deployment Target.\n\n"));
+    EXPECT_FALSE(fs::exists(build.products + "/tarnwhistle.plist"));
 }
 
 TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductOrOnCopiesAllSucceed) {
