@@ -107,6 +107,7 @@ TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
     EXPECT_THAT(report, HasSubstr("Opened: tarnwhistle://xcode?TARNWHISTLE_BUILD_PLIST_PATH=" +
                                   urlEncode(folder + "/Build.plist") + "\n"));
     EXPECT_THAT(report, EndsWith(": complete\n"));
+    EXPECT_EQ(std::filesystem::status(folder + "/Build.plist").permissions(), std::filesystem::perms(0600));
 
     Value::Dictionary environment(build.environment.begin(), build.environment.end());
     environment["ODD"] = "a\uFFFD\uFFFD\r\n<&>";
@@ -179,6 +180,11 @@ TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
                            buildFolders().front() +
                            "/Sample App.app.dSYM Error Domain=NSPOSIXErrorDomain Code=95 \"copy " +
                            build.dSYM + "/pipe: Operation not supported\"\n");
+    std::filesystem::remove(build.dSYM + "/pipe");
+    build.writeProduct("Sample App.app.dSYM/x", std::string(2000, 'x'));
+    EXPECT_THAT(
+        printed(build.launch({"/bin/sh", "-c", "(ulimit -f 1; exec \"$@\" 2>&1) | cat >&2", "sh"}), 0),
+        HasSubstr("File too large\"\n"));
     build.environment["XDG_CACHE_HOME"] = build.folder.write("file", "");
     EXPECT_THAT(printed(build, 1),
                 MatchesRegex(versionLine +

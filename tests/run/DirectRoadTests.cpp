@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <set>
 
 namespace orvane {
@@ -32,11 +33,15 @@ std::vector<support::FormPart> partsOf(const HTTPRequest& request) {
 /// The service that `build` calls: answers each request with the next of its statuses, the last one for ever.
 class Service {
 public:
-    Service(SampleBuild& build, std::vector<int> statuses) : _statuses(std::move(statuses)) {
+    Service(SampleBuild& build, std::vector<int> statuses,
+            const std::optional<support::HTTPServer::TLS>& tls = std::nullopt)
+        : _statuses(std::move(statuses)),
+          _server([this](const HTTPRequest& request) { return answer(request); }, tls) {
         build.environment["ORVANE_TEST_API_ENDPOINT"] = build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] =
             _server.url("");
     }
 
+    const std::string& certificate() const { return _server.certificate(); }
     std::vector<HTTPRequest> requests() const {
         const std::scoped_lock lock(_mutex);
         return _requests;
@@ -67,9 +72,7 @@ private:
     mutable std::mutex _mutex;
     const std::vector<int> _statuses;
     std::vector<HTTPRequest> _requests;
-    support::HTTPServer _server{[this](const HTTPRequest& request) {
-        return answer(request);
-    }};
+    support::HTTPServer _server;
 };
 
 /// An image that was built for `minimumVersion` of iOS.
@@ -188,9 +191,8 @@ TEST_F(DirectRoad, ReportsAServiceThatIsDownClosesMidUploadOrHangs) {
     for (const auto& [closings, code] : {std::pair(2, "-1005 "), std::pair(1, "-1001 ")}) {
         std::atomic<int> left = closings;
         const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
-            if (left-- == 0)
-                return peer.stall();
-            peer.readUntil("code_mapping[file]");
+            const bool hangs = left-- == 0;
+            peer.readUntil(hangs ? "what no run sends" : "code_mapping[file]");
             peer.reset();
         });
         build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
@@ -274,6 +276,14 @@ TEST_F(DirectRoad, StopsABuildForAnOldSystem) {
     EXPECT_EQ(printed(build, 1), versionLine + record("Unsupported OS X Version" + detected + "OS X 10.7" +
                                                       adjust + "Mac OS X Deployment Target.\n\n"));
     EXPECT_FALSE(fs::exists(build.products + "/tarnwhistle.plist"));
+}
+
+TEST_F(DirectRoad, WorksOverHTTPS) {
+    const Service service(build, {201}, support::HTTPServer::TLS());
+    EXPECT_THAT(printed(build, 1), HasSubstr("Code=-1202 "));
+    build.environment["SSL_CERT_FILE"] = build.folder.write("ca.pem", service.certificate());
+    printed(build, 0);
+    EXPECT_EQ(service.archives().size(), 1u);
 }
 
 TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductOrOnCopiesAllSucceed) {
