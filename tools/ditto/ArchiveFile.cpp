@@ -43,16 +43,20 @@ void catchSignals() {
     ::signal(SIGXFSZ, SIG_IGN);
 }
 
-void refuseOtherThanFile(const std::string& path) {
+void refuseImpossiblePlace(const std::string& path) {
     struct stat status;
-    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    const bool isTaken = stat(path.c_str(), &status) == 0;
+    if (isTaken && !S_ISREG(status.st_mode))
         throw Failure("cannot write " + path + ": something that is no file is there");
+    // The temporary file has a short name: only the rename behind all the work would find this out.
+    if (!isTaken && errno == ENAMETOOLONG)
+        throw Failure(errno, "write", path);
 }
 
 } // namespace
 
 ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
-    refuseOtherThanFile(_path);
+    refuseImpossiblePlace(_path);
     // Short, so that it fits wherever the archive's own name does.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
     catchSignals();

@@ -13,7 +13,7 @@ namespace ditto {
 /// SIGXCPU ends the process. There is one at a time. All operations throw Failure.
 class ArchiveFile {
 public:
-    /// Something at `path` that is no regular file is refused.
+    /// Refuses a name that is too long for its folder, and something at `path` that is no regular file.
     explicit ArchiveFile(std::string path);
     ~ArchiveFile();
     ArchiveFile(const ArchiveFile&) = delete;

@@ -79,7 +79,7 @@ private:
     static ZipWriter::Entry entryFor(const SourceFile& file, std::uint64_t size, ZipWriter::Method method) {
         return {.name = file.archiveName,
                 .mode = file.mode,
-                .modificationTime = file.modificationTime,
+                .modificationTime = file.modificationTime.tv_sec,
                 .size = size,
                 .method = method};
     }

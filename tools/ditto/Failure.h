@@ -14,6 +14,11 @@ public:
     /// "cannot <operation> <path>: <the system's reason>"
     Failure(int errorNumber, const std::string& operation, const std::string& path)
         : Failure("cannot " + operation + " " + path + ": " + std::generic_category().message(errorNumber)) {}
+
+    /// For a file that is no longer what it was when it was opened.
+    static Failure changed(const std::string& path) {
+        return Failure(path + " changed while it was being archived; archive it again");
+    }
 };
 
 } // namespace ditto

@@ -1,5 +1,8 @@
 #include "ditto/OrderedDeflater.h"
 
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <system_error>
 
 namespace ditto {
@@ -7,12 +10,17 @@ namespace {
 
 /// Compressing this much takes some milliseconds, a hundred times what starting threads does.
 constexpr std::size_t worthThreads = std::size_t{128} << 10;
-/// Each may hold a file open.
-constexpr std::size_t mostJobs = 256;
+/// Enough to keep all threads busy with small files. Each holds a file open, so at most half of what the
+/// process may open: the rest is for the folders on the way to them.
+std::size_t mostJobs() {
+    constexpr rlim_t enough = 256;
+    rlimit openFiles;
+    return getrlimit(RLIMIT_NOFILE, &openFiles) == 0 ? std::min(enough, openFiles.rlim_cur / 2 + 1) : enough;
+}
 
 } // namespace
 
-OrderedDeflater::OrderedDeflater(unsigned threads) : _threadLimit(threads) {}
+OrderedDeflater::OrderedDeflater(unsigned threads) : _threadLimit(threads), _jobLimit(mostJobs()) {}
 
 OrderedDeflater::~OrderedDeflater() {
     {
@@ -27,7 +35,7 @@ OrderedDeflater::~OrderedDeflater() {
 bool OrderedDeflater::full() const {
     if (_threads.empty())
         return !_jobs.empty();
-    return _jobs.size() >= mostJobs || _bytesInFlight >= (2 * _threads.size() + 1) * pieceSize;
+    return _jobs.size() >= _jobLimit || _bytesInFlight >= (2 * _threads.size() + 1) * pieceSize;
 }
 
 void OrderedDeflater::add(Piece piece) {

@@ -52,6 +52,7 @@ private:
     void work();
 
     const unsigned _threadLimit;
+    const std::size_t _jobLimit;
     /// For the caller's own thread.
     std::optional<PieceDeflater> _deflater;
     std::size_t _bytesDoneByCaller = 0;

@@ -4,6 +4,7 @@
 #include "ditto/Failure.h"
 
 #include <libdeflate.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -61,6 +62,18 @@ std::size_t deflateTable(std::uint8_t* input, std::size_t size, bool isLast, Def
     return deflater.total_out;
 }
 
+/// Whoever reads the last piece of a file sees every change that any piece of it may show. Asking after each
+/// one keeps a large file from being read to its end in vain.
+void refuseChanged(const SourceFile& file) {
+    struct stat status;
+    if (fstat(file.descriptor.get(), &status) != 0)
+        throw Failure(errno, "examine", file.path);
+    const timespec& recorded = file.modificationTime;
+    if (static_cast<std::uint64_t>(status.st_size) != file.size || status.st_mtim.tv_sec != recorded.tv_sec ||
+        status.st_mtim.tv_nsec != recorded.tv_nsec)
+        throw Failure::changed(file.path);
+}
+
 } // namespace
 
 PieceDeflater::PieceDeflater()
@@ -82,10 +95,11 @@ void PieceDeflater::read(const Piece& piece) {
         if (got > 0)
             filled += static_cast<std::size_t>(got);
         else if (got == 0)
-            throw Failure(piece.file->path + " became shorter while it was read; archive it again");
+            throw Failure::changed(piece.file->path);
         else if (errno != EINTR)
             throw Failure(errno, "read", piece.file->path);
     }
+    refuseChanged(*piece.file);
 }
 
 std::size_t PieceDeflater::deflate(libdeflate_compressor* compressor, const Piece& piece,

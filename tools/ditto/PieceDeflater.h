@@ -44,7 +44,7 @@ class PieceDeflater {
 public:
     PieceDeflater();
 
-    /// Throws Failure when the file cannot be read, or has become shorter than it was when it was opened.
+    /// Throws Failure when the file cannot be read, or has been written to since it was opened.
     DeflatedPiece deflate(const Piece& piece);
 
 private:

@@ -94,7 +94,7 @@ SourceFile describe(const Place& place, const struct stat& status) {
     return {.path = place.path,
             .archiveName = place.archiveName,
             .mode = status.st_mode,
-            .modificationTime = status.st_mtime};
+            .modificationTime = status.st_mtim};
 }
 
 Level openFolder(const Place& place) {
@@ -117,7 +117,7 @@ SourceFile openFile(const Place& place) {
         throw Failure(errno, "open", place.path);
     const struct stat status = statusOf(file, place.path);
     if (!S_ISREG(status.st_mode))
-        throw Failure(place.path + " changed while it was archived; archive it again");
+        throw Failure::changed(place.path);
     SourceFile result = describe(place, status);
     result.descriptor = std::move(file);
     result.size = static_cast<std::uint64_t>(status.st_size);

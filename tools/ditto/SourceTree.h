@@ -3,6 +3,7 @@
 #include "platform/FileDescriptor.h"
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstdint>
 #include <functional>
@@ -18,7 +19,7 @@ struct SourceFile {
     std::string archiveName;
     /// Kind and permissions, as stat(2) has them.
     mode_t mode = 0;
-    std::int64_t modificationTime = 0;
+    timespec modificationTime = {};
     /// A regular file's, opened for reading, with its size at that time.
     platform::FileDescriptor descriptor = {};
     std::uint64_t size = 0;

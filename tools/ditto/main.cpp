@@ -1,9 +1,12 @@
 #include "ditto/Archiver.h"
+#include "ditto/Failure.h"
 #include "platform/Log.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <exception>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -11,6 +14,11 @@ namespace {
 
 constexpr int failed = 1;
 constexpr int misused = 64; // EX_USAGE of sysexits.h
+
+int fail(const std::exception& failure) {
+    platform::writeToStandardError(std::string("ditto: ") + failure.what() + "\n");
+    return failed;
+}
 
 } // namespace
 
@@ -23,8 +31,9 @@ int main(int argc, char** argv) {
     try {
         ditto::makeArchive(argv[4], argv[5]);
         return 0;
+    } catch (const std::bad_alloc&) {
+        return fail(ditto::Failure(ENOMEM, "make", argv[5]));
     } catch (const std::exception& failure) {
-        platform::writeToStandardError(std::string("ditto: ") + failure.what() + "\n");
-        return failed;
+        return fail(failure);
     }
 }

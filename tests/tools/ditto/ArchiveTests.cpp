@@ -98,6 +98,7 @@ void makeBundle(const TemporaryFolder& folder) {
     for (const auto& [name, content] : files)
         folder.write("source/My App.app.dSYM/Contents/" + name, content);
     const auto made = shell(folder, R"(cd 'source/My App.app.dSYM/Contents' && mkdir 'empty folder' &&
+        mkdir many && touch $(seq -f many/%.0f 100) &&
         ln -s ../../../outside link && ln -s DWARF 'link to folder' && ln -s $(printf %01000d 0) 'long link' &&
         chmod 400 empty && chmod 4751 'one byte' && chmod 1700 'empty folder' && touch -hd @1234567890 link &&
         touch -d @315532801 noise && touch -d @0 a! && touch -d @2147483647 'empty folder' &&
@@ -132,10 +133,11 @@ TEST(Ditto, TheSameBundleGivesTheSameSortedBytesHoweverItIsNamedAndMade) {
     const TemporaryFolder folder;
     makeBundle(folder);
     const auto outcome = shell(
-        folder, "cd source; B='My App.app.dSYM'; $D \"$B\" ../1 && TZ=Asia/Tokyo $D \"./$B///\" ../2 && "
-                "taskset 1 $D \"$B/Contents/..\" ../3 && cd .. && cmp 1 2 && cmp 1 3 && python3 -c '"
-                "import zipfile; names = [n.encode() for n in zipfile.ZipFile(\"1\").namelist()]; "
-                "print(names == sorted(names), {n.split(b\"/\")[0] for n in names})'");
+        folder,
+        "cd source; B='My App.app.dSYM'; $D \"$B\" ../1 && (ulimit -n 64; TZ=Asia/Tokyo $D \"./$B///\" ../2) && "
+        "taskset 1 $D \"$B/Contents/..\" ../3 && cd .. && cmp 1 2 && cmp 1 3 && python3 -c '"
+        "import zipfile; names = [n.encode() for n in zipfile.ZipFile(\"1\").namelist()]; "
+        "print(names == sorted(names), {n.split(b\"/\")[0] for n in names})'");
     EXPECT_EQ(outcome.standardOutput, "True {b'My App.app.dSYM'}\n");
 }
 
@@ -209,6 +211,7 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
         {"$D /dev/null A", "cannot archive /dev/null: it is neither a folder nor a file\n"},
         {"mkfifo S/z; $D S A", "S/z is neither a file nor a folder nor a link; remove it from the bundle\n"},
         {"ulimit -f 64; $D S A", "cannot write A: File too large\n"},
+        {"ulimit -f 64; $D S $(printf %0256d 0)", "000: File name too long\n"},
         {"ulimit -n 5; $D S A", "Too many open files\n"},
         {"chmod 0 S/sub; $U $D S A", "cannot open S/sub/: Permission denied\n"},
         {"chmod 0 S/sub/deep; $U $D S A", "cannot open S/sub/deep: Permission denied\n"},
@@ -236,12 +239,22 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
 }
 
 /// An archiver at work on a file so large that it cannot end by itself before the test has done its part.
-TEST(Ditto, LeavesNothingWhenASignalEndsItOrTheFileBecomesShorter) {
-    for (const bool isSignalled : {true, false}) {
+TEST(Ditto, LeavesNothingWhenASignalEndsItOrAFileChangesWhileItIsRead) {
+    const std::string changed = "ditto: S/sub/huge changed while it was being archived; archive it again\n";
+    const struct {
+        const char* disturbance;
+        int status;
+        std::string message;
+    } cases[] = {{"kill $1", 128 + SIGTERM, ""},
+                 {"truncate -s 1 S/sub/huge", 1, changed},
+                 {"truncate -s +1 S/sub/huge && touch -d @1000000000.5 S/sub/huge", 1, changed},
+                 {"touch -d @1000000000.4 S/sub/huge", 1, changed}};
+    for (const auto& [disturbance, status, message] : cases) {
         const TemporaryFolder folder;
-        const std::string huge = folder.write("S/sub/huge", "");
-        ASSERT_EQ(truncate(huge.c_str(), off_t{1} << 40), 0);
         folder.write("archives/A", "what was there");
+        folder.makeFolder("S/sub");
+        const std::string make = "truncate -s 1T S/sub/huge && touch -d @1000000000.5 S/sub/huge";
+        ASSERT_EQ(shell(folder, make).status, 0);
         support::ChildProcess archiver(
             {.arguments = {DITTO_PATH, "-c", "-k", "--keepParent", "S", "archives/A"},
              .workingDirectory = folder.path()});
@@ -254,15 +267,10 @@ TEST(Ditto, LeavesNothingWhenASignalEndsItOrTheFileBecomesShorter) {
         siginfo_t ended = {};
         while (ended.si_pid == 0 && !writes())
             waitid(P_PID, static_cast<id_t>(archiver.identifier()), &ended, WEXITED | WNOHANG | WNOWAIT);
-        if (isSignalled)
-            archiver.kill(SIGTERM);
-        else
-            ASSERT_EQ(truncate(huge.c_str(), 1), 0);
+        shell(folder, "set -- " + std::to_string(archiver.identifier()) + "; " + disturbance);
         const support::Ending ending = archiver.wait();
-        EXPECT_EQ(ending.status, isSignalled ? 128 + SIGTERM : 1);
-        EXPECT_EQ(ending.standardError,
-                  isSignalled ? ""
-                              : "ditto: S/sub/huge became shorter while it was read; archive it again\n");
+        EXPECT_EQ(ending.status, status) << disturbance;
+        EXPECT_EQ(ending.standardError, message) << disturbance;
         EXPECT_EQ(bytesOf(folder.path("archives/A")), "what was there");
         EXPECT_THAT(*platform::namesInDirectory(folder.path("archives")), ElementsAre("A"));
     }
