@@ -39,14 +39,13 @@ std::string runScript(const std::string& script) {
 }
 
 TEST(NSTask, HandsOverStatusAndOutputOfWhatItWasGiven) {
-    const support::TemporaryFolder folder;
     EXPECT_EQ(runScript("printf a; printf b >&2; printf $PATH; exit 255"), "255|a"s + getenv("PATH") + "|b");
     EXPECT_EQ(runScript("kill -KILL $$"), "137||");
     EXPECT_EQ(run("/bin/echo", std::nullopt), "0|\n|");
     EXPECT_EQ(run("/bin/echo", {{"", "$HOME", "a  b", "*\n"}}), "0| $HOME a  b *\n\n|");
     EXPECT_EQ(run("/usr/bin/env", {}, {}, {{{"B", "2=2"}, {"A", ""}}}), "0|A=\nB=2=2\n|");
     EXPECT_EQ(run("/usr/bin/env", {}, {}, NSTask::Environment()), "0||");
-    EXPECT_EQ(run(std::filesystem::relative("/bin/pwd"), {}, folder.path()), "0|" + folder.path() + "\n|");
+    EXPECT_EQ(run(std::filesystem::relative("/bin/pwd"), {}, "/proc"), "0|/proc\n|");
     // 124 is timeout's status for a command that it had to end: cat saw neither bytes nor an end.
     EXPECT_EQ(run("/usr/bin/timeout", {{"0.2", "/bin/cat"}}), "124||");
 }
@@ -57,9 +56,7 @@ TEST(NSTask, WrappersReturnOneThing) {
     EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", both), std::nullopt) << "no UTF-8";
     EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", {"-c", "echo b >&2"}), "b\n");
     EXPECT_FALSE(NSTask::runTaskWithLaunchPath("/bin/sh", both));
-    const support::TemporaryFolder folder;
-    EXPECT_TRUE(
-        NSTask::runTaskWithLaunchPath("/bin/sh", folder.path(), {"-c", "test $PWD = " + folder.path()}));
+    EXPECT_TRUE(NSTask::runTaskWithLaunchPath("/bin/sh", "/proc", {"-c", "test $PWD = /proc"}));
 }
 
 TEST(NSTask, ThrowsWithPathAndReasonWhenNothingCanBeStartedAndLeavesNothingOpen) {
@@ -105,13 +102,12 @@ TEST(NSTask, GivesTheChildCleanSignalsAndOnlyThreeDescriptors) {
 }
 
 TEST(NSTask, AbortsWhenNoPipeCanBeMade) {
-    const auto runWithoutDescriptors = [] {
-        const rlimit four = {4, 4};
-        setrlimit(RLIMIT_NOFILE, &four);
-        run("/bin/true", {});
-    };
+    const rlimit four = {4, 4};
     EXPECT_DEATH(
-        runWithoutDescriptors(),
+        {
+            setrlimit(RLIMIT_NOFILE, &four);
+            run("/bin/true", {});
+        },
         testing::HasSubstr(
             "Assertion failed: (stdoutPipe && stdinPipe && stderrPipe), function +[NSTask(Convenience) "
             "launchWithPath:workingDirectory:arguments:environment:completion:], file "

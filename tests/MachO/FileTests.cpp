@@ -68,43 +68,40 @@ TEST(Symbols, ShowsSlicesAndWhetherTheUUIDsMatch) {
     EXPECT_THAT(outputOf(symbols + "arm64 x86_64"), testing::EndsWith("\n\nUUIDs do not match.\n"));
 
     files.write("quote\"d\n\x1b", fuzz::MachOImage().dylib("/a\\b").dylib("/c").bytes());
-    const auto json = support::runShell(symbols + "--json app.c quote* missing app.dSYM | python3 -c '"
-                                                  "import json; print(json.load(open(0)))'");
-    EXPECT_THAT(
-        json.standardOutput,
-        testing::StartsWith(
-            "[{'path': 'quote\"d\\n\uFFFD', 'kind': 'mach-o', 'slices': [{'architectureName': 'x86_64', "
-            "'uuid': None, 'minimumOSVersion': '0.0.0', 'linkedSDKVersion': '0.0.0', "
-            "'linkedDylibs': ['/a\\\\b', '/c']}]}, {'path': 'app.dSYM', 'kind': 'dsym', "
-            "'bundleIdentifier': 'app', 'bundleVersion': '1', 'shortBundleVersion': '1.0', 'slices': [{"));
+    const auto json = support::runShell(symbols + R"(--json app.c quote* missing app.dSYM | python3 -c '
+import json
+file, bundle = json.load(open(0))
+print(file, *(bundle[key] for key in list(bundle)[:5]), len(bundle["slices"]))')");
+    EXPECT_EQ(json.standardOutput,
+              "{'path': 'quote\"d\\n\uFFFD', 'kind': 'mach-o', 'slices': [{'architectureName': 'x86_64', "
+              "'uuid': None, 'minimumOSVersion': '0.0.0', 'linkedSDKVersion': '0.0.0', "
+              "'linkedDylibs': ['/a\\\\b', '/c']}]} app.dSYM dsym app 1 1.0 2\n");
     const std::string reason = " cannot be read: it is no Mach-O file and no dSYM bundle that holds one.\n";
     EXPECT_EQ(json.standardError, "app.c" + reason + "missing" + reason);
     EXPECT_EQ(support::runShell(symbols + "missing app").status, 1);
 }
 
-TEST(HostileFile, EveryTruncationAndEveryCorruptedHeaderWordIsReadWithinBounds) {
+TEST(HostileFile, EveryTruncationAndEveryCorruptedWordIsReadWithinBounds) {
     std::vector<std::string> all = fuzz::sampleMachOFiles();
-    for (const RealFiles files; const char* name : RealFiles::names)
+    for (const RealFiles files; const char* name : {"arm64.o", "objects", "app"})
         all.emplace_back(platform::readFile(files.path(name))->bytes());
     for (std::string& bytes : all) {
         fuzz::GuardedReading reading(bytes.size());
         for (std::size_t size = 0; size <= bytes.size(); ++size)
             ASSERT_TRUE(reading.read({bytes.data(), size})) << size;
-        const auto corrupt = [&](const macho::TWLMachOSlice* slice) {
-            char* const start = &bytes[0] + (static_cast<const char*>(slice->startAddress) - bytes.data());
-            for (char* at = start; at + 4 <= std::min(&bytes.back() + 1, start + 1100); at += 4) {
-                std::uint32_t word;
-                std::memcpy(&word, at, 4);
-                for (const std::uint32_t value : {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu, word + 1,
-                                                  word - 1, word + (1u << 24), word - (1u << 24), word}) {
-                    std::memcpy(at, &value, 4);
-                    ASSERT_TRUE(reading.read(bytes)) << at - bytes.data();
-                }
+        // The last image of a sample stands at an odd offset.
+        for (std::size_t at = 0; at + 4 <= std::min<std::size_t>(bytes.size(), 1100); ++at) {
+            const std::string word = bytes.substr(at, 4);
+            for (const std::uint32_t value : {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu}) {
+                std::memcpy(&bytes[at], &value, 4);
+                ASSERT_TRUE(reading.read(bytes)) << at;
             }
-        };
-        const auto header = macho::TWLMachOSliceWithHeader(bytes.data());
-        corrupt(&header);
-        macho::TWLMachOEnumerateSlicesAtAddress(bytes.data(), corrupt, bytes.size());
+            for (const int change : {1, -1}) {
+                bytes.replace(at, 4, word)[at] = static_cast<char>(word[0] + change);
+                ASSERT_TRUE(reading.read(bytes)) << at;
+            }
+            bytes.replace(at, 4, word);
+        }
     }
 }
 

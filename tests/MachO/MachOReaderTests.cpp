@@ -158,15 +158,11 @@ TEST(TWLMachOBinary, OpensRegularFilesOfSixteenBytesToManyGigabytes) {
     EXPECT_EQ(pairsOf(TWLMachOBinary::MachOBinaryWithPath(large)), "x86_64 " + std::string(32, '7') + "\n");
     EXPECT_EQ(pairsOf(binaryOf(std::string(16, '\0'))), "unknown null\n");
 
-    ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600) +
-                  mknod(folder.path("socket").c_str(), S_IFSOCK | 0600, 0),
-              0);
-    std::filesystem::create_symlink("nowhere", folder.path("link"));
+    ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
     const int lowestFree = dup(0);
     close(lowestFree);
-    for (const std::string& each :
-         {folder.path(), folder.path("pipe"), folder.path("socket"), folder.path("link"), large + "/below",
-          std::string("/dev/zero"), large + std::string("\0x", 2), std::string()})
+    for (const std::string& each : {folder.path(), folder.path("pipe"), std::string("/dev/zero"),
+                                    large + std::string("\0x", 2), std::string()})
         EXPECT_EQ(TWLMachOBinary::MachOBinaryWithPath(each), nullptr) << each;
     EXPECT_EQ(binaryOf(std::string(15, '\0')), nullptr);
     EXPECT_EQ(dup(0), lowestFree);
@@ -190,7 +186,6 @@ TEST(TWLdSYM, ReadsItsIdentityAndTheFirstEntryOfItsFolderWhateverItIs) {
 
     const std::string id = "CFBundleIdentifier</key>", version = "<key>CFBundleVersion</key>";
     const std::pair<std::string, const char*> identities[] = {
-        {id + "<array/>", "null null"},
         {id + "<string>com.apple.xcode</string>" + version + "<true/>", "com.apple.xcode null"},
         {id + "<string>com.apple.xcode.dsym.ShopApp</string>" + version + "<integer>7</integer>",
          "ShopApp 7"}};

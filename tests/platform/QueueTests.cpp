@@ -18,49 +18,39 @@ namespace {
 TEST(DispatchQueue, RunsStepsOneByOneInTheirOrderAndWaitingOnesOnTheirThread) {
     const DispatchQueue queue = DispatchQueue::serial("test.serial");
     std::vector<int> order;
-    for (int round = 0; round < 100; ++round) {
-        queue.async([&, round] { order.push_back(2 * round); });
-        std::thread::id ranOn;
-        queue.sync([&, round] {
-            order.push_back(2 * round + 1);
-            ranOn = std::this_thread::get_id();
-            EXPECT_TRUE(queue.isCurrent());
+    for (int round = 0; round < 200; round += 2) {
+        queue.async([&, round] { order.push_back(round); });
+        queue.sync([&, round, caller = std::this_thread::get_id()] {
+            order.push_back(round + 1);
+            EXPECT_EQ(std::this_thread::get_id(), caller);
             DispatchQueue::serial("inner").sync([&] {
                 EXPECT_TRUE(queue.isCurrent()) << "a queue further out is still occupied";
                 EXPECT_EQ(DispatchQueue::currentLabel(), "inner");
             });
         });
-        EXPECT_EQ(ranOn, std::this_thread::get_id());
     }
     EXPECT_FALSE(queue.isCurrent());
-    ASSERT_EQ(order.size(), 200u);
-    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    EXPECT_EQ(order.size(), 200u);
+    EXPECT_TRUE(std::ranges::is_sorted(order));
 }
 
-TEST(DispatchQueue, LetsWaitersAndStepsOfManyThreadsTakeTurns) {
+TEST(DispatchQueue, LetsWaitersAndStepsOfManyThreadsTakeTurnsAndReleasesStepsWhileItIsCurrent) {
     const DispatchQueue queue = DispatchQueue::serial("test.turns");
     int counter = 0;
-    std::list<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&] {
-            for (int turn = 0; turn < 200; ++turn)
-                turn % 2 ? queue.async([&] { ++counter; }) : queue.sync([&] { ++counter; });
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    queue.sync([&] { EXPECT_EQ(counter, 1600); });
+    {
+        std::list<std::jthread> threads;
+        for (int i = 0; i < 8; ++i)
+            threads.emplace_back([&] {
+                for (int turn = 0; turn < 200; ++turn)
+                    turn % 2 ? queue.async([&] { ++counter; }) : queue.sync([&] { ++counter; });
+            });
+    }
     EXPECT_THROW(queue.sync([] { throw 1; }), int);
-    queue.sync([&] { ++counter; });
-    EXPECT_EQ(counter, 1601) << "the queue is free after an exception";
-}
-
-TEST(DispatchQueue, ReleasesWhatAStepHoldsWhileItIsCurrent) {
-    const DispatchQueue queue = DispatchQueue::serial("test.release");
-    std::atomic<bool> wasCurrent = false;
-    queue.async([held = std::shared_ptr<const DispatchQueue>(
-                     &queue, [&](const DispatchQueue* it) { wasCurrent = it->isCurrent(); })] {});
-    queue.sync([] {});
-    EXPECT_TRUE(wasCurrent);
+    const auto countWhenReleased = [&](const DispatchQueue* it) {
+        counter += it->isCurrent() ? 1 : 0;
+    };
+    queue.async([held = std::shared_ptr<const DispatchQueue>(&queue, countWhenReleased)] {});
+    queue.sync([&] { EXPECT_EQ(counter, 1601); });
 }
 
 TEST(DispatchQueue, StartsMoreThreadsWhileOthersBlock) {

@@ -1,5 +1,4 @@
 #include "ditto/ZipWriter.h"
-#include "platform/Files.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
@@ -11,19 +10,13 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <map>
-#include <random>
 
 namespace {
 
 using support::TemporaryFolder;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 namespace fs = std::filesystem;
-
-constexpr std::size_t piece = 1 << 20;
 
 /// Runs in `folder`, with "$D SOURCE ARCHIVE" for the archiver. The output holds both streams.
 support::Ending shell(const TemporaryFolder& folder, const std::string& script) {
@@ -31,102 +24,43 @@ support::Ending shell(const TemporaryFolder& folder, const std::string& script) 
                              "' && exec 2>&1; D='" DITTO_PATH " -c -k --keepParent'; " + script);
 }
 
-std::string bytesOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string noise(std::size_t size) {
-    std::mt19937 random(149);
-    std::string bytes(size, '\0');
-    std::ranges::generate(bytes, [&] { return static_cast<char>(random()); });
-    return bytes;
-}
-
-std::string text(std::size_t size) {
-    std::mt19937 random(7);
-    std::string result;
-    while (result.size() < size)
-        result += "_ZN7Orvane" + std::to_string(random() % 30000) + "Ev\n";
-    result.resize(size);
-    return result;
-}
-
-/// Rising 32-bit numbers, as the look-up tables of a DWARF file hold them.
-std::string table(std::size_t size) {
-    std::string bytes(size, '\0');
-    for (std::size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i / 4 * 16) >> (i % 4 * 8));
-    return bytes;
-}
-
-/// Every path below `folder` with kind and permissions, time, and content or target.
-std::map<std::string, std::string> treeIn(const fs::path& folder) {
-    std::map<std::string, std::string> tree;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        struct stat status;
-        EXPECT_EQ(lstat(entry.path().c_str(), &status), 0);
-        std::string content;
-        if (S_ISLNK(status.st_mode))
-            content = fs::read_symlink(entry.path());
-        else if (S_ISREG(status.st_mode))
-            content = bytesOf(entry.path());
-        tree[fs::relative(entry.path().parent_path(), folder) / entry.path().filename()] =
-            std::to_string(status.st_mode) + " " + std::to_string(status.st_mtime) + " " + content;
-    }
-    return tree;
-}
-
 /// A bundle with everything that one may hold, on both sides of each size that the archiver treats apart.
+/// "table" has rising 32-bit numbers, as the look-up tables of a DWARF file have them.
 void makeBundle(const TemporaryFolder& folder) {
-    const std::map<std::string, std::string> files = {
-        {"Info.plist", "<plist/>\n"},
-        {"DWARF/My App", text(3 * piece + 17)},
-        {"DWARF/exactly two pieces", text(2 * piece)},
-        {"DWARF/incompressible", noise(piece + 1)},
-        {"DWARF/zeros", std::string(5 * piece, '\0')},
-        {"DWARF/table", table(2 * piece + 99)},
-        {"empty", ""},
-        {"one byte", "x"},
-        {"noise", noise(5000)},
-        {"a!", "before a/"},
-        {"a/b", "inside"},
-        {"a.txt", "between"},
-        {"d\xC3\xA9j\xC3\xA0/\xF0\x9F\x8D\x8E", "UTF-8"},
-        {std::string(255, 'n'), "long name"},
-    };
-    for (const auto& [name, content] : files)
-        folder.write("source/My App.app.dSYM/Contents/" + name, content);
-    const auto made = shell(folder, R"(cd 'source/My App.app.dSYM/Contents' && mkdir 'empty folder' &&
-        mkdir many && touch $(seq -f many/%.0f 100) &&
-        ln -s ../../../outside link && ln -s DWARF 'link to folder' && ln -s $(printf %01000d 0) 'long link' &&
-        chmod 400 empty && chmod 4751 'one byte' && chmod 1700 'empty folder' && touch -hd @1234567890 link &&
-        touch -d @315532801 noise && touch -d @0 a! && touch -d @2147483647 'empty folder' &&
-        touch -d @1000000001 DWARF)");
+    folder.write("source/My App.app.dSYM/Contents/d\xC3\xA9j\xC3\xA0/\xF0\x9F\x8D\x8E", "UTF-8");
+    const auto made = shell(folder, R"(set -e
+        cd 'source/My App.app.dSYM/Contents'
+        mkdir DWARF a many 'empty folder'
+        seq 900000 | head -c 3145745 >'DWARF/My App'
+        seq 900000 | head -c 2097152 >'DWARF/exactly two pieces'
+        head -c 1048577 /dev/urandom >DWARF/incompressible
+        head -c 5242880 /dev/zero >DWARF/zeros
+        python3 -c 'import struct, sys
+sys.stdout.buffer.write(struct.pack("<600000I", *range(0, 9600000, 16)))' >DWARF/table
+        head -c 5000 /dev/urandom >noise
+        : >empty; printf x >'one byte'; echo before a/ >a!; echo inside >a/b; echo between >a.txt
+        echo long name >$(printf %0255d 0)
+        touch $(seq -f many/%.0f 100)
+        ln -s ../../../outside link; ln -s DWARF 'link to folder'; ln -s $(printf %01000d 0) 'long link'
+        chmod 400 empty; chmod 4751 'one byte'; chmod 1700 'empty folder'
+        touch -d @315532801 noise; touch -d @0 a!; touch -d @2147483647 'empty folder'
+        touch -d @1000000001 DWARF; touch -hd @1234567890 link)");
     EXPECT_EQ(made.status, 0) << made.standardOutput;
 }
 
 TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
     const TemporaryFolder folder;
     makeBundle(folder);
-    const auto packed = shell(
-        folder, "mkdir tar zip; $D 'source/My App.app.dSYM' A && unzip -tqq A && bsdtar -xpf A -C tar && "
-                "unzip -qqK A -d zip && python3 -m zipfile -t A >/dev/null");
+    // unzip leaves a link's own time alone.
+    const auto packed = shell(folder, R"sh(set -e
+        mkdir tar zip; $D 'source/My App.app.dSYM' A
+        unzip -tqq A; bsdtar -xpf A -C tar; unzip -qqK A -d zip; python3 -m zipfile -t A >/dev/null
+        list() { (cd $1 && find -mindepth 2 -type l -printf "%P %l $2\n" -o -printf '%P %M %Ts\n' | sort); }
+        for unpacked in tar zip; do diff -r --no-dereference source $unpacked; done
+        [ "$(list source)" = "$(list zip)" ]
+        [ "$(list source %Ts)" = "$(list tar %Ts)" ])sh");
     EXPECT_EQ(packed.status, 0);
     EXPECT_EQ(packed.standardOutput, "");
-    const auto source = treeIn(folder.path("source"));
-    for (const std::string unpacker : {"tar", "zip"}) {
-        auto tree = treeIn(folder.path(unpacker));
-        EXPECT_EQ(tree.size(), source.size());
-        for (const auto& [name, description] : source) {
-            // unzip leaves a link's own time alone.
-            if (unpacker == "zip" && fs::is_symlink(folder.path("source/" + name)))
-                continue;
-            EXPECT_TRUE(tree[name] == description)
-                << unpacker << ": " << name << ": " << tree[name].substr(0, 40) << " for "
-                << description.substr(0, 40);
-        }
-    }
 }
 
 TEST(Ditto, TheSameBundleGivesTheSameSortedBytesHoweverItIsNamedAndMade) {
@@ -147,17 +81,10 @@ TEST(Ditto, PacksOneFileOrWhatALinkNamesAndKeepsNamesThatAreNotUTF8Apart) {
     fs::create_symlink("S", folder.path("link"));
     for (const char* name : {"S/\xE9", "S/\xEA", "S/\xC3\xA9", "S/\xEF\xBF\xBD"})
         folder.write(name, name);
-    const auto outcome = shell(folder, "$D file A && unzip -Z1 A && $D link B && unzip -qq B -d out");
+    const auto outcome =
+        shell(folder, "$D file A && unzip -Z1 A && $D link B && unzip -qq B -d out && diff -r S out/link");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.standardOutput, "file\n");
-    EXPECT_EQ(treeIn(folder.path("S")), treeIn(folder.path("out/link")));
-}
-
-TEST(Ditto, TablesShrinkAsNamesDo) {
-    const TemporaryFolder folder;
-    folder.write("S/table", table(3 * piece));
-    ASSERT_EQ(shell(folder, "$D S A").status, 0);
-    EXPECT_LT(fs::file_size(folder.path("A")), piece);
 }
 
 TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
@@ -202,7 +129,6 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
         {"$D missing A", "cannot open missing: No such file or directory\n"},
         {"$D S missing/A", "cannot create missing/A: No such file or directory\n"},
         {"$D S S/A", "cannot write S/A: it would lie inside S, which it is to hold; choose another folder\n"},
-        {"$D S S/sub/../A", "it would lie inside S"},
         {"$D S S/sub/deep", "it would lie inside S"},
         {"$D file file", "cannot write file"},
         {"$D S folder", "cannot write folder: something that is no file is there\n"},
@@ -213,7 +139,6 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
         {"ulimit -f 64; $D S A", "cannot write A: File too large\n"},
         {"ulimit -f 64; $D S $(printf %0256d 0)", "000: File name too long\n"},
         {"ulimit -n 5; $D S A", "Too many open files\n"},
-        {"chmod 0 S/sub; $U $D S A", "cannot open S/sub/: Permission denied\n"},
         {"chmod 0 S/sub/deep; $U $D S A", "cannot open S/sub/deep: Permission denied\n"},
         {"chmod 500 folder; $U $D S folder/A", "cannot create folder/A: Permission denied\n"},
     };
@@ -221,19 +146,19 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
     const std::string setUp = geteuid() == 0 ? "U='setpriv --bounding-set=-all'; " : "U=; ";
     for (const auto& failing : cases) {
         const TemporaryFolder folder;
-        folder.write("S/noise", noise(3 * piece));
+        folder.write("S/noise", "");
+        EXPECT_EQ(shell(folder, "head -c 3M /dev/urandom >S/noise").status, 0);
         folder.write("S/sub/deep", "deep");
         folder.write("A", "what was there");
         folder.write("file", "what was there");
         folder.makeFolder("folder");
-        const auto before = treeIn(folder.path());
         const auto outcome = shell(folder, setUp + "{ " + failing.script + "; } >/dev/null");
         EXPECT_EQ(outcome.status, 1) << failing.script;
         EXPECT_THAT(outcome.standardOutput, StartsWith("ditto: "));
         EXPECT_THAT(outcome.standardOutput, HasSubstr(failing.message));
-        EXPECT_EQ(shell(folder, "rm -f S/z; chmod -R u=rwX .").status, 0);
-        EXPECT_EQ(bytesOf(folder.path("A")), "what was there") << failing.script;
-        EXPECT_EQ(treeIn(folder.path()).size(), before.size()) << failing.script;
+        EXPECT_EQ(shell(folder, "rm -f S/z; chmod -R u=rwX .; cat A file; ls -A . S folder").standardOutput,
+                  "what was therewhat was there.:\nA\nS\nfile\nfolder\n\nS:\nnoise\nsub\n\nfolder:\n")
+            << failing.script;
     }
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
@@ -271,8 +196,7 @@ TEST(Ditto, LeavesNothingWhenASignalEndsItOrAFileChangesWhileItIsRead) {
         const support::Ending ending = archiver.wait();
         EXPECT_EQ(ending.status, status) << disturbance;
         EXPECT_EQ(ending.standardError, message) << disturbance;
-        EXPECT_EQ(bytesOf(folder.path("archives/A")), "what was there");
-        EXPECT_THAT(*platform::namesInDirectory(folder.path("archives")), ElementsAre("A"));
+        EXPECT_EQ(shell(folder, "cat archives/A; ls -A archives").standardOutput, "what was thereA\n");
     }
 }
 
