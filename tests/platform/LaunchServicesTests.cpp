@@ -14,9 +14,9 @@ constexpr const char* url = "tarnwhistle://xcode?a=%20b";
 
 class LaunchServices : public testing::Test {
 protected:
-    std::string writeProgram(std::string_view name, const std::string& text, mode_t mode = 0755) const {
+    std::string writeProgram(std::string_view name, const std::string& text = "#!/bin/true\n") const {
         std::string path = folder.write(name, text);
-        EXPECT_EQ(chmod(path.c_str(), mode), 0);
+        EXPECT_EQ(chmod(path.c_str(), 0755), 0);
         return path;
     }
     void registerHandler(const std::string& exec) const {
@@ -64,8 +64,8 @@ streams=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2 | tr '\n' ' ')
 TEST_F(LaunchServices, FindTheNearestAppFolderOrTheProgramsOwnAndSayWhatCannotBeOpened) {
     EXPECT_EQ(open({}), "none\n-50\n");
     EXPECT_EQ(open({url}), "none\n-10814\n");
-    const std::string program = writeProgram("Outer.app/Inner.app/Contents/Linux/x", "#!/bin/true\n");
-    writeProgram("on path/y", "#!/bin/true\n");
+    const std::string program = writeProgram("Outer.app/Inner.app/Contents/Linux/x");
+    writeProgram("on path/y");
     std::filesystem::create_symlink(program, folder.path("on path/linked"));
     const std::string badlyStarted = writeProgram("badly started", "#!" + folder.path("gone") + "\n");
     const std::pair<std::string, std::string> cases[] = {
@@ -73,7 +73,7 @@ TEST_F(LaunchServices, FindTheNearestAppFolderOrTheProgramsOwnAndSayWhatCannotBe
         {"y %u", folder.path("on path/") + "\n0\n"},
         {"linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
         {"'" + badlyStarted + "'", folder.path() + "/\n-10810\n"},
-        {writeProgram("plain", "#!/bin/sh\n", 0644), "none\n-10814\n"},
+        {folder.write("plain", "#!/bin/sh\n"), "none\n-10814\n"},
         {"'", "none\n-10814\n"}};
     for (const auto& [exec, expected] : cases) {
         registerHandler(exec);

@@ -18,10 +18,11 @@ namespace {
 TEST(DispatchQueue, RunsStepsOneByOneInTheirOrderAndWaitingOnesOnTheirThread) {
     const DispatchQueue queue = DispatchQueue::serial("test.serial");
     std::vector<int> order;
-    for (int round = 0; round < 200; round += 2) {
+    for (int round = 0; round < 300; round += 3) {
         queue.async([&, round] { order.push_back(round); });
+        queue.async([&, round] { order.push_back(round + 1); });
         queue.sync([&, round, caller = std::this_thread::get_id()] {
-            order.push_back(round + 1);
+            order.push_back(round + 2);
             EXPECT_EQ(std::this_thread::get_id(), caller);
             DispatchQueue::serial("inner").sync([&] {
                 EXPECT_TRUE(queue.isCurrent()) << "a queue further out is still occupied";
@@ -30,7 +31,7 @@ TEST(DispatchQueue, RunsStepsOneByOneInTheirOrderAndWaitingOnesOnTheirThread) {
         });
     }
     EXPECT_FALSE(queue.isCurrent());
-    EXPECT_EQ(order.size(), 200u);
+    EXPECT_EQ(order.size(), 300u);
     EXPECT_TRUE(std::ranges::is_sorted(order));
 }
 
