@@ -5,10 +5,8 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 
 namespace {
@@ -58,7 +56,8 @@ TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
         list() { (cd $1 && find -mindepth 2 -type l -printf "%P %l $2\n" -o -printf '%P %M %Ts\n' | sort); }
         for unpacked in tar zip; do diff -r --no-dereference source $unpacked; done
         [ "$(list source)" = "$(list zip)" ]
-        [ "$(list source %Ts)" = "$(list tar %Ts)" ])sh");
+        [ "$(list source %Ts)" = "$(list tar %Ts)" ]
+        $D source/*/*/DWARF/table T; [ $(stat -c %s T) -lt 800000 ])sh");
     EXPECT_EQ(packed.status, 0);
     EXPECT_EQ(packed.standardOutput, "");
 }
@@ -103,21 +102,22 @@ TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
     const auto read =
         shell(folder, "python3 -c 'import struct, zipfile; z = zipfile.ZipFile(\"A\"); i = z.infolist(); "
                       "print(len(i), i[-1].filename, z.read(i[-1]), i[0].file_size, i[0].compress_size, "
-                      "struct.unpack_from(\"<LLHH4sHHQQ\", open(\"A\", \"rb\").read(), 18))'");
-    EXPECT_EQ(read.standardOutput, "66001 65999 b'' 5368709120 1 "
-                                   "(4294967295, 4294967295, 4, 29, b'huge', 1, 16, 5368709120, 1)\n");
+                      "struct.unpack_from(\"<LLHH4sHHQQ\", open(\"A\", \"rb\").read(), 18), "
+                      "open(\"A\", \"rb\").read()[-42:-38])'");
+    EXPECT_EQ(read.standardOutput,
+              "66001 65999 b'' 5368709120 1 "
+              "(4294967295, 4294967295, 4, 29, b'huge', 1, 16, 5368709120, 1) b'PK\\x06\\x07'\n");
 }
 
 TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
     const TemporaryFolder folder;
     folder.write("S/file", "content");
-    for (const char* arguments :
-         {"", "-c -k --keepParent S", "-c -k --keepParent S A more", "-k -c --keepParent S A",
-          "-x -k --keepParent S A", "-c -k --keepParent '' A", "-c -k --keepParent S ''"}) {
-        const auto outcome = shell(folder, DITTO_PATH + std::string(" ") + arguments + " >/dev/null");
-        EXPECT_EQ(outcome.status, 64) << arguments;
-        EXPECT_EQ(outcome.standardOutput, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
-        EXPECT_FALSE(fs::exists(folder.path("A")));
+    for (const char* arguments : {"", "-c -k --keepParent S", "-c -k --keepParent S A more",
+                                  "-k -c --keepParent S A", "-c -k --keepParent '' A"}) {
+        const auto outcome =
+            shell(folder, DITTO_PATH + std::string(" ") + arguments + " >/dev/null; echo $?");
+        EXPECT_EQ(outcome.standardOutput, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n64\n")
+            << arguments;
     }
 }
 
@@ -128,8 +128,7 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
     } cases[] = {
         {"$D missing A", "cannot open missing: No such file or directory\n"},
         {"$D S missing/A", "cannot create missing/A: No such file or directory\n"},
-        {"$D S S/A", "cannot write S/A: it would lie inside S, which it is to hold; choose another folder\n"},
-        {"$D S S/sub/deep", "it would lie inside S"},
+        {"$D S S/sub/deep", "it would lie inside S, which it is to hold; choose another folder\n"},
         {"$D file file", "cannot write file"},
         {"$D S folder", "cannot write folder: something that is no file is there\n"},
         {"$D S /dev/null", "cannot write /dev/null: something that is no file is there\n"},
@@ -170,10 +169,12 @@ TEST(Ditto, LeavesNothingWhenASignalEndsItOrAFileChangesWhileItIsRead) {
         const char* disturbance;
         int status;
         std::string message;
-    } cases[] = {{"kill $1", 128 + SIGTERM, ""},
-                 {"truncate -s 1 S/sub/huge", 1, changed},
-                 {"truncate -s +1 S/sub/huge && touch -d @1000000000.5 S/sub/huge", 1, changed},
-                 {"touch -d @1000000000.4 S/sub/huge", 1, changed}};
+    } cases[] = {
+        {"kill $1", 128 + SIGTERM, ""},
+        {"truncate -s 1 S/sub/huge", 1, changed},
+        {"kill -STOP $1; truncate -s +1 S/sub/huge; touch -d @1000000000.5 S/sub/huge; kill -CONT $1", 1,
+         changed},
+        {"touch -d @1000000000.4 S/sub/huge", 1, changed}};
     for (const auto& [disturbance, status, message] : cases) {
         const TemporaryFolder folder;
         folder.write("archives/A", "what was there");
@@ -183,16 +184,9 @@ TEST(Ditto, LeavesNothingWhenASignalEndsItOrAFileChangesWhileItIsRead) {
         support::ChildProcess archiver(
             {.arguments = {DITTO_PATH, "-c", "-k", "--keepParent", "S", "archives/A"},
              .workingDirectory = folder.path()});
-        const auto writes = [&] {
-            const fs::directory_iterator entries(folder.path("archives"));
-            return std::ranges::any_of(entries, [](const auto& entry) {
-                return entry.path().filename() != "A" && file_size(entry) > 0;
-            });
-        };
-        siginfo_t ended = {};
-        while (ended.si_pid == 0 && !writes())
-            waitid(P_PID, static_cast<id_t>(archiver.identifier()), &ended, WEXITED | WNOHANG | WNOWAIT);
-        shell(folder, "set -- " + std::to_string(archiver.identifier()) + "; " + disturbance);
+        const std::string process = std::to_string(archiver.identifier());
+        shell(folder, "until [ -s archives/.ditto-* ] || grep -q ') Z' /proc/" + process +
+                          "/stat; do :; done; set -- " + process + "; " + disturbance);
         const support::Ending ending = archiver.wait();
         EXPECT_EQ(ending.status, status) << disturbance;
         EXPECT_EQ(ending.standardError, message) << disturbance;

@@ -21,32 +21,22 @@ std::vector<std::uint8_t> deflate(const std::string& content, int level) {
     return stream;
 }
 
-std::string inflate(const std::vector<std::uint8_t>& stream, std::size_t size) {
-    const std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> decompressor(
-        libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
-    std::string content(size, '\0');
-    const auto outcome = libdeflate_deflate_decompress(decompressor.get(), stream.data(), stream.size(),
-                                                       content.data(), size, nullptr);
-    return outcome == LIBDEFLATE_SUCCESS ? content : "broken stream";
-}
-
 /// Content whose streams hold every kind of block: stored, fixed, dynamic, long codewords, single codewords.
 std::vector<std::string> contents() {
     std::mt19937 random(149);
-    std::string noise(70000, '\0');
-    for (char& byte : noise)
-        byte = static_cast<char>(random());
-    std::string skewed;
+    std::string noise, skewed, words;
+    while (noise.size() < 70000)
+        noise += static_cast<char>(random());
     while (skewed.size() < 400000) // geometric, so that rare bytes get the longest codewords
         skewed += static_cast<char>(std::geometric_distribution<int>(0.3)(random) * 7);
-    std::string words;
     while (words.size() < 900000)
         words += "symbol" + std::to_string(random() % 5000) + (random() % 9 ? " " : "\n");
-    return {"",    "a",   "abc",  std::string(300, 'a'), std::string(1 << 20, '\0'),
-            noise, words, skewed, words + noise + skewed};
+    return {"", "a", "abc", std::string(1 << 20, '\0'), noise, words, skewed, words + noise + skewed};
 }
 
 TEST(DeflateBlocks, JoinedStreamsInflateToTheirContentsInARow) {
+    const std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> decompressor(
+        libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
     for (const int level : {0, 1, 6, 9, 12}) {
         std::vector<std::uint8_t> joined;
         std::string expected;
@@ -58,9 +48,13 @@ TEST(DeflateBlocks, JoinedStreamsInflateToTheirContentsInARow) {
             joined.insert(joined.end(), stream.begin(), stream.end());
             expected += content;
         }
-        const std::vector<std::uint8_t> end = deflate("the end", level);
+        const std::vector<std::uint8_t> end = deflate("", level);
         joined.insert(joined.end(), end.begin(), end.end());
-        EXPECT_EQ(inflate(joined, expected.size() + 7), expected + "the end") << "level " << level;
+        std::string content(expected.size(), '\0');
+        EXPECT_EQ(libdeflate_deflate_decompress(decompressor.get(), joined.data(), joined.size(),
+                                                content.data(), content.size(), nullptr),
+                  LIBDEFLATE_SUCCESS);
+        EXPECT_TRUE(content == expected) << "level " << level;
     }
 }
 
