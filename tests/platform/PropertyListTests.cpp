@@ -90,8 +90,8 @@ TEST(PropertyList, RefusesWhatIsNoPropertyList) {
         doubled[i] += std::string(2, static_cast<char>(i + 1));
     doubled.emplace_back("\x09");
     std::string nested;
-    for (int i = 0; i < 600; ++i)
-        nested = "<array>" + nested + "</array>";
+    for (int i = 0; i < 1200; ++i)
+        nested += i < 600 ? "<array>" : "</array>";
     const std::string zero(1, '\0'), eightZeros(8, '\0'), eightOnes(8, '\xff');
     const std::pair<const char*, std::vector<std::string>> refusals[] = {
         {"no value", {"", "<dict><key>a</key></dict>"}},
