@@ -184,9 +184,9 @@ TEST(Ditto, LeavesNothingWhenASignalEndsItOrAFileChangesWhileItIsRead) {
         support::ChildProcess archiver(
             {.arguments = {DITTO_PATH, "-c", "-k", "--keepParent", "S", "archives/A"},
              .workingDirectory = folder.path()});
-        const std::string process = std::to_string(archiver.identifier());
-        shell(folder, "until [ -s archives/.ditto-* ] || grep -q ') Z' /proc/" + process +
-                          "/stat; do :; done; set -- " + process + "; " + disturbance);
+        std::string script = "set -- " + std::to_string(archiver.identifier());
+        script += "; until [ -s archives/.ditto-* ] || grep -q ') Z' /proc/$1/stat; do :; done; ";
+        shell(folder, script.append(disturbance));
         const support::Ending ending = archiver.wait();
         EXPECT_EQ(ending.status, status) << disturbance;
         EXPECT_EQ(ending.standardError, message) << disturbance;
