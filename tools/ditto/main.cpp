@@ -15,8 +15,15 @@ namespace {
 constexpr int failed = 1;
 constexpr int misused = 64; // EX_USAGE of sysexits.h
 
+// Deep folders make endless paths. A caller that reads only after this program's end must find room for the
+// message in its pipe, which holds 64 KiB.
+constexpr std::size_t messageLimit = 8192;
+
 int fail(const std::exception& failure) {
-    platform::writeToStandardError(std::string("ditto: ") + failure.what() + "\n");
+    std::string message = std::string("ditto: ") + failure.what();
+    if (message.size() > messageLimit)
+        message.replace(messageLimit / 2, message.size() - messageLimit, "[...]");
+    platform::writeToStandardError(message + "\n");
     return failed;
 }
 
