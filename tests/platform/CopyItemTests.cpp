@@ -77,7 +77,7 @@ TEST(CopyItem, SaysWhatItCannotCopy) {
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 
     const fs::path start = fs::current_path(), name(std::string(250, 'n'));
-    fs::current_path(folder.path("deep"));
+    fs::current_path(folder.makeFolder("deep"));
     for (int i = 0; i < 17; ++i) {
         fs::create_directory(name);
         fs::current_path(name);
