@@ -14,6 +14,16 @@ function(orvane_floor target prefix)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:orvane_options>)
 endfunction()
 
+# orvane_framework_tool(<target>): a program of Orvane.framework, which every build of an app starts.
+function(orvane_framework_tool target)
+  target_link_libraries(${target} PRIVATE orvane_options)
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/Orvane.framework)
+  if(NOT ORVANE_SANITIZE)
+    # Loading these two takes a tenth of the run's start and a third of the archiver's.
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+endfunction()
+
 # orvane_test(<name> SOURCES ... [LIBRARIES ...]): one test program whose cases ctest runs one by one.
 function(orvane_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
