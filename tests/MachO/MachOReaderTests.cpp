@@ -42,8 +42,7 @@ TEST(MachOReader, EnumeratesSlicesInTheirOrder) {
     EXPECT_EQ(linesOf(universal), inOrder + "unknown@0\n") << "big-endian fields follow either word";
     universal.pop_back();
     EXPECT_EQ(linesOf(universal), "x86_64@1\narm64e@2\narmv7k@null\nunknown@null\n");
-    for (const std::string& other : {std::string(16, '\0'), bigEndian({0xcafebabf, 1, 0x0100000c, 0, 0, 0})})
-        EXPECT_EQ(linesOf(other), "unknown@0\n");
+    EXPECT_EQ(linesOf(bigEndian({0xcafebabf, 1, 0x0100000c, 0, 0, 0})), "unknown@0\n");
     EXPECT_EQ(linesOf(bigEndian({0xcafebabe, 0, 7, 3})), "");
     const std::string endless = bigEndian({0xcafebabe, 0xffffffff}) + std::string(2000000, '\0');
     EXPECT_EQ(linesOf(endless).size(), 65536 * std::strlen("unknown@0\n"));

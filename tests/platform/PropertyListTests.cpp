@@ -51,14 +51,8 @@ plistlib.dump(value, open(sys.argv[1] + ".bin", "wb"), fmt=plistlib.FMT_BINARY)'
         const std::string bytes(readFile(path)->bytes());
         const auto value = parsePropertyList(bytes);
         EXPECT_TRUE(value && *value == samples) << reasonOf(value);
-        for (std::size_t i = 0; i + 1 < bytes.size(); ++i) {
+        for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
             EXPECT_TRUE(!parsePropertyList(bytes.substr(0, i)) || bytes.substr(i) == "\n") << i;
-            for (const char flip : {'\x01', '\x40', '\xff'}) {
-                std::string changed = bytes;
-                changed[i] = static_cast<char>(changed[i] ^ flip);
-                (void)parsePropertyList(changed);
-            }
-        }
     }
 }
 

@@ -1,5 +1,4 @@
 #include "platform/DispatchQueue.h"
-#include "platform/RunLoop.h"
 
 #include <gtest/gtest.h>
 
@@ -81,19 +80,6 @@ TEST(DispatchQueue, WaitersHoldUpNeitherTheStepsBeforeThemNorTheProcessesEnd) {
     crowd()->wait();
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT((crowd(), std::exit(0)), testing::ExitedWithCode(0), "");
-}
-
-TEST(RunLoop, RunsStepsInOrderUntilItIsStoppedOrItsTimeIsOver) {
-    RunLoop& loop = RunLoop::mainRunLoop();
-    std::vector<int> order;
-    loop.setTimer(&order, std::chrono::milliseconds(1), [&] { loop.stop(); });
-    loop.perform([&] { order.push_back(1); });
-    std::thread([&] { loop.perform([&] { order.push_back(2); }); }).join();
-    EXPECT_TRUE(loop.run());
-    EXPECT_EQ(order, (std::vector<int>{1, 2}));
-    EXPECT_FALSE(loop.run(std::chrono::milliseconds(1)));
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(std::thread([&] { loop.run(); }).join(), "run from another thread than the main one");
 }
 
 } // namespace

@@ -13,7 +13,10 @@ namespace support {
 /// A fresh folder that goes with everything in it when the object does.
 class TemporaryFolder {
 public:
-    TemporaryFolder() { EXPECT_NE(mkdtemp(_path.data()), nullptr); }
+    explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path())
+        : _path(std::filesystem::canonical(parent) / "orvane-XXXXXX") {
+        EXPECT_NE(mkdtemp(_path.data()), nullptr);
+    }
     ~TemporaryFolder() {
         std::error_code ignored;
         std::filesystem::remove_all(_path, ignored);
@@ -38,7 +41,7 @@ public:
     }
 
 private:
-    std::string _path = std::filesystem::canonical(std::filesystem::temp_directory_path()) / "orvane-XXXXXX";
+    std::string _path;
 };
 
 } // namespace support
