@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <list>
+#include <mutex>
 
 using platform::Data;
 using platform::RunLoop;
@@ -20,8 +21,8 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr const char* hungName = "hung.invalid";
-std::atomic<bool> isHung = true;
-std::atomic<int> hungLookups = 0;
+/// Held for as long as its lookups are to hang.
+std::mutex hanging;
 
 } // namespace
 
@@ -31,10 +32,7 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
     static const auto system = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
     if (!node || strcmp(node, hungName) != 0)
         return system(node, service, hints, result);
-    ++hungLookups;
-    isHung.wait(true);
-    --hungLookups;
-    hungLookups.notify_all();
+    const std::scoped_lock hang(hanging);
     return EAI_FAIL;
 }
 
@@ -45,13 +43,12 @@ struct Case {
     /// In which the exchange stalls; empty when it does not.
     std::string phase;
     std::size_t size = 0;
-    std::string data = {};
 };
 
 /// One exchange under way; the last one to end stops the main run loop.
 struct Flight {
     Flight(const Case& one, bool isAsynchronous, std::atomic<std::size_t>& underWay)
-        : client(*URL::parse(one.url)) {
+        : phase(one.phase), client(*URL::parse(one.url)) {
         const auto request = TWLWebRequest::requestWithMethod("POST", "");
         request->addData(Data(std::string(one.size, 'x')), "a/b", "n", "f");
         const auto take = [this, &underWay, start = Clock::now()](const auto& taken) {
@@ -66,39 +63,36 @@ struct Flight {
             thread = std::jthread([=, this] { client.syncStartRequest(request, take); });
     }
 
+    const std::string phase;
     TWLWebClient client;
     std::shared_ptr<TWLWebResponse> response;
     Clock::duration time{};
     std::jthread thread;
 };
 
-void expectEnd(const Flight& flight, const Case& one) {
-    EXPECT_EQ(flight.response->responseData(), Data(one.data));
+void expectEnd(const Flight& flight) {
     const std::string error = flight.response->error().value_or(platform::Error{}).description();
-    if (one.phase.empty()) {
+    if (flight.phase.empty()) {
         EXPECT_FALSE(flight.response->error()) << error;
         return;
     }
     EXPECT_THAT(error, HasSubstr("Domain=NSURLErrorDomain Code=-1001 "));
-    EXPECT_THAT(error, HasSubstr("no progress for 15 seconds while " + one.phase));
-    EXPECT_THAT(error, HasSubstr(URL::parse(one.url)->host()));
+    EXPECT_THAT(error, HasSubstr("no progress for 15 seconds while " + flight.phase));
+    EXPECT_THAT(error, HasSubstr(flight.response->requestURL()->host()));
     EXPECT_GE(flight.time, std::chrono::milliseconds(14'900));
     EXPECT_LE(flight.time, std::chrono::seconds(18));
 }
 
 TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
+    const std::scoped_lock hang(hanging);
     // The queue of the full one holds a single connection.
     const support::ListeningPort silent, full(0);
     const platform::FileDescriptor filling = full.connect();
-    const auto answering = [](const std::string& answer) {
-        return [answer](const ScriptedServer::Peer& peer) {
-            peer.readUntil("--AaB03x--\r\n");
-            peer.send(answer);
-            peer.readUntil("the end of the connection");
-        };
-    };
-    const ScriptedServer unanswering(answering(""));
-    const ScriptedServer stopping(answering("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"));
+    const ScriptedServer stopping([](const ScriptedServer::Peer& peer) {
+        peer.readUntil("--AaB03x--\r\n");
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc");
+        peer.readUntil("the end of the connection");
+    });
     // Longer than the limit in all, but never without progress for long.
     const ScriptedServer slow([](const ScriptedServer::Peer& peer) {
         for (const char byte : std::string("HTTP/1.1 200 OK\r\n")) {
@@ -112,8 +106,8 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
         {full.url(), "connecting"},
         {"https" + silent.url().substr(4), "securing the connection"},
         {silent.url(), "sending the request", 64 << 20},
-        {unanswering.url(), "waiting for the answer", 100},
-        {stopping.url(), "receiving the answer", 0, "abc"},
+        {silent.url(), "waiting for the answer", 100},
+        {stopping.url(), "receiving the answer"},
         {slow.url(), ""},
     };
     std::atomic<std::size_t> underWay = 2 * std::size(cases);
@@ -122,14 +116,8 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
         for (const Case& one : cases)
             flights.emplace_back(one, isAsynchronous, underWay);
     ASSERT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
-    for (std::size_t i = 0; const Flight& flight : flights) {
-        SCOPED_TRACE(i);
-        expectEnd(flight, cases[i++ % std::size(cases)]);
-    }
-    isHung = false;
-    isHung.notify_all();
-    for (int left = hungLookups; left > 0; left = hungLookups)
-        hungLookups.wait(left);
+    for (const Flight& flight : flights)
+        expectEnd(flight);
 }
 
 } // namespace

@@ -86,11 +86,7 @@ HTTPServer::HTTPServer(Handler handler, const std::optional<TLS>& tls)
     _server->set_pre_routing_handler(&disguiseType);
     _server->Get(".*", answerTo);
     _server->Post(".*", answerTo);
-    socket_t listener = -1;
-    _server->set_socket_options([&](socket_t socket) { listener = socket; });
     const int port = _server->bind_to_any_port("127.0.0.1");
-    // The library's own queue of 5 would make the system drop connections that come all at once.
-    listen(listener, SOMAXCONN);
     _origin = (tls ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port);
     _thread = std::thread([this] { _server->listen_after_bind(); });
 }

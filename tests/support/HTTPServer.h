@@ -73,8 +73,6 @@ struct FormPart {
     std::string filename;
     std::string contentType;
     std::string content;
-
-    friend bool operator==(const FormPart&, const FormPart&) = default;
 };
 
 /// The parts of a multipart/form-data body as cpp-httplib's server parses it.
