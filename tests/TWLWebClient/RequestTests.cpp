@@ -1,4 +1,5 @@
 #include "TWLWebClient/TWLWebClient.h"
+#include "TWLWebClient/TWLWebClientTransaction.h"
 #include "platform/Files.h"
 #include "support/HTTPServer.h"
 
@@ -84,15 +85,33 @@ TEST(Request, EndsARecordBeforeItsFirstNull) {
     }
 }
 
-TEST(Response, DoesNotGrowDataThatIsHandedOut) {
+TEST(Response, TellsHowTheExchangeEnded) {
     TWLWebResponse response;
+    EXPECT_EQ(response.description(),
+              "{request: (null), status: 0, body: (null), error: (null), headers: (null)}");
+    for (const std::uint64_t status : {0u, 199u, 200u, 299u, 300u}) {
+        response.setStatusCode(status);
+        EXPECT_EQ(response.wasSuccessful(), status / 100 == 2) << status;
+    }
+    response.setStatusCode(201);
+    response.setResponseHeaders(platform::HTTPHeaders{{"A", "b"}});
+    response.setBody(Value::Array{1, nullptr});
+    response.setError(platform::Error{"D", -1, {}});
+    EXPECT_FALSE(response.wasSuccessful());
+    EXPECT_EQ(response.description(), "{request: (null), status: 201, body: (1, (null)), error: "
+                                      "Error Domain=D Code=-1, headers: {\"A\" = \"b\"}}");
     response.appendData(Data("a"));
-    const Data before = response.responseData();
     response.appendData(Data("b"));
-    EXPECT_EQ(before, Data("a"));
+    const Data before = response.responseData();
+    response.appendData(Data(std::string(100, 'c')));
+    EXPECT_EQ(before, Data("ab"));
+    EXPECT_EQ(response.responseData(), Data("ab" + std::string(100, 'c')));
 }
 
 TEST(JSON, DecodesObjectsAndArraysOnly) {
+    EXPECT_EQ(TWLWebClient::decodeJSON(R"([1, -2.5, true, null, "\u00e9", 18446744073709551615, {"k": []}])"),
+              Value(Value::Array{1, -2.5, true, nullptr, "\u00e9", 18446744073709551615.0,
+                                 Value::Dictionary{{"k", Value::Array{}}}}));
     const auto nested = [](std::size_t depth) {
         return std::string(depth, '[') + std::string(depth, ']');
     };
@@ -104,15 +123,49 @@ TEST(JSON, DecodesObjectsAndArraysOnly) {
         EXPECT_TRUE(TWLWebClient::decodeJSON(text).isNull()) << text.substr(0, 20);
 }
 
+std::shared_ptr<TWLWebClientTransaction> started() {
+    auto made = TWLWebClientTransaction::transactionWithRequest(TWLWebRequest::requestWithMethod("GET", "/"));
+    made->startConnection();
+    return made;
+}
+
+void ignore(const std::shared_ptr<TWLWebResponse>&) {}
+
 TEST(ProgrammingErrors, EndTheProcessWithTheirExpression) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(TWLWebRequest::requestWithMethod("GET", std::nullopt),
-                 HasSubstr("(path), function +[TWLWebRequest requestWithMethod:path:], file "
-                           "apple/TWLWebClient/TWLWebClient/TWLWebRequest."));
-    TWLWebClient client(*platform::URL::parse("http://127.0.0.1:1/"));
-    const auto request = TWLWebRequest::requestWithMethod("GET", "/");
-    EXPECT_DEATH(client.syncStartRequest(request, [&](const auto&) { client.connections(); }),
-                 HasSubstr(".rest-client waits for the same queue"));
+    const std::string start = ", function -[TWLWebClientTransaction ";
+    const std::string source = ", file apple/TWLWebClient/TWLWebClient/TWLWebClient",
+                      end = "]" + source + "Transaction.";
+    const std::string request = ", file apple/TWLWebClient/TWLWebClient/TWLWebRequest.";
+    const std::pair<void (*)(), std::string> cases[] = {
+        {[] { TWLWebRequest::requestWithMethod("GET", std::nullopt); },
+         "(path), function +[TWLWebRequest requestWithMethod:path:]" + request},
+        {[] { const TWLWebRequest withoutMethod{std::nullopt}; },
+         "(method), function -[TWLWebRequest initWithMethod:]" + request},
+        {[] { TWLWebClient::encodeJSON(1); },
+         "(0 && \"encodeJSON: isn't implemented yet\"), function +[TWLWebClient encodeJSON:]" + source + "."},
+        {[] { started()->complete(); }, "(_completionHandler)" + start + "complete" + end},
+        {[] { TWLWebClientTransaction(nullptr).syncStartWithCompletionHandler(&ignore); },
+         "(request)" + start + "syncStartConnection" + end},
+        {[] { TWLWebClientTransaction(nullptr).startConnection(); },
+         "(request)" + start + "startConnection" + end},
+        {[] { started()->startConnection(); }, "(_connection == nil)" + start + "startConnection" + end},
+        {[] { started()->syncStartWithCompletionHandler(&ignore); },
+         "(!_connection)" + start + "syncStartWithCompletionHandler:" + end},
+        {[] {
+             platform::URLConnection connection({}, nullptr);
+             started()->connection(connection, std::optional<platform::Error>());
+         },
+         "(error)" + start + "connection:didFailWithError:" + end},
+        {[] {
+             TWLWebClient client(*platform::URL::parse("http://127.0.0.1:1/"));
+             client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", "/"),
+                                     [&](const auto&) { client.connections(); });
+         },
+         ".rest-client waits for the same queue"},
+    };
+    for (const auto& [mistake, message] : cases)
+        EXPECT_DEATH(mistake(), HasSubstr(message));
 }
 
 } // namespace
