@@ -36,6 +36,12 @@ constexpr std::uint64_t certificatesLimit = std::uint64_t(64) << 20;
 
 constexpr std::string_view blanks = " \t";
 
+/// The file with certificates that the user trusts besides the system's; empty when there is none.
+std::string extraCertificates() {
+    const char* const file = std::getenv("SSL_CERT_FILE");
+    return file ? file : "";
+}
+
 /// `bytes` as text: UTF-8 as it stands, anything else read as ISO 8859-1 (RFC 9110 section 5.5).
 std::string headerText(std::string_view bytes) {
     if (auto text = decodeUTF8(bytes))
@@ -205,6 +211,12 @@ void HTTPExchange::setUpTransport() {
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
+    // With certificates of the user's own, a machine need not have any of the system.
+    const char* systemCertificates = nullptr;
+    if (!extraCertificates().empty() &&
+        curl_easy_getinfo(_easy.get(), CURLINFO_CAINFO, &systemCertificates) == CURLE_OK &&
+        systemCertificates && !fileExists(systemCertificates))
+        set(CURLOPT_CAINFO, static_cast<const char*>(nullptr));
     // Decoded here: the library does not notice when the coded bytes end early.
     set(CURLOPT_ACCEPT_ENCODING, "gzip");
     set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
@@ -295,11 +307,10 @@ bool HTTPExchange::startSecuring(void* sslContext) {
     SSL_CTX_set_app_data(context, this);
     SSL_CTX_set_client_cert_cb(context, &Callbacks::clientCertificate);
     // In addition to the system's store, which the library has loaded.
-    const char* const extra = std::getenv("SSL_CERT_FILE");
+    const std::string extra = extraCertificates();
     // Read here first because the library would wait for ever to open a pipe.
-    if (extra && *extra &&
-        (!readFile(extra, certificatesLimit) ||
-         SSL_CTX_load_verify_locations(context, extra, nullptr) != 1)) {
+    if (!extra.empty() && (!readFile(extra, certificatesLimit) ||
+                           SSL_CTX_load_verify_locations(context, extra.c_str(), nullptr) != 1)) {
         failInCallback(format("SSL_CERT_FILE names %@, which holds no certificates that can be read", extra),
                        URLErrorCode::secureConnectionFailed);
         return false;

@@ -51,11 +51,14 @@ Report reportOf(CURLcode result) {
         return {URLErrorCode::serverCertificateUntrusted, "The certificate is not trusted of",
                 "Check the address and this machine's clock, or name a file with the issuer's certificate in "
                 "the environment variable SSL_CERT_FILE."};
+    case CURLE_SSL_CACERT_BADFILE:
+        return {URLErrorCode::secureConnectionFailed, "This machine has no certificates to verify",
+                "Install the package ca-certificates, or name a file of certificates in the environment "
+                "variable SSL_CERT_FILE."};
     case CURLE_SSL_CLIENTCERT:
         return noClientCertificate;
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CIPHER:
-    case CURLE_SSL_CACERT_BADFILE:
     case CURLE_SSL_SHUTDOWN_FAILED:
         return noSecureConnection;
     case CURLE_GOT_NOTHING:
