@@ -120,8 +120,8 @@ TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
     std::string& path = build.environment["TARNWHISTLE_ARTIFACT_PATH"];
     for (const char* bad : {"", "/dev/null", "missing/folder/x", "/"}) {
         path = bad;
-        EXPECT_THAT(printed(build, 1),
-                    HasSubstr(record("Failed to write data to artifact path " + path + "\n\n") + unanswered));
+        const std::string message = std::string("Failed to write data to artifact path ") + bad + "\n\n";
+        EXPECT_THAT(printed(build, 1), HasSubstr(record(message) + unanswered));
     }
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
     path = "relative.plist";

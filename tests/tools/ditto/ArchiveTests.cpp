@@ -21,8 +21,9 @@ namespace fs = std::filesystem;
 
 /// Runs in `folder`, with "$D SOURCE ARCHIVE" for the archiver. The output holds both streams.
 support::Ending shell(const TemporaryFolder& folder, const std::string& script) {
-    return support::runShell("cd '" + folder.path() +
-                             "' && exec 2>&1; D='" DITTO_PATH " -c -k --keepParent'; " + script);
+    return support::runShell(
+        "cd '" + folder.path() +
+        "' && exec 2>&1; export LC_ALL=C.UTF-8; D='" DITTO_PATH " -c -k --keepParent'; " + script);
 }
 
 /// A bundle with everything that one may hold, on both sides of each size that the archiver treats apart.
