@@ -16,7 +16,9 @@
 /// HTTP and HTTPS exchanges: HTTP/1.1, or HTTP/2 where a server offers it over TLS, each exchange over a
 /// connection of its own.
 ///
-/// - No redirect is followed; a redirect's status is the answer. Compressed answers arrive decoded.
+/// - No redirect is followed; a redirect's status is the answer.
+/// - Only gzip is asked for, and such an answer arrives decoded. One that is damaged, ends early or is in
+///   another coding fails with cannotDecodeContentData; what was decoded before stays.
 /// - TLS 1.2 or later; certificates are always verified against the system's store and, additionally, the
 ///   file that the environment variable SSL_CERT_FILE names. Proxies come from the environment (http_proxy,
 ///   https_proxy, all_proxy, no_proxy).
