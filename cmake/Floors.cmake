@@ -18,18 +18,21 @@ endfunction()
 function(orvane_framework_tool target)
   target_link_libraries(${target} PRIVATE orvane_options)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/Orvane.framework)
-  if(NOT ORVANE_SANITIZE)
+  if(ORVANE_PORTABLE)
+    orvane_link_statically(${target})
+  elseif(NOT ORVANE_SANITIZE)
     # Loading these two takes a tenth of the run's start and a third of the archiver's.
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
 endfunction()
 
-# orvane_test(<name> SOURCES ... [LIBRARIES ...]): one test program whose cases ctest runs one by one.
+# orvane_test(<name> SOURCES ... [LIBRARIES ...]): one test program whose cases ctest runs one by one. Its name is their
+# label.
 function(orvane_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE orvane_options orvane_test_support ${ARG_LIBRARIES} GTest::gmock_main)
   # Whom the developer's shell trusts is not what the tests are about.
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES
-    TIMEOUT 300 ENVIRONMENT_MODIFICATION "SSL_CERT_FILE=unset:")
+    TIMEOUT 300 LABELS ${name} ENVIRONMENT_MODIFICATION "SSL_CERT_FILE=unset:")
 endfunction()

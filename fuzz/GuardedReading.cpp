@@ -38,7 +38,7 @@ bool GuardedReading::read(std::string_view bytes) {
     const auto readSlice = [&](const macho::TWLMachOSlice* record) {
         const auto slice = TWLMachOSlice::initWithSlice(record);
         for (const void* section : {slice->ehFrameData(), slice->unwindInfoData()})
-            inside = inside && (!section || (section >= start && section < end));
+            inside = inside && (!section || (section >= start && section <= end));
         inside = inside && (!slice->uuid() || slice->uuid()->size() == 32);
     };
     macho::TWLMachOEnumerateSlicesAtAddress(start, readSlice, bytes.size());

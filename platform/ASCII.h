@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <string_view>
+#include <vector>
 
 /// What formats and protocols say about ASCII characters. No locale has a say in it.
 namespace platform {
@@ -22,6 +24,18 @@ constexpr std::string_view trimmed(std::string_view text, std::string_view blank
     const std::size_t first = text.find_first_not_of(blanks);
     return first == std::string_view::npos ? ""
                                            : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+/// The parts of `text` between the separators, without empty ones.
+inline std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> parts;
+    while (!text.empty()) {
+        const std::string_view part = text.substr(0, text.find(separator));
+        if (!part.empty())
+            parts.push_back(part);
+        text.remove_prefix(std::min(part.size() + 1, text.size()));
+    }
+    return parts;
 }
 
 } // namespace platform

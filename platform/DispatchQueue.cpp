@@ -115,54 +115,9 @@ private:
 
 } // namespace
 
-class DispatchQueue::State : public std::enable_shared_from_this<State> {
-public:
-    State(std::string label, bool isSerial) : _label(std::move(label)), _isSerial(isSerial) {}
+struct DispatchQueue::State : std::enable_shared_from_this<State> {
+    State(std::string name, bool serial) : label(std::move(name)), isSerial(serial) {}
 
-    const std::string& label() const { return _label; }
-
-    void async(Step step) {
-        if (!_isSerial) {
-            Pool::shared().submit(
-                [self = shared_from_this(), step = std::move(step)]() mutable { self->runAndRelease(step); });
-            return;
-        }
-        const std::lock_guard lock(_mutex);
-        _waiting.push_back({std::move(step), nullptr});
-        if (!std::exchange(_isOwned, true))
-            passOn();
-    }
-
-    void sync(const Step& step) {
-        const auto run = [&] {
-            const Frame frame(this);
-            step();
-        };
-        if (!_isSerial)
-            return run();
-        if (isCurrent())
-            refuse();
-        acquire();
-        const struct Release {
-            State& state;
-            ~Release() {
-                const std::lock_guard lock(state._mutex);
-                state.passOn();
-            }
-        } release{*this};
-        run();
-    }
-
-    bool isCurrent() const {
-        for (const Frame* frame = Frame::innermost; frame; frame = frame->outer)
-            if (frame->queue == this)
-                return true;
-        return false;
-    }
-
-    static std::string currentLabel() { return Frame::innermost ? Frame::innermost->queue->label() : ""; }
-
-private:
     /// The queues whose steps the thread is in, innermost first.
     struct Frame {
         explicit Frame(const State* state) : queue(state), outer(innermost) { innermost = this; }
@@ -194,23 +149,30 @@ private:
         step = nullptr;
     }
 
-    void acquire() {
-        std::unique_lock lock(_mutex);
-        if (!std::exchange(_isOwned, true))
-            return;
+    /// Waits for the caller's turn to own the queue, until `release`.
+    State* acquire() {
+        std::unique_lock lock(mutex);
+        if (!std::exchange(isOwned, true))
+            return this;
         Waiter waiter;
-        _waiting.push_back({nullptr, &waiter});
+        waiting.push_back({nullptr, &waiter});
         if (waiter.isWorker)
             Pool::shared().count(-1);
         waiter.wake.wait(lock, [&] { return waiter.isOwner; });
+        return this;
+    }
+
+    static void release(State* state) {
+        const std::lock_guard lock(state->mutex);
+        state->passOn();
     }
 
     /// Gives the queue, which the caller owns, to whoever is next. Under the lock.
     void passOn() {
-        if (_waiting.empty()) {
-            _isOwned = false;
-        } else if (Waiter* const waiter = _waiting.front().waiter) {
-            _waiting.pop_front();
+        if (waiting.empty()) {
+            isOwned = false;
+        } else if (Waiter* const waiter = waiting.front().waiter) {
+            waiting.pop_front();
             waiter->isOwner = true;
             if (waiter->isWorker)
                 Pool::shared().count(1);
@@ -221,10 +183,10 @@ private:
     }
 
     void drain() {
-        std::unique_lock lock(_mutex);
-        while (!_waiting.empty() && !_waiting.front().waiter) {
-            Step step = std::move(_waiting.front().step);
-            _waiting.pop_front();
+        std::unique_lock lock(mutex);
+        while (!waiting.empty() && !waiting.front().waiter) {
+            Step step = std::move(waiting.front().step);
+            waiting.pop_front();
             lock.unlock();
             runAndRelease(step);
             lock.lock();
@@ -232,19 +194,11 @@ private:
         passOn();
     }
 
-    [[noreturn]] void refuse() const {
-        writeToStandardError(
-            format("A step of the queue %@ waits for the same queue, which would never end. Start "
-                   "the work asynchronously, or from outside the queue.\n",
-                   _label));
-        std::abort();
-    }
-
-    const std::string _label;
-    const bool _isSerial;
-    std::mutex _mutex;
-    std::deque<Entry> _waiting;
-    bool _isOwned = false;
+    const std::string label;
+    const bool isSerial;
+    std::mutex mutex;
+    std::deque<Entry> waiting;
+    bool isOwned = false;
 };
 
 thread_local DispatchQueue::State::Frame* DispatchQueue::State::Frame::innermost = nullptr;
@@ -260,23 +214,44 @@ const DispatchQueue& DispatchQueue::global() {
 }
 
 const std::string& DispatchQueue::label() const {
-    return _state->label();
+    return _state->label;
 }
 
 void DispatchQueue::async(std::function<void()> step) const {
-    _state->async(std::move(step));
+    if (!_state->isSerial) {
+        Pool::shared().submit(
+            [state = _state, step = std::move(step)]() mutable { state->runAndRelease(step); });
+        return;
+    }
+    const std::lock_guard lock(_state->mutex);
+    _state->waiting.push_back({std::move(step), nullptr});
+    if (!std::exchange(_state->isOwned, true))
+        _state->passOn();
 }
 
 void DispatchQueue::sync(const std::function<void()>& step) const {
-    _state->sync(step);
+    if (_state->isSerial && isCurrent()) {
+        writeToStandardError(
+            format("A step of the queue %@ waits for the same queue, which would never end. Start "
+                   "the work asynchronously, or from outside the queue.\n",
+                   label()));
+        std::abort();
+    }
+    const std::unique_ptr<State, void (*)(State*)> owned(_state->isSerial ? _state->acquire() : nullptr,
+                                                         &State::release);
+    const State::Frame frame(_state.get());
+    step();
 }
 
 bool DispatchQueue::isCurrent() const {
-    return _state->isCurrent();
+    for (const State::Frame* frame = State::Frame::innermost; frame; frame = frame->outer)
+        if (frame->queue == _state.get())
+            return true;
+    return false;
 }
 
 std::string DispatchQueue::currentLabel() {
-    return State::currentLabel();
+    return State::Frame::innermost ? State::Frame::innermost->queue->label : "";
 }
 
 } // namespace platform

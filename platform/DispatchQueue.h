@@ -36,7 +36,7 @@ public:
     static std::string currentLabel();
 
 private:
-    class State;
+    struct State;
     explicit DispatchQueue(std::shared_ptr<State> state) : _state(std::move(state)) {}
     std::shared_ptr<State> _state;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -27,5 +28,14 @@ public:
 private:
     int _descriptor = -1;
 };
+
+/// The descriptor, moved when it has the number of a standard stream, which the process may have been started
+/// without: that number must stay free, or would be overwritten when the stream is put in place.
+inline FileDescriptor aboveStandardStreams(int descriptor) {
+    FileDescriptor original(descriptor);
+    if (descriptor > STDERR_FILENO)
+        return original;
+    return FileDescriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 } // namespace platform

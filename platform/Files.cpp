@@ -2,7 +2,6 @@
 
 #include "platform/Buffer.h"
 #include "platform/FileDescriptor.h"
-#include "platform/UUID.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -29,28 +28,6 @@ std::optional<struct stat> statusOf(const std::string& path) {
 std::string behindLinks(const std::string& path) {
     const CString resolved(realpath(path.c_str(), nullptr), &std::free);
     return resolved ? std::string(resolved.get()) : path;
-}
-
-Outcome writeAll(const FileDescriptor& file, std::string_view bytes, const std::string& path) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(file.get(), bytes.data(), bytes.size());
-        if (written >= 0)
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno != EINTR)
-            return posixError(errno, "write", path);
-    }
-    return success;
-}
-
-Outcome writeNewFile(const std::string& path, std::string_view bytes, mode_t mode) {
-    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-    if (!file)
-        return posixError(errno, "create", path);
-    if (Outcome written = writeAll(file, bytes, path); !written)
-        return written;
-    if (fsync(file.get()) != 0 || !file.reset())
-        return posixError(errno, "write", path);
-    return success;
 }
 
 } // namespace
@@ -129,28 +106,6 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
     return Data(bytes, std::string_view(bytes.get(), size));
 }
 
-Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions) {
-    if (path.empty() || hasZeroByte(path))
-        return posixError(path.empty() ? ENOENT : EINVAL, "write", path);
-    const std::string target = behindLinks(path);
-    const auto status = statusOf(target);
-    if (status && !S_ISREG(status->st_mode))
-        return posixError(S_ISDIR(status->st_mode) ? EISDIR : EINVAL, "write", path);
-
-    const std::size_t nameStart = target.rfind('/') + 1;
-    const std::string temporary = target.substr(0, nameStart) + "." + makeUUIDString() + ".tmp";
-    const mode_t mode = status ? status->st_mode & 0777 : permissions;
-    Outcome outcome = writeNewFile(temporary, bytes, mode);
-    // What the process's mask has taken away.
-    if (outcome && status && ::chmod(temporary.c_str(), mode) != 0)
-        outcome = posixError(errno, "write", path);
-    if (outcome && ::rename(temporary.c_str(), target.c_str()) != 0)
-        outcome = posixError(errno, "write", path);
-    if (!outcome)
-        ::unlink(temporary.c_str());
-    return outcome;
-}
-
 Outcome removeFile(const std::string& path) {
     if (hasZeroByte(path) || ::unlink(path.c_str()) != 0)
         return posixError(hasZeroByte(path) ? EINVAL : errno, "delete", path);
@@ -158,12 +113,14 @@ Outcome removeFile(const std::string& path) {
 }
 
 std::string pathByAppending(std::string_view path, std::string_view component) {
+    if (path.empty())
+        return std::string(component);
     std::string result(path);
     while (result.ends_with('/') && result.size() > 1)
         result.pop_back();
     while (component.starts_with('/'))
         component.remove_prefix(1);
-    if (!result.empty() && !result.ends_with('/'))
+    if (!result.ends_with('/'))
         result += '/';
     return result += component;
 }

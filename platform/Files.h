@@ -29,15 +29,16 @@ Result<std::vector<std::string>> namesInDirectory(const std::string& path);
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit = UINT64_MAX);
 
 /// Puts `bytes` at `path` so that readers find what was there before or all of `bytes`, never less, whenever
-/// this process is ended. A link to a file at `path` is followed. Fails on anything at `path` that is no
-/// regular file, and leaves no other file behind when it fails. A file that is there keeps its permissions; a
-/// new one gets `permissions`, as chmod(2) writes them, less the process's mask.
+/// this process is ended. Links at `path` are followed. Any path will do at which a file can be created.
+/// Fails on anything at `path` that is no regular file, and leaves no other file behind when it fails. A file
+/// that is there keeps its permissions; a new one gets `permissions`, as chmod(2) writes them, less the
+/// process's mask.
 Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions = 0666);
 
 /// Deletes one file, or the link itself.
 Outcome removeFile(const std::string& path);
 
-/// `path` with one "/" between it and `component`.
+/// `path` with one "/" between it and `component`; `component` itself when `path` is empty.
 std::string pathByAppending(std::string_view path, std::string_view component);
 
 /// The part of the last component behind its last "."; empty when there is none, or nothing before it.

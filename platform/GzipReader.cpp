@@ -9,12 +9,12 @@ namespace platform {
 // Added to the size of the window, it stands for gzip alone.
 constexpr int gzipFormat = 16;
 
-void GzipReader::End::operator()(z_stream_s* stream) const {
+static void endStream(z_stream_s* stream) {
     inflateEnd(stream);
     delete stream;
 }
 
-GzipReader::GzipReader() : _unpacked(std::size_t(64) * 1024, '\0'), _stream(new z_stream_s()) {
+GzipReader::GzipReader() : _unpacked(std::size_t(64) * 1024, '\0'), _stream(new z_stream_s(), &endStream) {
     if (inflateInit2(_stream.get(), gzipFormat + MAX_WBITS) != Z_OK)
         throw std::bad_alloc();
 }

@@ -26,11 +26,8 @@ public:
     bool isComplete() const { return _isComplete; }
 
 private:
-    struct End {
-        void operator()(z_stream_s* stream) const;
-    };
     std::string _unpacked;
-    std::unique_ptr<z_stream_s, End> _stream;
+    std::unique_ptr<z_stream_s, void (*)(z_stream_s*)> _stream;
     bool _isComplete = true;
 };
 

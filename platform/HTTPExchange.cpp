@@ -1,10 +1,10 @@
 #include "platform/HTTPExchange.h"
 
 #include "platform/ASCII.h"
-#include "platform/Files.h"
 #include "platform/Format.h"
 #include "platform/HTTPFailure.h"
 #include "platform/SocketProgress.h"
+#include "platform/TrustedCertificates.h"
 #include "platform/UTF8.h"
 
 #include <fcntl.h>
@@ -17,8 +17,8 @@
 #include <array>
 #include <charconv>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <system_error>
 
 namespace platform {
@@ -31,16 +31,7 @@ constexpr long receiveBufferSize = 128L * 1024;
 // All heads of one answer, interim ones and trailers included.
 constexpr std::size_t headLimit = std::size_t(256) * 1024;
 
-// Of the file with extra certificates; all that a system trusts take a few hundred kilobytes.
-constexpr std::uint64_t certificatesLimit = std::uint64_t(64) << 20;
-
 constexpr std::string_view blanks = " \t";
-
-/// The file with certificates that the user trusts besides the system's; empty when there is none.
-std::string extraCertificates() {
-    const char* const file = std::getenv("SSL_CERT_FILE");
-    return file ? file : "";
-}
 
 /// `bytes` as text: UTF-8 as it stands, anything else read as ISO 8859-1 (RFC 9110 section 5.5).
 std::string headerText(std::string_view bytes) {
@@ -106,7 +97,7 @@ struct HTTPExchange::Callbacks {
         try {
             return step(self);
         } catch (const std::exception& exception) {
-            self.failInCallback(exception.what(), URLErrorCode::dataLengthExceedsMaximum);
+            self.failInCallback(exception.what(), URLErrorCode::unknown);
             return failed;
         }
     }
@@ -163,8 +154,10 @@ struct HTTPExchange::Callbacks {
         });
     }
     static int send(void* exchange, char*, char*, int, int) {
-        return static_cast<HTTPExchange*>(exchange)->startSending() ? CURL_PREREQFUNC_OK
-                                                                    : CURL_PREREQFUNC_ABORT;
+        auto& self = *static_cast<HTTPExchange*>(exchange);
+        const bool hasBody = self._request.body && self._request.body->size() > 0;
+        self._phase = hasBody ? Phase::sending : Phase::waiting;
+        return self._isAbandoned ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
     }
     // The only place where the library shows the bytes behind the announced end of an answer.
     static int debug(CURL*, curl_infotype kind, char*, std::size_t count, void* exchange) {
@@ -186,7 +179,7 @@ Result<std::unique_ptr<HTTPExchange>> HTTPExchange::make(const URLRequest& reque
 
 HTTPExchange::HTTPExchange(const URLRequest& request, HTTPExchangeListener& listener)
     : _request(request), _listener(listener), _host(shownHost(request.url)), _setUpResult(setUpLibrary()),
-      _easy(curl_easy_init()) {
+      _easy(curl_easy_init(), &curl_easy_cleanup) {
     if (!_easy && _setUpResult == CURLE_OK)
         _setUpResult = CURLE_FAILED_INIT;
     setUpTransport();
@@ -211,12 +204,11 @@ void HTTPExchange::setUpTransport() {
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
-    // With certificates of the user's own, a machine need not have any of the system.
-    const char* systemCertificates = nullptr;
-    if (!extraCertificates().empty() &&
-        curl_easy_getinfo(_easy.get(), CURLINFO_CAINFO, &systemCertificates) == CURLE_OK &&
-        systemCertificates && !fileExists(systemCertificates))
-        set(CURLOPT_CAINFO, static_cast<const char*>(nullptr));
+    // The callback `secure` says what is trusted, for each connection anew.
+    set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
+    for (const CURLoption option :
+         {CURLOPT_CAINFO, CURLOPT_CAPATH, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH})
+        set(option, static_cast<const char*>(nullptr));
     // Decoded here: the library does not notice when the coded bytes end early.
     set(CURLOPT_ACCEPT_ENCODING, "gzip");
     set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
@@ -232,16 +224,16 @@ void HTTPExchange::setUpTransport() {
 void HTTPExchange::setUpRequest() {
     set(CURLOPT_URL, _request.url->absoluteString().c_str());
     set(CURLOPT_PATH_AS_IS, 1L);
+    // A name and password in the URL are not sent.
+    set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_NONE));
     const std::string& method = _request.method;
-    if (method == "HEAD") {
-        set(CURLOPT_NOBODY, 1L);
-    } else if (_request.body || method == "POST" || method == "PUT" || method == "PATCH") {
+    if (method == "HEAD")
+        return set(CURLOPT_NOBODY, 1L);
+    if (_request.body || method == "POST" || method == "PUT" || method == "PATCH") {
         set(CURLOPT_POST, 1L);
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(_request.body ? _request.body->size() : 0));
-        set(CURLOPT_CUSTOMREQUEST, method.c_str());
-    } else {
-        set(CURLOPT_CUSTOMREQUEST, method.c_str());
     }
+    set(CURLOPT_CUSTOMREQUEST, method.c_str());
 }
 
 void HTTPExchange::setUpHeaders() {
@@ -260,35 +252,28 @@ void HTTPExchange::setUpHeaders() {
 }
 
 void HTTPExchange::addHeaderLine(const std::string& line) {
-    curl_slist* const longer = curl_slist_append(_headerList.get(), line.c_str());
-    if (!longer) {
+    if (curl_slist* const longer = curl_slist_append(_headerList.get(), line.c_str())) {
+        static_cast<void>(_headerList.release());
+        _headerList.reset(longer);
+    } else {
         _setUpResult = CURLE_OUT_OF_MEMORY;
-        return;
     }
-    static_cast<void>(_headerList.release());
-    _headerList.reset(longer);
 }
 
 void HTTPExchange::setUpCallbacks() {
-    void* const self = this;
-    set(CURLOPT_HEADERFUNCTION, &Callbacks::head);
-    set(CURLOPT_HEADERDATA, self);
-    set(CURLOPT_WRITEFUNCTION, &Callbacks::body);
-    set(CURLOPT_WRITEDATA, self);
-    set(CURLOPT_READFUNCTION, &Callbacks::read);
-    set(CURLOPT_READDATA, self);
-    set(CURLOPT_SEEKFUNCTION, &Callbacks::seek);
-    set(CURLOPT_SEEKDATA, self);
-    set(CURLOPT_OPENSOCKETFUNCTION, &Callbacks::open);
-    set(CURLOPT_OPENSOCKETDATA, self);
-    set(CURLOPT_CLOSESOCKETFUNCTION, &Callbacks::close);
-    set(CURLOPT_CLOSESOCKETDATA, self);
-    set(CURLOPT_SSL_CTX_FUNCTION, &Callbacks::secure);
-    set(CURLOPT_SSL_CTX_DATA, self);
-    set(CURLOPT_PREREQFUNCTION, &Callbacks::send);
-    set(CURLOPT_PREREQDATA, self);
-    set(CURLOPT_DEBUGFUNCTION, &Callbacks::debug);
-    set(CURLOPT_DEBUGDATA, self);
+    const auto setCallback = [this](CURLoption function, auto* callback, CURLoption data) {
+        set(function, callback);
+        set(data, static_cast<void*>(this));
+    };
+    setCallback(CURLOPT_HEADERFUNCTION, &Callbacks::head, CURLOPT_HEADERDATA);
+    setCallback(CURLOPT_WRITEFUNCTION, &Callbacks::body, CURLOPT_WRITEDATA);
+    setCallback(CURLOPT_READFUNCTION, &Callbacks::read, CURLOPT_READDATA);
+    setCallback(CURLOPT_SEEKFUNCTION, &Callbacks::seek, CURLOPT_SEEKDATA);
+    setCallback(CURLOPT_OPENSOCKETFUNCTION, &Callbacks::open, CURLOPT_OPENSOCKETDATA);
+    setCallback(CURLOPT_CLOSESOCKETFUNCTION, &Callbacks::close, CURLOPT_CLOSESOCKETDATA);
+    setCallback(CURLOPT_SSL_CTX_FUNCTION, &Callbacks::secure, CURLOPT_SSL_CTX_DATA);
+    setCallback(CURLOPT_PREREQFUNCTION, &Callbacks::send, CURLOPT_PREREQDATA);
+    setCallback(CURLOPT_DEBUGFUNCTION, &Callbacks::debug, CURLOPT_DEBUGDATA);
     set(CURLOPT_VERBOSE, 1L);
 }
 
@@ -306,13 +291,8 @@ bool HTTPExchange::startSecuring(void* sslContext) {
     auto* const context = static_cast<SSL_CTX*>(sslContext);
     SSL_CTX_set_app_data(context, this);
     SSL_CTX_set_client_cert_cb(context, &Callbacks::clientCertificate);
-    // In addition to the system's store, which the library has loaded.
-    const std::string extra = extraCertificates();
-    // Read here first because the library would wait for ever to open a pipe.
-    if (!extra.empty() && (!readFile(extra, certificatesLimit) ||
-                           SSL_CTX_load_verify_locations(context, extra.c_str(), nullptr) != 1)) {
-        failInCallback(format("SSL_CERT_FILE names %@, which holds no certificates that can be read", extra),
-                       URLErrorCode::secureConnectionFailed);
+    if (const Outcome trusted = trustCertificateAuthorities(context, _host); !trusted) {
+        _callbackError = trusted.error();
         return false;
     }
     return ask(URLProtectionSpace::Method::serverTrust);
@@ -330,11 +310,6 @@ bool HTTPExchange::ask(URLProtectionSpace::Method method, bool isProxy) {
         space.serverTrust = ServerTrust{url.host()};
     if (!_listener.mayGoOn(space))
         _isAbandoned = true;
-    return !_isAbandoned;
-}
-
-bool HTTPExchange::startSending() {
-    _phase = _request.body && _request.body->size() > 0 ? Phase::sending : Phase::waiting;
     return !_isAbandoned;
 }
 
@@ -426,10 +401,7 @@ bool HTTPExchange::finishHead() {
 bool HTTPExchange::takeBody(std::string_view bytes) {
     if (!_gzip)
         return takeDecoded(bytes);
-    const auto take = [this](std::string_view unpacked) {
-        return takeDecoded(unpacked);
-    };
-    if (_hasKnownCoding && _gzip->read(bytes, take))
+    if (_hasKnownCoding && _gzip->read(bytes, std::bind_front(&HTTPExchange::takeDecoded, this)))
         return true;
     if (!_callbackError)
         _callbackError =

@@ -14,7 +14,7 @@
 /// The transport library behind URLConnection.h. Only the transport includes this.
 namespace platform {
 
-/// Hears of an exchange while it runs, inside the library's callbacks.
+/// Hears of an exchange while it runs, inside the library's callbacks, and of its end.
 class HTTPExchangeListener {
 public:
     virtual ~HTTPExchangeListener() = default;
@@ -22,6 +22,8 @@ public:
     virtual void didReceiveBody(std::string_view bytes) = 0;
     /// An authentication is asked for. False ends the exchange.
     virtual bool mayGoOn(const URLProtectionSpace& space) = 0;
+    /// Once, outside the library's callbacks. May destroy the exchange.
+    virtual void didEnd(const std::optional<Error>& error) = 0;
 };
 
 /// One request on one easy handle: how it is told to the library, what the library tells back, whether it
@@ -43,20 +45,14 @@ public:
     /// `checkInterval` while the exchange runs: longer pauses of the asker do not count.
     static constexpr std::chrono::milliseconds checkInterval{250};
     bool hasStalled(Clock::time_point now);
-    Error stallError() const;
 
-    /// How the exchange ended when the library gave `result`: nothing, or why it failed. Once.
-    std::optional<Error> outcome(CURLcode result);
+    /// Tells the listener how the exchange ended when the library gave `result`, or CURLE_OPERATION_TIMEDOUT
+    /// after a stall. Once.
+    void end(CURLcode result) { _listener.didEnd(outcome(result)); }
 
 private:
     enum class Phase { resolving, connecting, securing, sending, waiting, receiving };
     struct Callbacks;
-    struct FreeEasy {
-        void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-    };
-    struct FreeList {
-        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-    };
 
     HTTPExchange(const URLRequest& request, HTTPExchangeListener& listener);
 
@@ -71,7 +67,6 @@ private:
     void letConnectFor(std::chrono::milliseconds time);
     bool startSecuring(void* sslContext);
     bool ask(URLProtectionSpace::Method method, bool isProxy = false);
-    bool startSending();
     std::size_t fillFromBody(char* buffer, std::size_t capacity);
     void seekBody(std::uint64_t offset);
     bool takeHeaderLine(std::string_view line);
@@ -80,6 +75,8 @@ private:
     bool answerChallenge();
     bool takeBody(std::string_view bytes);
     bool takeDecoded(std::string_view bytes);
+    std::optional<Error> outcome(CURLcode result);
+    Error stallError() const;
     Error undecodable(std::string reason) const;
     bool isLongerThanAnnounced() const;
     void failInCallback(const std::string& reason, URLErrorCode code);
@@ -90,7 +87,7 @@ private:
 
     CURLcode _setUpResult = CURLE_OK;
     char _reason[CURL_ERROR_SIZE] = "";
-    std::unique_ptr<curl_slist, FreeList> _headerList;
+    std::unique_ptr<curl_slist, void (*)(curl_slist*)> _headerList{nullptr, &curl_slist_free_all};
     std::vector<curl_socket_t> _sockets;
     std::optional<Error> _callbackError;
     bool _isAbandoned = false;
@@ -117,7 +114,7 @@ private:
     bool _hasKnownCoding = false;
 
     // Last, so that the handle goes before what it points to.
-    std::unique_ptr<CURL, FreeEasy> _easy;
+    std::unique_ptr<CURL, void (*)(CURL*)> _easy;
 };
 
 } // namespace platform

@@ -48,13 +48,9 @@ Report reportOf(CURLcode result) {
         return {URLErrorCode::cannotDecodeContentData, "The compressed answer could not be decoded from",
                 "Try again; when it happens again, ask whoever runs the server."};
     case CURLE_PEER_FAILED_VERIFICATION:
-        return {URLErrorCode::serverCertificateUntrusted, "The certificate is not trusted of",
+        return {URLErrorCode::serverCertificateUntrusted, "No trusted certificate came from",
                 "Check the address and this machine's clock, or name a file with the issuer's certificate in "
                 "the environment variable SSL_CERT_FILE."};
-    case CURLE_SSL_CACERT_BADFILE:
-        return {URLErrorCode::secureConnectionFailed, "This machine has no certificates to verify",
-                "Install the package ca-certificates, or name a file of certificates in the environment "
-                "variable SSL_CERT_FILE."};
     case CURLE_SSL_CLIENTCERT:
         return noClientCertificate;
     case CURLE_SSL_CONNECT_ERROR:

@@ -1,5 +1,8 @@
 #include "platform/JSON.h"
 
+#include "platform/UTF8.h"
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -64,14 +67,49 @@ private:
     std::vector<Value*> _open;
 };
 
+std::optional<Value> parseUTF8(std::string_view text) {
+    Value root;
+    ValueBuilder builder(root);
+    // The library takes a zero byte for the end and does not read what is behind it.
+    if (text.find('\0') != std::string_view::npos ||
+        !nlohmann::json::sax_parse(text.begin(), text.end(), &builder))
+        return std::nullopt;
+    return root;
+}
+
+struct Encoding {
+    std::string_view mark;
+    /// Which of the first bytes are zero in a document without a mark, as its first two characters are ASCII
+    /// (RFC 4627 section 3).
+    std::string_view zeros;
+    std::size_t unitSize;
+    bool isBigEndian;
+};
+
+// UTF-32 first: what it begins with may be taken for UTF-16.
+constexpr Encoding wideEncodings[] = {{{"\0\0\xFE\xFF", 4}, "000x", 4, true},
+                                      {{"\xFF\xFE\0\0", 4}, "x000", 4, false},
+                                      {"\xFE\xFF", "0x0x", 2, true},
+                                      {"\xFF\xFE", "x0x0", 2, false}};
+
+bool hasZeros(std::string_view bytes, std::string_view zeros) {
+    return bytes.size() >= zeros.size() &&
+           std::equal(zeros.begin(), zeros.end(), bytes.begin(),
+                      [](char zero, char byte) { return (zero == '0') == (byte == '\0'); });
+}
+
 } // namespace
 
 std::optional<Value> parseJSON(std::string_view bytes) {
-    Value root;
-    ValueBuilder builder(root);
-    if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &builder))
-        return std::nullopt;
-    return root;
+    for (const Encoding& encoding : wideEncodings) {
+        const bool isMarked = bytes.starts_with(encoding.mark);
+        if (!isMarked && !hasZeros(bytes, encoding.zeros))
+            continue;
+        bytes.remove_prefix(isMarked ? encoding.mark.size() : 0);
+        const auto [text, isValid] = decodeWideText(bytes, encoding.unitSize, encoding.isBigEndian);
+        return isValid ? parseUTF8(text) : std::nullopt;
+    }
+    return parseUTF8(bytes);
 }
 
 } // namespace platform

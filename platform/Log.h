@@ -8,7 +8,7 @@ namespace platform {
 /// with milliseconds, process name, process and thread id, then `message` as it stands, then one line break.
 /// Records of processes that share a log do not mix. Never fails, and once SIGPIPE is ignored
 /// (StandardStreams.h) never ends the process: what a closed, broken or full standard error does not take is
-/// dropped. Any thread may call it.
+/// dropped. Any thread may call it, and the records of several threads do not mix either.
 void log(std::string_view message);
 
 /// Writes `text` to standard error, in one write and under the same promises as `log`.

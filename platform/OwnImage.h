@@ -11,8 +11,8 @@ namespace platform {
 const void* ownImageBase();
 
 /// The path of the file that the image around `address` was loaded from, or null when `address` lies in no
-/// loaded image. The text lives as long as the image stays loaded; for the main executable it is an absolute
-/// path.
+/// loaded image. The text lives as long as the image stays loaded. For the main executable it is the absolute
+/// path that the program was started with: links are not resolved, and the file may have been deleted since.
 const char* imagePath(const void* address);
 
 /// The name that Apple's architecture table gives the host's processor, such as "x86_64" or "arm64"; empty

@@ -17,7 +17,8 @@ struct ProcessRecord {
 std::uint32_t ownProcessIdentifier();
 
 /// The record of one process. A process that does not exist, is the idle process 0 or is hidden from this
-/// user has the all-zero record. Nothing when the table could not be asked just now.
+/// user has the all-zero record. Nothing when the table could not be asked just now. A process that has no
+/// descriptor left can still ask: one is kept for that from the start of the program.
 std::optional<ProcessRecord> processRecord(std::uint32_t identifier);
 
 } // namespace platform

@@ -1,21 +1,26 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <functional>
-#include <memory>
+#include <mutex>
 
 namespace platform {
 
-/// The main thread's loop: it waits for descriptors, timers and posted steps and runs what is due, all on the
-/// main thread.
+/// The main thread's loop: it runs posted steps and what its source has to do, all on the main thread.
 class RunLoop {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// What a descriptor is waited for, or is ready for.
-    struct Interest {
-        bool read = false;
-        bool write = false;
+    /// What the loop waits in while it has no step to run.
+    class Source {
+    public:
+        virtual ~Source() = default;
+        /// Waits until something is due, `limit` has passed or `wake` is called. Then does what is due.
+        virtual void wait(std::chrono::milliseconds limit) = 0;
+        /// Ends the wait that is under way, or else the next one. Any thread.
+        virtual void wake() = 0;
     };
 
     static RunLoop& mainRunLoop();
@@ -33,21 +38,22 @@ public:
     /// Runs `step` once in the loop, after those that were given before. Any thread.
     void perform(std::function<void()> step);
 
-    // From inside the loop only.
-
-    /// Calls `ready` while the descriptor is ready for one of `interest` (errors count as both). Replaces
-    /// what was set for it before; without any interest the descriptor is forgotten.
-    void setDescriptor(int descriptor, Interest interest, std::function<void(Interest)> ready);
-
-    /// One timer for each owner: calls `fire` once after `delay`, instead of what was set before.
-    void setTimer(const void* owner, Clock::duration delay, std::function<void()> fire);
-    void removeTimer(const void* owner);
+    /// Gives the loop its only source, which must live as long as the process. From inside the loop only.
+    void setSource(Source& source);
 
 private:
-    RunLoop();
-    ~RunLoop();
-    struct State;
-    const std::unique_ptr<State> _state;
+    RunLoop() = default;
+    bool takeStop();
+    std::function<void()> takeStep();
+    void wait(Clock::time_point end);
+    void wake();
+
+    std::mutex _mutex;
+    std::condition_variable _woken;
+    std::deque<std::function<void()>> _steps;
+    Source* _source = nullptr;
+    bool _stopIsAsked = false;
+    bool _isRunning = false;
 };
 
 } // namespace platform

@@ -15,18 +15,9 @@ namespace platform {
 /// Why a program could not be started. It never ran when this is thrown.
 class LaunchError : public std::runtime_error {
 public:
-    LaunchError(std::string path, std::string reason)
-        : std::runtime_error("Cannot launch " + path + ": " + reason), _path(std::move(path)),
-          _reason(std::move(reason)) {}
-
-    /// The launch path as it was given.
-    const std::string& path() const { return _path; }
-    /// What stood in the way, with the system's own words when it was the system.
-    const std::string& reason() const { return _reason; }
-
-private:
-    std::string _path;
-    std::string _reason;
+    /// `path` is the launch path as it was given.
+    LaunchError(const std::string& path, const std::string& reason)
+        : std::runtime_error("Cannot launch " + path + ": " + reason) {}
 };
 
 /// A pipe whose two ends belong to this process alone: both close on exec, and neither is one of the
@@ -49,8 +40,9 @@ private:
     FileDescriptor _writeEnd;
 };
 
-/// One run of a program, what the platform calls NSTask. An object starts one child and must wait for it.
-/// Different tasks may be used on different threads at the same time.
+/// One run of a program, what the platform calls NSTask. An object starts one child. It must wait for it,
+/// unless the child is to outlive this process. Different tasks may be used on different threads at the same
+/// time.
 class Task {
 public:
     using Environment = std::map<std::string, std::string>;
@@ -64,16 +56,22 @@ public:
         std::optional<std::string> currentDirectoryPath = {};
         /// The child's whole environment. Nothing: it gets this process's.
         std::optional<Environment> environment = {};
-        Pipe& standardInput;
-        Pipe& standardOutput;
-        Pipe& standardError;
+        /// Null: the stream leads to the null device.
+        Pipe* standardInput = nullptr;
+        Pipe* standardOutput = nullptr;
+        Pipe* standardError = nullptr;
+        /// Whether the child leads a new session. Signals to this process's group or terminal do not reach it
+        /// then.
+        bool newSession = false;
     };
 
-    /// Starts the child, with the default action for SIGPIPE, no signal blocked, and no descriptor of this
-    /// process but its ends of the three pipes, which are closed here: reading then ends when the child does.
-    /// An ignored SIGCHLD is set back to its default in this process, since the system would keep no exit
-    /// status. Throws LaunchError when the program or the working directory cannot be used, or when a text
-    /// cannot be passed on (a zero byte anywhere; an environment name that is empty or holds "=").
+    /// Starts the child, with the default actions for SIGPIPE and SIGXFSZ, no signal blocked, and no
+    /// descriptor of this process but its ends of the pipes, which are closed here: reading then ends
+    /// when the child does. Other signals that this process ignores are ignored in the child too. An ignored
+    /// SIGCHLD is set back to its default in this process, and SA_NOCLDWAIT is taken away, since the system
+    /// would keep no exit status. Throws LaunchError when the program or the working directory cannot be
+    /// used, or when a text cannot be passed on (a zero byte anywhere; an environment name that is empty or
+    /// holds "=").
     void launch(const Setup& setup);
 
     /// Blocks until the child has exited.

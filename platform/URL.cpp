@@ -18,19 +18,17 @@ bool isReserved(char c) {
     return std::string_view("!*'();:@&=+$,/?#[]").find(c) != std::string_view::npos;
 }
 
-int hexValue(char c) {
-    const char upper = c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c;
-    const std::size_t value = hexDigits.find(upper);
-    return value == std::string_view::npos ? -1 : static_cast<int>(value);
-}
-
-bool isEscapeAt(std::string_view text, std::size_t i) {
-    return i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0;
+/// The byte for which `text` has an escape at `i`.
+std::optional<unsigned char> escapedByte(std::string_view text, std::size_t i) {
+    const std::string_view digits = text.substr(i + 1, 2);
+    unsigned char byte = 0;
+    const auto [end, failure] = std::from_chars(digits.begin(), digits.end(), byte, 16);
+    return digits.size() == 2 && end == digits.end() ? std::optional(byte) : std::nullopt;
 }
 
 bool hasOnlyURLCharacters(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i)
-        if (text[i] == '%' ? !isEscapeAt(text, i) : !isUnreserved(text[i]) && !isReserved(text[i]))
+        if (text[i] == '%' ? !escapedByte(text, i) : !isUnreserved(text[i]) && !isReserved(text[i]))
             return false;
     return true;
 }
@@ -38,12 +36,11 @@ bool hasOnlyURLCharacters(std::string_view text) {
 std::string escapeAllBut(std::string_view text, bool (*stays)(char)) {
     std::string result;
     for (const char c : text) {
-        if (stays(c)) {
-            result += c;
-            continue;
-        }
         const auto byte = static_cast<unsigned char>(c);
-        result += {'%', hexDigits[byte >> 4], hexDigits[byte & 0xF]};
+        if (stays(c))
+            result += c;
+        else
+            result += {'%', hexDigits[byte >> 4], hexDigits[byte & 0xF]};
     }
     return result;
 }
@@ -58,29 +55,18 @@ std::string_view takeUntil(std::string_view& text, std::string_view delimiters) 
 /// RFC 3986 section 5.2.4.
 std::string removeDotSegments(std::string_view path) {
     std::string output;
-    const auto removeLastSegment = [&] {
-        output.erase(std::min(output.rfind('/'), output.size()));
-    };
     while (!path.empty()) {
-        if (path.starts_with("../"))
-            path.remove_prefix(3);
-        else if (path.starts_with("./") || path.starts_with("/./"))
-            path.remove_prefix(2);
-        else if (path == "/.")
-            path = "/";
-        else if (path.starts_with("/../")) {
-            path.remove_prefix(3);
-            removeLastSegment();
-        } else if (path == "/..") {
-            path = "/";
-            removeLastSegment();
-        } else if (path == "." || path == "..")
-            path = "";
-        else {
-            const std::size_t end = std::min(path.find('/', 1), path.size());
-            output += path.substr(0, end);
-            path.remove_prefix(end);
-        }
+        // With the "/" before it, which only the first segment of a relative path lacks.
+        const std::string_view segment = path.substr(0, path.find('/', 1));
+        path.remove_prefix(segment.size());
+        if (segment == "/..")
+            output.erase(std::min(output.rfind('/'), output.size()));
+        if (segment == "/." || segment == "/..")
+            output += path.empty() ? "/" : "";
+        else if (segment == "." || segment == "..")
+            path.remove_prefix(path.empty() ? 0 : 1);
+        else
+            output += segment;
     }
     return output;
 }
@@ -178,12 +164,9 @@ URL URL::fileURLWithPath(std::string_view path) {
 std::string URL::path() const {
     std::string decoded;
     for (std::size_t i = 0; i < _path.size(); ++i) {
-        if (_path[i] != '%') {
-            decoded += _path[i];
-            continue;
-        }
-        decoded += static_cast<char>(hexValue(_path[i + 1]) << 4 | hexValue(_path[i + 2]));
-        i += 2;
+        const bool isEscape = _path[i] == '%';
+        decoded += isEscape ? static_cast<char>(*escapedByte(_path, i)) : _path[i];
+        i += isEscape ? 2 : 0;
     }
     return decoded;
 }

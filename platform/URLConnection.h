@@ -3,7 +3,6 @@
 #include "platform/Error.h"
 #include "platform/HTTPBody.h"
 #include "platform/HTTPHeaders.h"
-#include "platform/RunLoop.h"
 #include "platform/URL.h"
 
 #include <chrono>
@@ -17,6 +16,7 @@
 /// connection of its own.
 ///
 /// - No redirect is followed; a redirect's status is the answer.
+/// - No credentials are sent to a server, not even those in a URL.
 /// - Only gzip is asked for, and such an answer arrives decoded. One that is damaged, ends early or is in
 ///   another coding fails with cannotDecodeContentData; what was decoded before stays.
 /// - TLS 1.2 or later; certificates are always verified against the system's store and, additionally, the
@@ -121,7 +121,7 @@ public:
                             const URLProtectionSpace& canAuthenticateAgainstProtectionSpace) = 0;
 };
 
-/// One asynchronous exchange. It makes progress only while the run loop that it is scheduled on runs.
+/// One asynchronous exchange. It makes progress only while the main run loop runs.
 class URLConnection {
 public:
     /// Does not start. Keeps `delegate` alive until the exchange has ended or was cancelled.
@@ -130,9 +130,6 @@ public:
     ~URLConnection();
     URLConnection(const URLConnection&) = delete;
     URLConnection& operator=(const URLConnection&) = delete;
-
-    /// Before `start`. Only the main run loop drives connections.
-    void scheduleInRunLoop(RunLoop& runLoop);
 
     /// Any thread; once.
     void start();

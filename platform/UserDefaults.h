@@ -7,7 +7,8 @@
 
 namespace platform {
 
-/// The user's settings for one program. Arguments of the form -name value come before the preferences file.
+/// The user's settings for one program. Arguments of the form -name value come before the preferences file. A
+/// value does not begin with "-": the argument before such a one has no value.
 class UserDefaults {
 public:
     /// `arguments` are those after the program's name. The preferences are "<domain>.plist" in the user's

@@ -4,6 +4,8 @@
 #include "platform/Hexadecimal.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -30,10 +32,13 @@ std::string describe(const Data& data) {
     return result + (bytes.size() > shownDataBytes ? "...}" : "}");
 }
 
+/// The fewest digits that read as the same number; with an exponent only when there would be many zeros.
 std::string describeReal(double real) {
-    std::string text = std::to_string(real);
-    text.erase(text.find_last_not_of('0') + 1);
-    return text.ends_with('.') ? text + '0' : text;
+    const double size = std::abs(real);
+    const bool isPlain = size == 0 || (size >= 1e-4 && size < 1e17);
+    const auto form = isPlain ? std::chars_format::fixed : std::chars_format::scientific;
+    std::array<char, 32> text;
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), real, form).ptr};
 }
 
 std::string describeMember(const Value& value) {
@@ -44,7 +49,7 @@ std::string describeMember(const Value& value) {
 struct Describe {
     std::string operator()(std::monostate) const { return "(null)"; }
     std::string operator()(bool boolean) const { return boolean ? "1" : "0"; }
-    std::string operator()(std::int64_t integer) const { return std::to_string(integer); }
+    std::string operator()(std::integral auto integer) const { return std::to_string(integer); }
     std::string operator()(double real) const { return describeReal(real); }
     std::string operator()(const std::string& text) const { return text; }
     std::string operator()(const Data& data) const { return describe(data); }
@@ -94,6 +99,19 @@ std::int32_t integerText(std::string_view text) {
     return clamped(negative ? -number : number);
 }
 
+/// Nothing for values that are no numbers. As a double, no integer becomes zero or leaves its side of a
+/// limit.
+std::optional<double> numberIn(const Value& value) {
+    if (const auto* boolean = value.as<bool>())
+        return *boolean;
+    if (const auto* integer = value.as<std::int64_t>())
+        return static_cast<double>(*integer);
+    if (const auto* large = value.as<std::uint64_t>())
+        return static_cast<double>(*large);
+    const auto* real = value.as<double>();
+    return real ? std::optional(*real) : std::nullopt;
+}
+
 } // namespace
 
 std::string Value::description() const {
@@ -101,23 +119,15 @@ std::string Value::description() const {
 }
 
 bool booleanValue(const Value& value) {
-    if (const auto* boolean = value.as<bool>())
-        return *boolean;
-    if (const auto* integer = value.as<std::int64_t>())
-        return *integer != 0;
-    if (const auto* real = value.as<double>())
-        return *real != 0;
+    if (const auto number = numberIn(value))
+        return *number != 0;
     const auto* text = value.as<std::string>();
     return text && booleanText(*text);
 }
 
 std::int32_t integerValue(const Value& value) {
-    if (const auto* boolean = value.as<bool>())
-        return *boolean ? 1 : 0;
-    if (const auto* integer = value.as<std::int64_t>())
-        return clamped(static_cast<double>(*integer));
-    if (const auto* real = value.as<double>())
-        return clamped(*real);
+    if (const auto number = numberIn(value))
+        return clamped(*number);
     const auto* text = value.as<std::string>();
     return text ? integerText(*text) : 0;
 }

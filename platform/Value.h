@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -31,7 +32,10 @@ public:
     Value(std::nullptr_t) {}
     Value(std::same_as<bool> auto boolean) : _storage(boolean) {}
     Value(std::integral auto integer) requires(!std::same_as<decltype(integer), bool>)
-        : _storage(static_cast<std::int64_t>(integer)) {}
+        : _storage(static_cast<std::int64_t>(integer)) {
+        if (std::cmp_greater(integer, INT64_MAX))
+            _storage = static_cast<std::uint64_t>(integer);
+    }
     Value(double real) : _storage(real) {}
     Value(std::string text) : _storage(std::move(text)) {}
     Value(std::string_view text) : _storage(std::string(text)) {}
@@ -49,7 +53,8 @@ public:
     bool isNull() const { return std::holds_alternative<std::monostate>(_storage); }
 
     /// The value as T (bool, std::int64_t, double, std::string, Data, Date, Array or Dictionary), or null
-    /// when it is of another kind. Borrows from this Value.
+    /// when it is of another kind. An integer above INT64_MAX is of the kind std::uint64_t, and no smaller
+    /// one is. Borrows from this Value.
     template <class T>
     const T* as() const {
         return std::get_if<T>(&_storage);
@@ -66,7 +71,8 @@ public:
     friend bool operator==(const Value&, const Value&) = default;
 
 private:
-    std::variant<std::monostate, bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary>
+    std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data, Date, Array,
+                 Dictionary>
         _storage;
 };
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -70,43 +71,55 @@ void keep(const fs::path& folder, const httplib::Request& request) {
             std::ofstream(folder / fs::path(part.filename).filename(), std::ios::binary) << part.content;
 }
 
+std::unique_ptr<httplib::Server> makeServer(const LocalService::TLS& tls) {
+    if (tls.certificate.empty())
+        return std::make_unique<httplib::Server>();
+    auto server = std::make_unique<httplib::SSLServer>(tls.certificate.c_str(), tls.key.c_str());
+    if (!server->is_valid())
+        throw std::runtime_error("Cannot use the certificate " + tls.certificate + " with the key " +
+                                 tls.key);
+    return server;
+}
+
 } // namespace
 
 class LocalService::Implementation {
 public:
-    Implementation(fs::path folder, std::uint16_t wantedPort) : _folder(std::move(folder)) {
+    Implementation(fs::path folder, std::uint16_t wantedPort, const TLS& tls)
+        : _folder(std::move(folder)), _scheme(tls.certificate.empty() ? "http" : "https"),
+          _server(makeServer(tls)) {
         fs::create_directories(_folder);
-        _server.set_payload_max_length(largestUpload);
+        _server->set_payload_max_length(largestUpload);
         // The library's own choice lets several services share a port, and each would see a part of the
         // calls.
-        _server.set_socket_options([](socket_t socket) {
+        _server->set_socket_options([](socket_t socket) {
             const int on = 1;
             setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
         });
-        _server.Post(R"(/spi/v1/platforms/[^/]+/apps/[^/]+/built)",
-                     handler("registration", registrationFields));
-        _server.Post(R"(/api/v3/platforms/[^/]+/code_mappings)", handler("upload", uploadFields));
+        _server->Post(R"(/spi/v1/platforms/[^/]+/apps/[^/]+/built)",
+                      handler("registration", registrationFields));
+        _server->Post(R"(/api/v3/platforms/[^/]+/code_mappings)", handler("upload", uploadFields));
         int port = wantedPort;
         if (wantedPort == 0)
-            port = _server.bind_to_any_port("127.0.0.1");
-        else if (!_server.bind_to_port("127.0.0.1", wantedPort))
+            port = _server->bind_to_any_port("127.0.0.1");
+        else if (!_server->bind_to_port("127.0.0.1", wantedPort))
             port = -1;
         if (port < 0)
             throw std::runtime_error("Cannot listen on 127.0.0.1:" + std::to_string(wantedPort) +
                                      ": is another service running there?");
         _port = static_cast<std::uint16_t>(port);
-        _thread = std::thread([this] { _server.listen_after_bind(); });
-        while (!_server.is_running())
+        _thread = std::thread([this] { _server->listen_after_bind(); });
+        while (!_server->is_running())
             std::this_thread::yield();
     }
     ~Implementation() {
-        _server.stop();
+        _server->stop();
         _thread.join();
     }
     Implementation(const Implementation&) = delete;
     Implementation& operator=(const Implementation&) = delete;
 
-    std::uint16_t port() const { return _port; }
+    std::string origin() const { return _scheme + "://127.0.0.1:" + std::to_string(_port); }
 
 private:
     template <class Fields>
@@ -121,19 +134,20 @@ private:
     }
 
     fs::path _folder;
-    httplib::Server _server;
+    std::string _scheme;
+    std::unique_ptr<httplib::Server> _server;
     std::thread _thread;
     std::atomic<int> _calls = 0;
     std::uint16_t _port = 0;
 };
 
-LocalService::LocalService(std::string folder, std::uint16_t port)
-    : _implementation(std::make_unique<Implementation>(std::move(folder), port)) {}
+LocalService::LocalService(std::string folder, std::uint16_t port, const TLS& tls)
+    : _implementation(std::make_unique<Implementation>(std::move(folder), port, tls)) {}
 
 LocalService::~LocalService() = default;
 
-std::uint16_t LocalService::port() const {
-    return _implementation->port();
+std::string LocalService::origin() const {
+    return _implementation->origin();
 }
 
 } // namespace sample

@@ -20,16 +20,16 @@ std::optional<std::uint16_t> portNumber(const char* text) {
 
 } // namespace
 
-/// local-service FOLDER [PORT]: runs the stand-in service until it is told to end.
+/// local-service FOLDER [PORT [CERTIFICATE KEY]]: runs the stand-in service until SIGINT or SIGTERM.
 int main(int argc, char** argv) {
-    if (argc < 2 || argc > 3) {
-        std::cerr << "usage: local-service FOLDER [PORT]\n";
+    if (argc < 2 || argc == 4 || argc > 5) {
+        std::cerr << "usage: local-service FOLDER [PORT [CERTIFICATE KEY]]\n";
         return 2;
     }
-    const auto port = portNumber(argc == 3 ? argv[2] : "0");
+    const auto port = portNumber(argc >= 3 ? argv[2] : "0");
     if (!port) {
         std::cerr << "'" << argv[2]
-                  << "' is no port: give a number from 1 to 65535, or none for any free one.\n";
+                  << "' is not a port. Give a number from 1 to 65535, or 0 for any free one.\n";
         return 2;
     }
     sigset_t endings;
@@ -38,8 +38,10 @@ int main(int argc, char** argv) {
     sigaddset(&endings, SIGINT);
     pthread_sigmask(SIG_BLOCK, &endings, nullptr); // the service's threads inherit it
     try {
-        const sample::LocalService service(argv[1], *port);
-        std::cout << "Listening on http://127.0.0.1:" << service.port() << std::endl;
+        const sample::LocalService::TLS tls =
+            argc == 5 ? sample::LocalService::TLS{argv[3], argv[4]} : sample::LocalService::TLS{};
+        const sample::LocalService service(argv[1], *port, tls);
+        std::cout << "Listening on " << service.origin() << std::endl;
         int signal = 0;
         sigwait(&endings, &signal);
         return 0;

@@ -17,7 +17,6 @@ namespace macho {
 namespace {
 
 constexpr std::uint64_t smallestFile = 16;
-/// Some forty architectures have names; a hostile count must not keep the caller busy for hours.
 constexpr std::uint32_t mostArchitectures = 65536;
 
 template <class T>
@@ -196,6 +195,15 @@ const char* TWLMachOSliceGetArchitectureName(const TWLMachOSlice* slice) {
 }
 
 void TWLMachOSliceEnumerateLoadCommands(TWLMachOSlice* slice, const LoadCommandCallback& callback) {
+    if (!callback)
+        return;
+    TWLMachOSliceSearchLoadCommands(slice, [&](auto cmd, auto cmdsize, const load_command* command) {
+        callback(cmd, cmdsize, command);
+        return true;
+    });
+}
+
+void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSearch& callback) {
     if (!callback || !slice || !slice->startAddress)
         return;
     const void* const start = slice->startAddress;
@@ -210,9 +218,9 @@ void TWLMachOSliceEnumerateLoadCommands(TWLMachOSlice* slice, const LoadCommandC
     for (std::uint64_t i = 0; i < count && available - position >= sizeof(load_command); ++i) {
         const void* const address = advance(start, position);
         const auto command = load<load_command>(address);
-        if (command.cmdsize > available - position)
+        if (command.cmdsize > available - position ||
+            !callback(command.cmd, command.cmdsize, static_cast<const load_command*>(address)))
             return;
-        callback(command.cmd, command.cmdsize, static_cast<const load_command*>(address));
         position += command.cmdsize;
     }
 }
@@ -244,19 +252,23 @@ void TWLMachOSliceGetSectionByName(const TWLMachOSlice* slice, const char* name,
     *section = nullptr;
     if (!name)
         return;
-    const bool is64Bit = TWLMachOSliceIs64Bit(slice);
-    std::optional<std::uint32_t> offset;
     TWLMachOSlice walked = *slice;
-    TWLMachOSliceEnumerateLoadCommands(
-        &walked, [&](std::uint32_t cmd, std::uint32_t, const load_command* command) {
-            if (offset || cmd != (is64Bit ? LC_SEGMENT_64 : LC_SEGMENT))
-                return;
-            const bool isObjectFile = load<mach_header>(walked.startAddress).filetype == MH_OBJECT;
-            offset = is64Bit ? sectionOffset<segment_command_64, section_64>(command, isObjectFile, name)
-                             : sectionOffset<segment_command, macho::section>(command, isObjectFile, name);
-        });
-    if (offset && *offset < slice->bytesAvailable)
-        *section = advance(slice->startAddress, *offset);
+    TWLMachOSliceSearchLoadCommands(&walked, [&](auto, auto, const load_command* command) {
+        return !TWLMachOSliceGetSectionInCommand(slice, command, name, section);
+    });
+}
+
+bool TWLMachOSliceGetSectionInCommand(const TWLMachOSlice* slice, const load_command* command,
+                                      const char* name, const void** section) {
+    const bool is64Bit = TWLMachOSliceIs64Bit(slice);
+    if (load<load_command>(command).cmd != (is64Bit ? LC_SEGMENT_64 : LC_SEGMENT))
+        return false;
+    const bool isObjectFile = load<mach_header>(slice->startAddress).filetype == MH_OBJECT;
+    const auto offset = is64Bit ? sectionOffset<segment_command_64, section_64>(command, isObjectFile, name)
+                                : sectionOffset<segment_command, macho::section>(command, isObjectFile, name);
+    if (offset)
+        *section = *offset <= slice->bytesAvailable ? advance(slice->startAddress, *offset) : nullptr;
+    return offset.has_value();
 }
 
 const std::uint8_t* TWLMachOGetUUID(const void* uuidCommand) {

@@ -56,6 +56,9 @@ using SliceCallback = std::function<void(TWLMachOSlice* slice)>;
 /// (TWLMachOSliceBytesFrom).
 using LoadCommandCallback =
     std::function<void(std::uint32_t cmd, std::uint32_t cmdsize, const load_command* command)>;
+/// The same; false ends the walk.
+using LoadCommandSearch =
+    std::function<bool(std::uint32_t cmd, std::uint32_t cmdsize, const load_command* command)>;
 
 /// Opens and maps a regular file of at least 16 bytes. False, with nothing left open, for anything else;
 /// never waits for a pipe or a device. A null record or path is false and touches nothing.
@@ -68,7 +71,8 @@ bool TWLMachOFileInitWithCurrent(TWLMachOFile* file);
 void TWLMachOFileDestroy(TWLMachOFile* file);
 
 /// Calls back for each slice in file order. An entry of a universal header that lies outside the file ends
-/// the enumeration, and so does the 65536th; one whose image lies outside is called back with a null start.
+/// the enumeration; one whose image lies outside is called back with a null start. Only the first 65,536
+/// entries are read, whatever the header's count says: some forty architectures have names.
 /// The 64-bit universal format is not known: such a file is one slice of type 0.
 void TWLMachOFileEnumerateSlices(const TWLMachOFile* file, const SliceCallback& callback);
 
@@ -96,6 +100,9 @@ const char* TWLMachOSliceGetArchitectureName(const TWLMachOSlice* slice);
 /// most once for every 8 bytes of the slice.
 void TWLMachOSliceEnumerateLoadCommands(TWLMachOSlice* slice, const LoadCommandCallback& callback);
 
+/// The same until `callback` returns false.
+void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSearch& callback);
+
 /// How many bytes of the slice may be read from `address` on; 0 when it lies outside.
 std::uint64_t TWLMachOSliceBytesFrom(const TWLMachOSlice* slice, const void* address);
 
@@ -110,9 +117,15 @@ void TWLMachOSliceGetUnwindInformation(const TWLMachOSlice* slice, const void** 
                                        const void** unwindInfo);
 
 /// The start of the section of that name in "__TEXT", by its file offset; null when there is none or it
-/// starts outside the slice. In object files, which keep all sections in one unnamed segment, the section's
-/// own segment name counts. Nothing is stored when the record, its start or the out pointer is null.
+/// starts outside the slice. An empty section may start at the slice's end. In object files, which keep all
+/// sections in one unnamed segment, the section's own segment name counts. Nothing is stored when the record,
+/// its start or the out pointer is null.
 void TWLMachOSliceGetSectionByName(const TWLMachOSlice* slice, const char* name, const void** section);
+
+/// The same search in one load command of the slice; false, with nothing stored, when that does not hold the
+/// section. No pointer may be null.
+bool TWLMachOSliceGetSectionInCommand(const TWLMachOSlice* slice, const load_command* command,
+                                      const char* name, const void** section);
 
 // The decoders below trust that the command's structure is there to read: see TWLMachOSliceBytesFrom.
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -40,9 +41,9 @@ bool TWLMachOBinary::open() {
     _file = std::shared_ptr<macho::TWLMachOFile>(new macho::TWLMachOFile, closeFile);
     if (!TWLMachOFileInitWithPath(_file.get(), file.c_str()))
         return false;
-    std::uint64_t allowance = TWLMachOSlice::decodingLimit;
+    TWLDecodingBudget budget{.commandBytes = _file->mappedSize};
     TWLMachOFileEnumerateSlices(_file.get(), [&](const macho::TWLMachOSlice* slice) {
-        _slices.push_back(TWLMachOSlice::initWithSlice(slice, _file, allowance));
+        _slices.push_back(TWLMachOSlice::initWithSlice(slice, _file, budget));
     });
     return true;
 }
@@ -51,9 +52,10 @@ const std::string& TWLMachOBinary::instanceIdentifier() const {
     if (_instanceIdentifier)
         return *_instanceIdentifier;
     auto sorted = _slices;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
-        return a->architectureName() < b->architectureName();
-    });
+    const auto key = [](const auto& slice) {
+        return std::pair(slice->architectureName(), slice->uuid());
+    };
+    std::sort(sorted.begin(), sorted.end(), [&](const auto& a, const auto& b) { return key(a) < key(b); });
     std::string uuids;
     for (const auto& slice : sorted) {
         if (!slice->uuid())

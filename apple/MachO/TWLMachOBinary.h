@@ -37,7 +37,7 @@ public:
     const platform::URL& URL() const { return _url; }
     std::string path() const { return _url.path(); }
 
-    /// In the order of the file.
+    /// In the order of the file; the first 65,536 at most.
     const std::vector<std::shared_ptr<TWLMachOSlice>>& slices() const { return _slices; }
 
     /// 40 lower-case hexadecimal digits that stand for the UUIDs and architectures of all slices, whatever

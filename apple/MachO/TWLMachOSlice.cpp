@@ -9,6 +9,10 @@
 
 namespace {
 
+void take(std::uint64_t& allowance, std::uint64_t bytes) {
+    allowance -= std::min(allowance, bytes);
+}
+
 /// The path of a dylib command when it is all there and is text. Takes what it reads off `allowance`.
 std::optional<std::string> dylibPath(const macho::TWLMachOSlice& image, const macho::load_command* command,
                                      std::uint64_t& allowance) {
@@ -20,7 +24,7 @@ std::optional<std::string> dylibPath(const macho::TWLMachOSlice& image, const ma
     const void* const end = readable == 0 ? nullptr : std::memchr(path, 0, readable);
     const std::uint64_t length =
         end ? static_cast<std::uint64_t>(static_cast<const char*>(end) - path) : readable;
-    allowance -= length;
+    take(allowance, length);
     return end ? platform::decodeUTF8(std::string_view(path, length)) : std::nullopt;
 }
 
@@ -28,16 +32,16 @@ std::optional<std::string> dylibPath(const macho::TWLMachOSlice& image, const ma
 
 std::shared_ptr<TWLMachOSlice> TWLMachOSlice::initWithSlice(const macho::TWLMachOSlice* slice,
                                                             std::shared_ptr<const void> mapping) {
-    std::uint64_t allowance = decodingLimit;
-    return initWithSlice(slice, std::move(mapping), allowance);
+    TWLDecodingBudget budget{.commandBytes = slice ? slice->bytesAvailable : 0};
+    return initWithSlice(slice, std::move(mapping), budget);
 }
 
 std::shared_ptr<TWLMachOSlice> TWLMachOSlice::initWithSlice(const macho::TWLMachOSlice* slice,
                                                             std::shared_ptr<const void> mapping,
-                                                            std::uint64_t& allowance) {
+                                                            TWLDecodingBudget& budget) {
     if (!slice)
         return nullptr;
-    return std::shared_ptr<TWLMachOSlice>(new TWLMachOSlice(*slice, std::move(mapping), allowance));
+    return std::shared_ptr<TWLMachOSlice>(new TWLMachOSlice(*slice, std::move(mapping), budget));
 }
 
 std::shared_ptr<TWLMachOSlice> TWLMachOSlice::runningSlice() {
@@ -46,55 +50,62 @@ std::shared_ptr<TWLMachOSlice> TWLMachOSlice::runningSlice() {
 }
 
 TWLMachOSlice::TWLMachOSlice(const macho::TWLMachOSlice& slice, std::shared_ptr<const void> mapping,
-                             std::uint64_t& allowance)
+                             TWLDecodingBudget& budget)
     : _mapping(std::move(mapping)), _slice(slice) {
-    macho::TWLMachOSlice image = slice;
-    image.bytesAvailable = std::min(slice.bytesAvailable, allowance);
-    const auto decodeCommand = [&](std::uint32_t cmd, std::uint32_t, const macho::load_command* command) {
-        allowance -= std::min<std::uint64_t>(allowance, sizeof *command);
-        decode(cmd, command, image, allowance);
+    const auto decodeCommand = [&](std::uint32_t cmd, std::uint32_t cmdsize,
+                                   const macho::load_command* command) {
+        const std::uint64_t free = std::min<std::uint64_t>(cmdsize, budget.commandBytes);
+        budget.commandBytes -= free;
+        std::uint64_t allowance = free + budget.extraBytes;
+        if (allowance < sizeof *command)
+            return false;
+        decode(cmd, cmdsize, command, allowance);
+        budget.extraBytes = std::min(budget.extraBytes, allowance);
+        return true;
     };
-    TWLMachOSliceEnumerateLoadCommands(&image, decodeCommand);
-    _slice.cputype = image.cputype;
-    _slice.cpusubtype = image.cpusubtype;
+    TWLMachOSliceSearchLoadCommands(&_slice, decodeCommand);
 }
 
-void TWLMachOSlice::decode(std::uint32_t cmd, const macho::load_command* command,
-                           const macho::TWLMachOSlice& image, std::uint64_t& allowance) {
-    const std::uint64_t available = TWLMachOSliceBytesFrom(&image, command);
+void TWLMachOSlice::decode(std::uint32_t cmd, std::uint32_t cmdsize, const macho::load_command* command,
+                           std::uint64_t& allowance) {
+    const std::uint64_t available = TWLMachOSliceBytesFrom(&_slice, command);
     switch (cmd) {
     case macho::LC_VERSION_MIN_MACOSX:
     case macho::LC_VERSION_MIN_IPHONEOS:
+        take(allowance, sizeof(macho::version_min_command));
         if (available >= sizeof(macho::version_min_command)) {
             _minimumOSVersion = macho::TWLMachOGetMinimumOSVersion(command);
             _linkedSDKVersion = macho::TWLMachOGetLinkedSDKVersion(command);
         }
         break;
     case macho::LC_LOAD_DYLIB:
-        if (auto path = dylibPath(image, command, allowance))
+        take(allowance, sizeof(macho::dylib_command));
+        if (auto path = dylibPath(_slice, command, allowance))
             _linkedDylibs.push_back(*std::move(path));
         break;
     case macho::LC_UUID:
+        take(allowance, sizeof(macho::uuid_command));
         if (available >= sizeof(macho::uuid_command))
             _uuidString = macho::TWLMachONormalizeUUID(macho::TWLMachOGetUUID(command));
         break;
+    case macho::LC_SEGMENT:
+    case macho::LC_SEGMENT_64:
+        take(allowance, std::max<std::uint64_t>(cmdsize, sizeof *command));
+        findSection(command, "__eh_frame", _ehFrame);
+        findSection(command, "__unwind_info", _unwindInfo);
+        break;
     default:
+        take(allowance, sizeof *command);
         break;
     }
 }
 
+void TWLMachOSlice::findSection(const macho::load_command* command, const char* name,
+                                Section& section) const {
+    if (!section.isFound)
+        section.isFound = TWLMachOSliceGetSectionInCommand(&_slice, command, name, &section.start);
+}
+
 std::string TWLMachOSlice::architectureName() const {
     return macho::TWLMachOSliceGetArchitectureName(&_slice);
-}
-
-const void* TWLMachOSlice::ehFrameData() const {
-    const void* section = nullptr;
-    TWLMachOSliceGetUnwindInformation(&_slice, &section, nullptr);
-    return section;
-}
-
-const void* TWLMachOSlice::unwindInfoData() const {
-    const void* section = nullptr;
-    TWLMachOSliceGetUnwindInformation(&_slice, nullptr, &section);
-    return section;
 }

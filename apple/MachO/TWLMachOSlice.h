@@ -8,24 +8,29 @@
 #include <string>
 #include <vector>
 
+/// What the objects of one file may read while they are made. The load commands of images that do not overlap
+/// cost nothing, however many they are. What no sound file needs has a limit: images that overlap, commands
+/// of size 0, paths that lie outside their command. It keeps a hostile file from costing hours and gigabytes.
+struct TWLDecodingBudget {
+    /// Bytes of load commands that cost nothing; at the start the size of the file.
+    std::uint64_t commandBytes;
+    /// Bytes that may be read beyond those.
+    std::uint64_t extraBytes = std::uint64_t{16} << 20;
+};
+
 /// One architecture's image, decoded when the object is made. It shares ownership of the mapping that it was
 /// read from, so it may outlive its TWLMachOBinary. Immutable: any number of threads may read it.
 class TWLMachOSlice {
 public:
-    /// How many bytes of load commands and dylib paths one file may make its objects read. Real files hold
-    /// some kilobytes; this keeps overlapping images and repeated commands from costing hours and gigabytes.
-    static constexpr std::uint64_t decodingLimit = std::uint64_t{16} << 20;
-
     /// `slice` must lie in memory that stays as long as the object: that of `mapping`, which the object
     /// keeps, or a loaded image. Null for a null pointer.
     static std::shared_ptr<TWLMachOSlice> initWithSlice(const macho::TWLMachOSlice* slice,
                                                         std::shared_ptr<const void> mapping = nullptr);
 
-    /// The same for one of several slices that share the limit: what has been read is taken off `allowance`,
-    /// and nothing is decoded once that is used up.
+    /// The same for one of several slices that share a budget. Nothing more is decoded once that is used up.
     static std::shared_ptr<TWLMachOSlice> initWithSlice(const macho::TWLMachOSlice* slice,
                                                         std::shared_ptr<const void> mapping,
-                                                        std::uint64_t& allowance);
+                                                        TWLDecodingBudget& budget);
 
     /// The running executable. Where executables are no Mach-O files it has the host's architecture and
     /// nothing else.
@@ -45,16 +50,23 @@ public:
     macho::TWLMachOVersion minimumOSVersion() const { return _minimumOSVersion; }
     macho::TWLMachOVersion linkedSDKVersion() const { return _linkedSDKVersion; }
 
-    /// Where "__eh_frame" and "__unwind_info" of "__TEXT" start, or null; looked up each time. Valid while
-    /// this object lives.
-    const void* ehFrameData() const;
-    const void* unwindInfoData() const;
+    /// Where "__eh_frame" and "__unwind_info" of "__TEXT" start, or null. Valid while this object lives.
+    const void* ehFrameData() const { return _ehFrame.start; }
+    const void* unwindInfoData() const { return _unwindInfo.start; }
 
 private:
+    /// The first section of its name that a load command holds; its start may lie outside the image.
+    struct Section {
+        bool isFound = false;
+        const void* start = nullptr;
+    };
+
     TWLMachOSlice(const macho::TWLMachOSlice& slice, std::shared_ptr<const void> mapping,
-                  std::uint64_t& allowance);
-    void decode(std::uint32_t cmd, const macho::load_command* command, const macho::TWLMachOSlice& image,
+                  TWLDecodingBudget& budget);
+    /// Takes what it reads off `allowance`.
+    void decode(std::uint32_t cmd, std::uint32_t cmdsize, const macho::load_command* command,
                 std::uint64_t& allowance);
+    void findSection(const macho::load_command* command, const char* name, Section& section) const;
 
     std::shared_ptr<const void> _mapping;
     macho::TWLMachOSlice _slice;
@@ -62,4 +74,6 @@ private:
     std::vector<std::string> _linkedDylibs;
     macho::TWLMachOVersion _minimumOSVersion;
     macho::TWLMachOVersion _linkedSDKVersion;
+    Section _ehFrame;
+    Section _unwindInfo;
 };

@@ -69,9 +69,7 @@ std::optional<std::string> TWLdSYM::shortBundleVersion() const {
 
 std::optional<std::string> TWLdSYM::text(std::string_view key) const {
     const platform::Value* value = platform::find(_infoPlist, key);
-    const bool isShown =
-        value && (value->as<std::string>() || value->as<std::int64_t>() || value->as<double>());
-    return isShown ? std::optional(value->description()) : std::nullopt;
+    return value ? std::optional(value->description()) : std::nullopt;
 }
 
 void TWLdSYM::enumerateUUIDs(const TWLUUIDCallback& callback) const {

@@ -30,8 +30,8 @@ public:
     std::optional<platform::URL> executableURL() const;
     std::optional<std::string> executablePath() const;
 
-    /// "CFBundleVersion" and "CFBundleShortVersionString" of the Info.plist: text as it stands, a number as
-    /// its text, nothing for anything else or when the key is missing.
+    /// "CFBundleVersion" and "CFBundleShortVersionString" of the Info.plist: text as it stands, any other
+    /// value as platform::Value describes it; nothing when the key is missing.
     std::optional<std::string> bundleVersion() const;
     std::optional<std::string> shortBundleVersion() const;
 

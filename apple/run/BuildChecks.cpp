@@ -62,15 +62,18 @@ void verifyInfoPlistValuesAtPath(const std::string& path) {
 }
 
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings) {
-    return platform::readDictionary(infoPlistPath(buildSettings));
+    const auto folder = setting(buildSettings, "BUILT_PRODUCTS_DIR");
+    const auto name = setting(buildSettings, "INFOPLIST_PATH");
+    return folder && name ? platform::readDictionary(platform::pathByAppending(*folder, *name))
+                          : std::nullopt;
 }
 
 platform::Value::Dictionary infoPlistDictionary(const BuildSettings& buildSettings) {
-    auto infoPlist = appInfoPlist(buildSettings);
+    const std::string path = infoPlistPath(buildSettings);
+    auto infoPlist = platform::readDictionary(path);
     if (!infoPlist)
-        failWithTitleAndReason(
-            "Failed to Load File",
-            platform::format("Could not load Info.plist contents at path %@", infoPlistPath(buildSettings)));
+        failWithTitleAndReason("Failed to Load File",
+                               platform::format("Could not load Info.plist contents at path %@", path));
     return *std::move(infoPlist);
 }
 

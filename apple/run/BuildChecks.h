@@ -17,7 +17,8 @@ void verifyEnvironmentIsValid(const BuildSettings& buildSettings);
 /// Returns only when the property list at `path` has a CFBundleIdentifier that is text and not empty.
 void verifyInfoPlistValuesAtPath(const std::string& path);
 
-/// The app's Info.plist, or nothing when it cannot be read or its root is no dictionary. Fails nothing.
+/// The app's Info.plist, or nothing when a setting is absent, the file cannot be read, or its root is no
+/// dictionary. INFOPLIST_PATH is a path component here: below an empty BUILT_PRODUCTS_DIR it stands alone.
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings);
 
 /// The app's Info.plist; returns only when it can be read.

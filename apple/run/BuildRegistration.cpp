@@ -16,8 +16,8 @@ bool isSameWord(const std::string& a, const char* b) {
 
 void logFailure(const TWLWebResponse& response) {
     const auto status = static_cast<std::int32_t>(response.statusCode());
-    if (response.error())
-        TWLLog("Could not be onboarded statusCode %i %@", status, *response.error());
+    if (const auto failure = failureOf(response))
+        TWLLog("Could not be onboarded statusCode %i %@", status, *failure);
     else
         TWLLog("Could not be onboarded statusCode %i", status);
 }

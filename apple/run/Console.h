@@ -35,10 +35,12 @@ void NSLog(std::type_identity_t<platform::FormatString<Args...>> format, const A
     platform::log(platform::format<Args...>(format, arguments...));
 }
 
-/// Logs title and reason and ends the process with status 1. Files written so far stay.
+/// Logs title and reason and ends the process as exitWithFailure does.
 [[noreturn]] void failWithTitleAndReason(std::string_view title, std::string_view reason);
 
-/// Ends the process with status 1 after the caller has logged why.
+/// Ends the whole process with status 1 at once, after the caller has logged why. Any thread may call it. No
+/// destructor and no handler of std::atexit runs, and buffers of standard streams are not written. Files
+/// written so far stay.
 [[noreturn]] void exitWithFailure();
 
 } // namespace orvane

@@ -15,6 +15,9 @@ std::string cacheDirectory(const std::string& endpoint) {
     if (const auto created = platform::createDirectories(path); !created) {
         NSLog("ERROR: unable to write directory for object store.");
         NSLog("%@", created.error());
+        if (!platform::hasHomeFolder())
+            NSLog("This user has no home folder: HOME is not set to an absolute path, and the user database "
+                  "names none. Set HOME or XDG_CACHE_HOME to a folder that can be written.");
     }
     return path;
 }

@@ -1,5 +1,6 @@
 #include "run/ServiceRequest.h"
 
+#include "platform/URLConnection.h"
 #include "run/Console.h"
 #include "run/VendorConfiguration.h"
 
@@ -9,7 +10,7 @@ namespace {
 /// The same in every request and every run.
 constexpr const char* developerToken = "a4c123b1612dd272d1371c17149d439536b3216f";
 
-/// Nobody reads the service's answers; a server that goes on for ever must not keep the build waiting.
+/// The bodies of the service's answers are not used; an endless one must not keep the build waiting.
 constexpr std::uint64_t answerLimit = 1 << 20;
 
 } // namespace
@@ -24,6 +25,14 @@ std::shared_ptr<TWLWebRequest> serviceRequest(const std::string& path, const Cre
     request->addValueForHTTPHeaderField(toolBuildVersion(), "X-Tarnwhistle-API-Client-Build-Version");
     request->addValueForHTTPHeaderField(toolVersion(), "X-Tarnwhistle-API-Client-Display-Version");
     return request;
+}
+
+std::optional<platform::Error> failureOf(const TWLWebResponse& response) {
+    const auto& error = response.error();
+    const bool isTooLong =
+        error && error->domain == platform::urlErrorDomain &&
+        error->code == static_cast<std::int64_t>(platform::URLErrorCode::dataLengthExceedsMaximum);
+    return isTooLong ? std::nullopt : error;
 }
 
 platform::URL serviceURL(const std::string& address) {

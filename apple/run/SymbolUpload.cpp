@@ -1,6 +1,7 @@
 #include "Categories/NSTask+Convenience.h"
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/Files.h"
+#include "platform/UTF8.h"
 #include "platform/UUID.h"
 #include "run/BuildChecks.h"
 #include "run/Console.h"
@@ -27,7 +28,10 @@ void addProjectFields(TWLWebRequest& request, const platform::Value::Dictionary&
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleVersion"), "project[display_version]");
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleShortVersionString"),
                                  "project[build_version]");
-    request.addValueForFormField(setting(buildSettings, "CONFIGURATION"),
+    // The environment may hold any bytes; the form is UTF-8.
+    const auto configuration = setting(buildSettings, "CONFIGURATION");
+    request.addValueForFormField(configuration ? std::optional(platform::validUTF8(*configuration))
+                                               : std::nullopt,
                                  "code_mapping[build_configuration]");
     request.addValueForFormField("dsym", "code_mapping[type]");
     request.addValueForFormField(toolBuildVersion(), "com_tarnwhistle_run_version");
@@ -83,10 +87,11 @@ bool isAccepted(std::uint64_t statusCode) {
 void logOutcome(const TWLWebResponse& response, const std::string& dSYMName, const std::string& summary,
                 bool isFinalAttempt) {
     const auto status = static_cast<std::int32_t>(response.statusCode());
+    const auto failure = failureOf(response);
     if (isAccepted(response.statusCode()))
         TWLLog("%@ uploaded statusCode %i\n%@", dSYMName, status, summary);
-    else if (isFinalAttempt && response.error())
-        TWLLog("%@ could not be uploaded statusCode %i %@\n%@", dSYMName, status, *response.error(), summary);
+    else if (isFinalAttempt && failure)
+        TWLLog("%@ could not be uploaded statusCode %i %@\n%@", dSYMName, status, *failure, summary);
     else if (isFinalAttempt)
         TWLLog("%@ could not be uploaded statusCode %i\n%@", dSYMName, status, summary);
 }

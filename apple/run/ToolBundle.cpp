@@ -1,15 +1,18 @@
 #include "run/ToolBundle.h"
 
+#include "platform/Files.h"
 #include "platform/OwnImage.h"
 
-#include <string_view>
+#include <algorithm>
 
 namespace orvane {
 
 std::string toolBundlePath() {
-    const char* path = platform::imagePath(platform::ownImageBase());
-    const std::string_view executable = path ? path : "";
-    return std::string(executable.substr(0, executable.rfind('/')));
+    const char* const path = platform::imagePath(platform::ownImageBase());
+    const std::string executable = platform::resolveSymbolicLinks(path ? path : "");
+    const std::string folder = executable.substr(0, std::max<std::size_t>(executable.rfind('/'), 1));
+    // Again, for a tool that has been deleted: its own path cannot be resolved.
+    return platform::resolveSymbolicLinks(folder);
 }
 
 } // namespace orvane

@@ -4,7 +4,8 @@
 
 namespace orvane {
 
-/// The folder that holds the running tool, free of symbolic links: the framework folder.
+/// The folder that holds the running tool, free of symbolic links: the framework folder. Empty when the
+/// system does not say where that is.
 std::string toolBundlePath();
 
 } // namespace orvane

@@ -1,3 +1,4 @@
+#include "platform/Log.h"
 #include "platform/MappedFiles.h"
 #include "platform/StandardStreams.h"
 #include "run/Console.h"
@@ -9,19 +10,33 @@
 #include <exception>
 #include <new>
 
+namespace {
+
+constexpr const char* noMemory =
+    "There is not enough memory, which must hold the dSYM's archive as a whole. End other programs, or "
+    "raise the limit that 'ulimit -v' shows.";
+
+/// Logs why the run ends. When there is no memory for the record either, a line that needs none is written.
+int fail(const char* reason) {
+    try {
+        orvane::TWLLog("The run cannot go on: %@\n\n", reason);
+    } catch (const std::bad_alloc&) {
+        platform::writeToStandardError("Orvane: The run cannot go on: There is not enough memory.\n");
+    }
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
 int main(int argc, char** argv) {
     platform::prepareStandardStreams();
     platform::endWhenAMappedFileIsCutShort();
     try {
         return orvane::run(argc, argv, environ);
     } catch (const std::bad_alloc&) {
-        orvane::TWLLog(
-            "The run cannot go on: There is not enough memory, which must hold the dSYM's archive as a "
-            "whole. End other programs, or raise the limit that 'ulimit -v' shows.\n\n");
-        return EXIT_FAILURE;
+        return fail(noMemory);
     } catch (const std::exception& failure) {
         // An archiver that cannot be started, for one: no build log profits from a core dump.
-        orvane::TWLLog("The run cannot go on: %@\n\n", failure.what());
-        return EXIT_FAILURE;
+        return fail(failure.what());
     }
 }

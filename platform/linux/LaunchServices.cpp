@@ -1,19 +1,20 @@
 #include "platform/LaunchServices.h"
 
+#include "platform/ASCII.h"
 #include "platform/Files.h"
 #include "platform/Log.h"
+#include "platform/Task.h"
+#include "platform/UserFolders.h"
+#include "platform/linux/DesktopEntry.h"
+#include "platform/linux/KeyFile.h"
 
-#include <gio/gdesktopappinfo.h>
-#include <gio/gio.h>
-#include <unistd.h>
+#include <algorithm>
+#include <cstdlib>
+#include <set>
 
-#include <csignal>
-#include <memory>
-#include <string>
-
-// A desktop's default handlers, as the XDG specifications "Association between MIME types and applications"
-// and "Desktop Entry" describe them. GIO finds the handler. It does not start it: its launcher waits for a
-// session bus, and cannot tell whether the program could be executed.
+// A desktop's default handlers, as the freedesktop standard "Association between MIME types and applications"
+// 1.0.1 describes them. An application's own MimeType line is not read, only its copy in mimeinfo.cache:
+// otherwise each look-up would read all entries.
 
 namespace platform {
 namespace {
@@ -23,93 +24,84 @@ constexpr std::int32_t parameterError = -50;
 constexpr std::int32_t unknownError = -10810;
 constexpr std::int32_t applicationNotFoundError = -10814;
 
-using Handler = std::unique_ptr<GAppInfo, decltype(&g_object_unref)>;
-using Text = std::unique_ptr<char, decltype(&g_free)>;
-using TextList = std::unique_ptr<char*, decltype(&g_strfreev)>;
+/// A folder that can hold association files, and whether it holds desktop entries too.
+struct Folder {
+    std::string path;
+    bool hasEntries;
+};
 
-Handler handlerForURL(const URL& url) {
-    return Handler(g_app_info_get_default_for_uri_scheme(url.scheme().c_str()), &g_object_unref);
+/// The most important first.
+std::vector<Folder> desktopFolders() {
+    std::vector<Folder> folders = {{configurationFolder(), false}};
+    for (const std::string& folder : foldersInVariable("XDG_CONFIG_DIRS", "/etc/xdg"))
+        folders.push_back({folder, false});
+    folders.push_back({pathByAppending(dataFolder(), "applications"), true});
+    for (const std::string& folder : foldersInVariable("XDG_DATA_DIRS", "/usr/local/share:/usr/share"))
+        folders.push_back({pathByAppending(folder, "applications"), true});
+    return folders;
 }
 
-/// The words of the handler's Exec line, field codes still in it.
-std::vector<std::string> execWords(GAppInfo* handler) {
-    const char* line = g_app_info_get_commandline(handler);
-    char** words = nullptr;
-    if (!line || !g_shell_parse_argv(line, nullptr, &words, nullptr))
-        return {};
-    const TextList owner(words, &g_strfreev);
-    std::vector<std::string> result;
-    for (char** word = words; *word; ++word)
-        result.emplace_back(*word);
-    return result;
-}
+/// A desktop file ID that counts only if the first entry that bears it is in the folder `firstFolder` or
+/// after.
+struct Candidate {
+    std::string identifier;
+    std::size_t firstFolder;
+};
 
-/// `word` with its field codes replaced. One URL is all that fits into a word; codes that stand for anything
-/// else than the URL, the application's name and a percent sign are left out.
-std::string expandedWord(const std::string& word, GAppInfo* handler, const URL& url) {
-    std::string result;
-    for (std::size_t i = 0; i < word.size(); ++i) {
-        if (word[i] != '%' || i + 1 == word.size()) {
-            result += word[i];
-            continue;
-        }
-        const char code = word[++i];
-        if (std::string_view("uUfF").find(code) != std::string_view::npos)
-            result += url.absoluteString();
-        else if (code == 'c')
-            result += g_app_info_get_name(handler);
-        else if (code == '%')
-            result += '%';
+/// The names of the files with associations in one folder. Only the last, which is for all desktops, may add
+/// or remove associations.
+std::vector<std::string> listNames() {
+    const char* desktops = std::getenv("XDG_CURRENT_DESKTOP");
+    std::vector<std::string> names;
+    for (const std::string_view desktop : split(desktops ? desktops : "", ':')) {
+        std::string& name = names.emplace_back(desktop);
+        std::transform(name.begin(), name.end(), name.begin(), &lowerCase);
+        name += "-mimeapps.list";
     }
-    return result;
+    names.emplace_back("mimeapps.list");
+    return names;
 }
 
-/// The command that opens `urls`: the list where the line asks for one, at the end when it asks for none.
-std::vector<std::string> commandForURLs(GAppInfo* handler, const std::vector<URL>& urls) {
-    std::vector<std::string> command;
-    bool hasURL = false;
-    const auto addAll = [&] {
-        for (const URL& url : urls)
-            command.push_back(url.absoluteString());
-        hasURL = true;
+/// The applications for a MIME type, the preferred first.
+std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<Folder>& folders) {
+    std::vector<Candidate> candidates, associated;
+    std::set<std::string, std::less<>> removed;
+    const auto add = [&](std::vector<Candidate>& to, const Data& file, const char* group,
+                         std::size_t folder) {
+        for (const std::string_view identifier : split(keyFileValue(file, group, type), ';'))
+            if (!removed.contains(identifier) && identifier.find('/') == std::string_view::npos)
+                to.push_back({std::string(identifier), folder});
     };
-    for (const std::string& word : execWords(handler)) {
-        if (word == "%U" || word == "%F") {
-            addAll();
-        } else if (std::string expanded = expandedWord(word, handler, urls.front());
-                   !expanded.empty() || word.empty()) {
-            hasURL = hasURL || expanded.find(urls.front().absoluteString()) != std::string::npos;
-            command.push_back(std::move(expanded));
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        Data list;
+        for (const std::string& name : listNames()) {
+            list = readKeyFile(pathByAppending(folders[i].path, name));
+            add(candidates, list, "Default Applications", 0);
         }
+        add(associated, list, "Added Associations", i);
+        for (const std::string_view identifier : split(keyFileValue(list, "Removed Associations", type), ';'))
+            removed.emplace(identifier);
+        if (folders[i].hasEntries)
+            add(associated, readKeyFile(pathByAppending(folders[i].path, "mimeinfo.cache")), "MIME Cache", i);
     }
-    if (!hasURL && !command.empty())
-        addAll();
-    return command;
+    candidates.insert(candidates.end(), associated.begin(), associated.end());
+    return candidates;
 }
 
-/// Runs in the child, where only async-signal-safe calls are allowed.
-void leaveSession(void*) {
-    setsid();
-    signal(SIGPIPE, SIG_DFL);
-    signal(SIGXFSZ, SIG_DFL);
-}
-
-/// GLib closes all descriptors in the child, opens its standard streams on the null device and leaves it to
-/// the system to reap.
-bool start(const std::vector<std::string>& command, const char* folder) {
-    std::vector<char*> words;
-    words.reserve(command.size() + 1);
-    for (const std::string& word : command)
-        words.push_back(const_cast<char*>(word.c_str()));
-    words.push_back(nullptr);
-    constexpr int flags = G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL;
-    GError* error = nullptr;
-    const bool started = g_spawn_async(folder, words.data(), nullptr, static_cast<GSpawnFlags>(flags),
-                                       &leaveSession, nullptr, nullptr, &error);
-    if (!started)
-        log(error->message);
-    g_clear_error(&error);
-    return started;
+/// The installed application that opens URLs of this scheme; its file is empty when there is none.
+DesktopEntry handlerForURL(const URL& url) {
+    const std::vector<Folder> folders = desktopFolders();
+    for (const auto& [identifier, firstFolder] : candidatesFor("x-scheme-handler/" + url.scheme(), folders)) {
+        DesktopEntry entry;
+        std::size_t visited = 0; // the entry's folder is the last of them
+        for (; visited < folders.size() && entry.file.empty(); ++visited)
+            if (folders[visited].hasEntries)
+                entry = DesktopEntry::find(folders[visited].path, identifier);
+        std::span<const URL> urls(&url, 1);
+        if (visited > firstFolder && !entry.command(urls).empty())
+            return entry;
+    }
+    return {};
 }
 
 /// The nearest "*.app" folder above `program`.
@@ -126,14 +118,12 @@ std::optional<std::string> applicationFolderAbove(const std::string& program) {
 } // namespace
 
 std::optional<URL> applicationForURL(const URL& url) {
-    const Handler handler = handlerForURL(url);
-    const std::vector<std::string> words = handler ? execWords(handler.get()) : std::vector<std::string>();
-    const Text found(words.empty() ? nullptr : g_find_program_in_path(words.front().c_str()), &g_free);
-    if (!found)
+    std::span<const URL> urls(&url, 1);
+    const std::vector<std::string> command = handlerForURL(url).command(urls);
+    if (command.empty())
         return std::nullopt;
-    const std::string program = found.get();
-    const std::string behindLinks = resolveSymbolicLinks(program);
-    auto folder = applicationFolderAbove(program);
+    const std::string behindLinks = resolveSymbolicLinks(command.front());
+    auto folder = applicationFolderAbove(command.front());
     if (!folder)
         folder = applicationFolderAbove(behindLinks);
     return URL::fileURLWithPath(folder.value_or(behindLinks.substr(0, behindLinks.rfind('/'))) + "/");
@@ -142,15 +132,23 @@ std::optional<URL> applicationForURL(const URL& url) {
 std::int32_t openURLs(const std::vector<URL>& urls) {
     if (urls.empty())
         return parameterError;
-    const Handler handler = handlerForURL(urls.front());
-    const auto command = handler ? commandForURLs(handler.get(), urls) : std::vector<std::string>();
-    if (command.empty())
-        return applicationNotFoundError;
-    const Text folder(G_IS_DESKTOP_APP_INFO(handler.get())
-                          ? g_desktop_app_info_get_string(G_DESKTOP_APP_INFO(handler.get()), "Path")
-                          : nullptr,
-                      &g_free);
-    return start(command, folder && *folder ? folder.get() : nullptr) ? 0 : unknownError;
+    const DesktopEntry handler = handlerForURL(urls.front());
+    const std::string folder = handler.text("Path");
+    for (std::span<const URL> rest = urls; !rest.empty();) {
+        const std::vector<std::string> command = handler.command(rest);
+        if (command.empty())
+            return applicationNotFoundError;
+        try {
+            Task().launch({.launchPath = command.front(),
+                           .arguments = {command.begin() + 1, command.end()},
+                           .currentDirectoryPath = folder.empty() ? std::nullopt : std::optional(folder),
+                           .newSession = true});
+        } catch (const LaunchError& error) {
+            log(error.what());
+            return unknownError;
+        }
+    }
+    return 0;
 }
 
 void openInBrowser(const URL& url) {

@@ -1,13 +1,16 @@
 #include "platform/OwnImage.h"
 
-#include <dlfcn.h>
-#include <link.h>
-#include <sys/utsname.h>
+#include "platform/Files.h"
 
+#include <limits.h>
+#include <link.h>
+#include <sys/auxv.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <array>
 #include <cstdint>
-#include <filesystem>
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace platform {
@@ -21,13 +24,53 @@ int storeFirstImageBase(dl_phdr_info* image, std::size_t, void* result) {
     return 1;
 }
 
-/// dladdr(3) only knows the main program's argv[0], which may be relative to a folder left since.
+/// The working directory of the start. It is noted before all other code of the program, and not on the heap:
+/// nobody could report a failed allocation there.
+std::array<char, PATH_MAX> startFolder;
+
+[[gnu::constructor(101)]] void noteStartFolder() {
+    if (!getcwd(startFolder.data(), startFolder.size()))
+        startFolder[0] = '\0';
+}
+
+std::string startPath() {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    const auto* const path = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    if (!path || path[0] == '/')
+        return path ? path : "";
+    return pathByAppending(startFolder.data(), path);
+}
+
+/// The path that the program was started with, made absolute. The kernel passes it (getauxval(3)), and the
+/// loader corrects it when it was started itself to run the program. argv[0] may be any text. /proc/self/exe
+/// names the loader in that case, and another file once the program's own has been deleted. Never destroyed:
+/// any thread may ask until the very end.
 const std::string& ownPath() {
-    static const std::string path = [] {
-        std::error_code failure;
-        return std::filesystem::read_symlink("/proc/self/exe", failure).string();
-    }();
-    return path;
+    static const auto* const path = new std::string(startPath());
+    return *path;
+}
+
+/// dladdr(3) does this too, but not in a program that is linked statically.
+struct Search {
+    const std::uintptr_t address;
+    /// Made before the search: no exception may pass through dl_iterate_phdr.
+    const char* const mainPath;
+    bool isMainProgram = true;
+    const char* path = nullptr;
+};
+
+int searchImage(dl_phdr_info* image, std::size_t, void* data) {
+    auto& search = *static_cast<Search*>(data);
+    for (int i = 0; i < image->dlpi_phnum; ++i) {
+        const auto& segment = image->dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD ||
+            search.address - image->dlpi_addr - segment.p_vaddr >= segment.p_memsz)
+            continue;
+        search.path = search.isMainProgram ? search.mainPath : image->dlpi_name;
+        return 1;
+    }
+    search.isMainProgram = false;
+    return 0;
 }
 
 } // namespace
@@ -39,12 +82,9 @@ const void* ownImageBase() {
 }
 
 const char* imagePath(const void* address) {
-    Dl_info image = {};
-    if (dladdr(address, &image) == 0)
-        return nullptr;
-    if (image.dli_fbase != ownImageBase())
-        return image.dli_fname;
-    return ownPath().empty() ? nullptr : ownPath().c_str();
+    Search search{reinterpret_cast<std::uintptr_t>(address), ownPath().c_str()};
+    dl_iterate_phdr(searchImage, &search);
+    return search.path && *search.path ? search.path : nullptr;
 }
 
 std::string_view hostArchitecture() {

@@ -5,9 +5,11 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -18,30 +20,45 @@ std::string reasonOf(int errorNumber) {
     return std::generic_category().message(errorNumber);
 }
 
-/// A standard stream's number would be overwritten while the child's streams are put in place.
-FileDescriptor aboveStandardStreams(int descriptor) {
-    FileDescriptor original(descriptor);
-    if (descriptor > STDERR_FILENO)
-        return original;
-    return FileDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+/// A root file system that holds a single program may have no devices. There an empty file in memory takes
+/// the null device's place.
+FileDescriptor openNullDevice() {
+    const int device = open("/dev/null", O_RDWR | O_CLOEXEC);
+    return aboveStandardStreams(device >= 0 ? device : memfd_create("null", MFD_CLOEXEC));
 }
 
-/// posix_spawn's list of what the child does before it becomes the program.
-class SpawnActions {
+/// What posix_spawn does in the child before it becomes the program. A broken pipe must end the program even
+/// when this process ignores SIGPIPE, and so must a file that may not grow; signals that this process blocks
+/// must reach it.
+class SpawnSetup {
 public:
-    explicit SpawnActions(const std::string& launchPath) : _launchPath(launchPath) {
+    explicit SpawnSetup(const Task::Setup& setup) : _launchPath(setup.launchPath) {
+        const int session = setup.newSession ? POSIX_SPAWN_SETSID : 0;
+        sigset_t signals;
         check(posix_spawn_file_actions_init(&_actions));
+        posix_spawnattr_init(&_attributes);
+        posix_spawnattr_setflags(
+            &_attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | session));
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&_attributes, &signals);
+        sigaddset(&signals, SIGPIPE);
+        sigaddset(&signals, SIGXFSZ);
+        posix_spawnattr_setsigdefault(&_attributes, &signals);
     }
-    ~SpawnActions() { posix_spawn_file_actions_destroy(&_actions); }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
+    ~SpawnSetup() {
+        posix_spawnattr_destroy(&_attributes);
+        posix_spawn_file_actions_destroy(&_actions);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
 
     void changeFolder(int folder) { check(posix_spawn_file_actions_addfchdir_np(&_actions, folder)); }
     void connect(const FileDescriptor& end, int stream) {
         check(posix_spawn_file_actions_adddup2(&_actions, end.get(), stream));
     }
     void closeFrom(int lowest) { check(posix_spawn_file_actions_addclosefrom_np(&_actions, lowest)); }
-    const posix_spawn_file_actions_t* get() const { return &_actions; }
+    const posix_spawn_file_actions_t* actions() const { return &_actions; }
+    const posix_spawnattr_t* attributes() const { return &_attributes; }
 
 private:
     void check(int errorNumber) const {
@@ -51,28 +68,6 @@ private:
 
     const std::string& _launchPath;
     posix_spawn_file_actions_t _actions;
-};
-
-/// A broken pipe must end the program even when this process ignores SIGPIPE, and so must a file that may not
-/// grow; signals that this process blocks must reach it.
-class SpawnAttributes {
-public:
-    SpawnAttributes() {
-        sigset_t signals;
-        posix_spawnattr_init(&_attributes);
-        posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&_attributes, &signals);
-        sigaddset(&signals, SIGPIPE);
-        sigaddset(&signals, SIGXFSZ);
-        posix_spawnattr_setsigdefault(&_attributes, &signals);
-    }
-    ~SpawnAttributes() { posix_spawnattr_destroy(&_attributes); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    const posix_spawnattr_t* get() const { return &_attributes; }
-
-private:
     posix_spawnattr_t _attributes;
 };
 
@@ -167,27 +162,30 @@ void Task::launch(const Setup& setup) {
     const std::vector<char*> ownEnvironment = pointersTo(variables);
     char* const* const environment = setup.environment ? ownEnvironment.data() : environ;
 
-    const SpawnAttributes attributes;
-    SpawnActions actions(setup.launchPath);
+    SpawnSetup spawn(setup);
     FileDescriptor folder;
     if (setup.currentDirectoryPath) {
         folder = openWorkingDirectory(setup);
-        actions.changeFolder(folder.get());
+        spawn.changeFolder(folder.get());
     }
-    actions.connect(setup.standardInput._readEnd, STDIN_FILENO);
-    actions.connect(setup.standardOutput._writeEnd, STDOUT_FILENO);
-    actions.connect(setup.standardError._writeEnd, STDERR_FILENO);
-    actions.closeFrom(STDERR_FILENO + 1);
+    FileDescriptor* const ends[] = {setup.standardInput ? &setup.standardInput->_readEnd : nullptr,
+                                    setup.standardOutput ? &setup.standardOutput->_writeEnd : nullptr,
+                                    setup.standardError ? &setup.standardError->_writeEnd : nullptr};
+    const bool connected = std::find(std::begin(ends), std::end(ends), nullptr) == std::end(ends);
+    const FileDescriptor nullDevice = connected ? FileDescriptor() : openNullDevice();
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+        spawn.connect(ends[stream] ? *ends[stream] : nullDevice, stream);
+    spawn.closeFrom(STDERR_FILENO + 1);
 
     keepExitStatuses();
     const std::string program = programPath(setup);
-    const int errorNumber = posix_spawn(&_processIdentifier, program.c_str(), actions.get(), attributes.get(),
-                                        arguments.data(), environment);
+    const int errorNumber = posix_spawn(&_processIdentifier, program.c_str(), spawn.actions(),
+                                        spawn.attributes(), arguments.data(), environment);
     if (errorNumber != 0)
         throw LaunchError(setup.launchPath, reasonOf(errorNumber));
-    setup.standardInput._readEnd.reset();
-    setup.standardOutput._writeEnd.reset();
-    setup.standardError._writeEnd.reset();
+    for (FileDescriptor* end : ends)
+        if (end)
+            end->reset();
 }
 
 void Task::waitUntilExit() {

@@ -10,7 +10,7 @@ namespace {
 Value::Dictionary settingsInArguments(const std::vector<std::string>& arguments) {
     Value::Dictionary settings;
     for (std::size_t i = 0; i + 1 < arguments.size(); ++i)
-        if (arguments[i].size() > 1 && arguments[i].front() == '-') {
+        if (arguments[i].size() > 1 && arguments[i].front() == '-' && !arguments[i + 1].starts_with('-')) {
             settings.insert_or_assign(arguments[i].substr(1), arguments[i + 1]);
             ++i;
         }

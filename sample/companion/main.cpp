@@ -76,18 +76,16 @@ bool append(const std::string& path, const std::string& report) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        std::cerr << "usage: companion REPORT LINGER-SECONDS URL...\n";
+    if (argc < 2) {
+        std::cerr << "usage: companion REPORT URL...\n";
         return 2;
     }
     std::ostringstream report;
-    bool complete = argc > 3;
-    for (int i = 3; i < argc; ++i)
+    bool complete = argc > 2;
+    for (int i = 2; i < argc; ++i)
         complete = reportOpening(argv[i], report) && complete;
-    report << "Process " << getpid() << " in session " << getsid(0) << ": "
-           << (complete ? "complete" : "incomplete") << "\n\n";
+    report << "Hand-off: " << (complete ? "complete" : "incomplete") << "\n\n";
     if (!append(argv[1], report.str()))
         return 1;
-    sleep(static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)));
     return complete ? 0 : 1;
 }

@@ -63,7 +63,6 @@ TEST(Symbols, ShowsSlicesAndWhetherTheUUIDsMatch) {
     const std::string symbols = "cd " + files.path() + " && " SYMBOLS " ";
     EXPECT_THAT(outputOf(symbols + "app app.dSYM"), testing::EndsWith("\n\nUUIDs match.\n"));
     EXPECT_THAT(outputOf(symbols + "app arm64"), testing::EndsWith("\n\nOnly some UUIDs match.\n"));
-    EXPECT_THAT(outputOf(symbols + "arm64 x86_64"), testing::EndsWith("\n\nUUIDs do not match.\n"));
     EXPECT_THAT(outputOf(symbols + "--json app.dSYM | python3 -m json.tool"), testing::HasSubstr("\"1.0\""));
     const support::Ending ending = support::runShell(symbols + "app.c app");
     EXPECT_EQ(ending.status, 1);
@@ -86,23 +85,27 @@ TEST(HostileFile, EveryTruncationAndEveryCorruptedWordIsReadWithinBounds) {
                 std::memcpy(&bytes[at], &value, 4);
                 ASSERT_TRUE(reading.read(bytes)) << at;
             }
-            for (const int change : {1, -1}) {
-                bytes.replace(at, 4, word)[at] = static_cast<char>(word[0] + change);
-                ASSERT_TRUE(reading.read(bytes)) << at;
-            }
             bytes.replace(at, 4, word);
         }
     }
 }
 
-TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheap) {
+TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheapButSoundOnesMayBeLarge) {
     const std::uint32_t count = 40000;
     const std::string command = fuzz::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
     const auto image = fuzz::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
     const std::string header = fuzz::universalHeader({count, {7, 3, 8 + 20 * count}});
     const support::TemporaryFolder folder;
+    fuzz::MachOImage large;
+    for (int i = 0; i < 80'000; ++i)
+        large.dylib(std::string(220, 'x'));
+    const std::string path = folder.write("large", large.uuid('\x11').bytes());
+    const auto sound = TWLMachOBinary::MachOBinaryWithPath(path)->slices()[0];
+    EXPECT_TRUE(sound->linkedDylibs().size() == 80'000 && sound->uuid()) << "not cut off";
     const std::clock_t began = std::clock();
     const auto binary = TWLMachOBinary::MachOBinaryWithPath(folder.write("bomb", header + image.bytes()));
+    for (const auto& slice : binary->slices())
+        EXPECT_TRUE(!slice->ehFrameData() && !slice->unwindInfoData());
     // Of the processor's time, with room for sanitizers; unbounded work would take hours.
     EXPECT_LT(std::clock() - began, 20 * CLOCKS_PER_SEC);
     EXPECT_EQ(binary->slices().size(), count);

@@ -3,7 +3,6 @@
 #include "platform/RunLoop.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
-#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <stdlib.h>
@@ -86,7 +85,7 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
         return HTTPAnswer{201, request.body};
     });
     const auto request = TWLWebRequest::requestWithMethod("POST", "v1/x");
-    request->setParameters(TWLWebRequest::Parameters{{"a b", "x&y"}});
+    request->setParameters(TWLWebRequest::Parameters{{"a b", "x&y"}, {"p", "100%"}});
     request->addValueForHTTPHeaderField("5", "Content-Length");
     for (const std::size_t size : {0u, 1u, 70'000u, 3'000'000u})
         request->addData(Data(std::string(size, static_cast<char>('a' + size % 7))), "a/b", "n", "f");
@@ -95,7 +94,7 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     const auto response = exchange(server.url("/api/"), request, 201);
     EXPECT_EQ(errorOf(*response), "");
     EXPECT_EQ(response->requestURL(), request->fullURL());
-    EXPECT_EQ(received.method + " " + received.target, "POST /api/v1/x?a%20b=x%26y");
+    EXPECT_EQ(received.method + " " + received.target, "POST /api/v1/x?a%20b=x%26y&p=100%25");
     EXPECT_TRUE(received.body == body);
     EXPECT_EQ(received.header("Content-Length"), std::to_string(body.size()));
     EXPECT_EQ(received.header("Expect") + received.header("Transfer-Encoding"), "");
@@ -115,8 +114,9 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
 
 void echoHead(Peer& peer) {
     const std::string head = peer.readUntil("\r\n\r\n");
-    peer.send("HTTP/1.1 200 OK\r\nX-A: 1\r\nx-a:  2 \r\nX-Latin: \xe9\r\nContent-Length: " +
-              std::to_string(head.size()) + "\r\n\r\n");
+    peer.send(
+        "HTTP/1.1 103 Early Hints\r\nX-A: 0\r\n\r\nHTTP/1.1 200 OK\r\nX-A: 1\r\nx-a:  2 \r\nX-Latin: \xe9\r\nContent-Length: " +
+        std::to_string(head.size()) + "\r\n\r\n");
     if (!head.starts_with("HEAD"))
         peer.send(head);
 }
@@ -125,19 +125,22 @@ TEST_P(Exchange, SendsEveryMethodWithTheHeadThatBelongsToIt) {
     const ScriptedServer server(&echoHead);
     for (const std::string method : {"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD", "PURGE"}) {
         const auto request = TWLWebRequest::requestWithMethod(method, "?q");
+        request->setParameters(TWLWebRequest::Parameters{{"p", "1"}});
+        request->addValueForHTTPHeaderField("replaced", "X-Empty");
         request->addValueForHTTPHeaderField(" ", "X-Empty");
-        const auto response = exchange(server.url("/a/../b"), request);
+        request->addHeaders({{"x-empty", "a default"}});
+        const auto response = exchange("http://user:password@" + server.url("/a/../b").substr(7), request);
         EXPECT_EQ(errorOf(*response), "") << method;
         EXPECT_EQ(response->responseHeaders()->at("X-A"), "1, 2");
         EXPECT_EQ(response->responseHeaders()->at("X-Latin"), "\u00e9");
         if (method == "HEAD")
             continue;
         const std::string head(response->responseData().bytes());
-        EXPECT_THAT(head, StartsWith(method + " /a/../b?q HTTP/1.1\r\n"));
+        EXPECT_THAT(head, StartsWith(method + " /a/../b?q?p=1 HTTP/1.1\r\n"));
         const bool hasLength = head.find("\r\nContent-Length: 0\r\n") != std::string::npos;
         EXPECT_EQ(hasLength, method[0] == 'P' && method != "PURGE") << head;
         EXPECT_THAT(head, HasSubstr("\r\nX-Empty:\r\n"));
-        for (const char* unwanted : {"User-Agent", "Expect", "Content-Type"})
+        for (const char* unwanted : {"User-Agent", "Expect", "Content-Type", "Authorization"})
             EXPECT_EQ(head.find(unwanted), std::string::npos) << head;
     }
 }
@@ -182,7 +185,7 @@ TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
         {demanding(403, "WWW-Authenticate", "Basic realm=\"x\""), {403, no}},
     };
     for (const auto& one : cases) {
-        SCOPED_TRACE(&one - cases);
+        SCOPED_TRACE(testing::PrintToString(one.answer.headers) + one.answer.contentType + one.answer.body);
         const HTTPServer server([&](const HTTPRequest&) { return one.answer; });
         const auto response = get(server.url());
         const Outcome& expected = GetParam() && one.asynchronous ? *one.asynchronous : one.outcome;
@@ -210,30 +213,30 @@ TEST_P(Exchange, ReportsEveryBreachOfTheProtocol) {
         }
     };
     const struct {
+        const char* breach;
         ScriptedServer::Script script;
         URLErrorCode error;
         std::string received = {};
         std::uint64_t status = 0;
     } cases[] = {
-        {[](Peer&) {}, lost},
-        {saying(""), lost},
-        {saying(ok + "Content-Le"), lost},
-        {saying("\x16\x03 what?\r\n\r\n"), bad},
-        {endlessHead, bad},
-        {saying(ok + "Content-Length: 9\r\n\r\nabc"), lost, "abc", 200},
-        {saying(ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"), lost, "abc", 200},
-        {saying(ok + "Content-Length: 3\r\n\r\nabcdef"), bad, "abc", 200},
-        {coded("gzip", "hello"), undecodable, "", 200},
-        {coded("gzip", cut), undecodable, "ab", 200},
-        {coded("br", "ab"), undecodable, "", 200},
+        {"no answer", [](Peer&) {}, lost},
+        {"half a head", saying(ok + "Content-Le"), lost},
+        {"another protocol", saying("\x16\x03 what?\r\n\r\n"), bad},
+        {"an endless head", endlessHead, bad},
+        {"half a body", saying(ok + "Content-Length: 9\r\n\r\nabc"), lost, "abc", 200},
+        {"half a chunk", saying(ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"), lost, "abc", 200},
+        {"too long a body", saying(ok + "Content-Length: 3\r\n\r\nabcdef"), bad, "abc", 200},
+        {"no gzip", coded("gzip", "hello"), undecodable, "", 200},
+        {"half a gzip stream", coded("gzip", cut), undecodable, "ab", 200},
+        {"an unknown coding", coded("br", "ab"), undecodable, "", 200},
     };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(&one - cases);
-        const ScriptedServer server(one.script);
+    for (const auto& [breach, script, error, received, status] : cases) {
+        SCOPED_TRACE(breach);
+        const ScriptedServer server(script);
         const auto response = get(server.url());
-        EXPECT_THAT(errorOf(*response), failure(one.error, server.url("").substr(7)));
-        EXPECT_EQ(response->responseData(), Data(one.received));
-        EXPECT_EQ(response->statusCode(), one.status);
+        EXPECT_THAT(errorOf(*response), failure(error, server.url("").substr(7)));
+        EXPECT_EQ(response->responseData(), Data(received));
+        EXPECT_EQ(response->statusCode(), status);
     }
 }
 
@@ -267,40 +270,40 @@ TEST_P(Exchange, ReportsRequestsThatCannotBeSent) {
 }
 
 TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
-    const support::TemporaryFolder folder;
     const ErrorMatcher untrusted = failure(URLErrorCode::serverCertificateUntrusted);
     const ErrorMatcher nameless = GetParam() ? challenge : failure(URLErrorCode::clientCertificateRequired);
     const struct {
         const char* trusted;
         ErrorMatcher error;
-        HTTPServer::TLS tls = {};
+        support::TLS tls = {"valid.pem"};
+        int questions = 1;
     } cases[] = {
-        {"server.pem", ""},
+        {"valid.pem", ""},
         {"other.pem", untrusted},
-        {"server.pem", untrusted, {"DNS:localhost"}},
-        {"server.pem", failure(URLErrorCode::serverCertificateHasBadDate), {"IP:127.0.0.1", -7200, -3600}},
-        {"server.pem", failure(URLErrorCode::serverCertificateNotYetValid), {"IP:127.0.0.1", 3600, 7200}},
-        {"server.pem", nameless, {"IP:127.0.0.1", -60, 3600, true}},
-        {"missing.pem", failure(URLErrorCode::secureConnectionFailed, "missing.pem")},
+        {"localhost.pem", untrusted, {"localhost.pem"}},
+        {"expired.pem", failure(URLErrorCode::serverCertificateHasBadDate), {"expired.pem"}},
+        {"future.pem", failure(URLErrorCode::serverCertificateNotYetValid), {"future.pem"}},
+        {"valid.pem", nameless, {"valid.pem", true}},
+        // Nobody is asked when there is no store to trust.
+        {"missing.pem", failure(URLErrorCode::secureConnectionFailed, "missing.pem"), {"valid.pem"}, 0},
     };
-    folder.write("other.pem", HTTPServer(nullptr, HTTPServer::TLS{}).certificate());
-    for (const auto& one : cases) {
-        const HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{}; }, one.tls);
-        folder.write("server.pem", server.certificate());
-        setenv("SSL_CERT_FILE", folder.path(one.trusted).c_str(), 1);
+    for (const auto& [trusted, error, tls, questions] : cases) {
+        SCOPED_TRACE(trusted);
+        const HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{}; }, tls);
+        setenv("SSL_CERT_FILE", support::certificatePath(trusted).c_str(), 1);
+        const bool wrongAnswer = error.Matches("");
         int asked = 0;
         const auto request = TWLWebRequest::requestWithMethod("GET", "");
         request->setProtectionSpaceHandler([&](const platform::URLProtectionSpace& space) {
             EXPECT_EQ(space.serverTrust->host, "127.0.0.1");
             EXPECT_THAT(DispatchQueue::currentLabel(), EndsWith(".web-transaction"));
             ++asked;
-            // The wrong answer, which changes nothing.
-            return &one != cases;
+            return wrongAnswer; // which changes nothing
         });
         const auto response = exchange(server.url(), request);
-        EXPECT_THAT(errorOf(*response), one.error);
+        EXPECT_THAT(errorOf(*response), error);
         EXPECT_EQ(response->statusCode(), response->error() ? 0u : 200u);
-        EXPECT_EQ(asked, GetParam() && &one < std::end(cases) - 1) << "only with a store to trust";
+        EXPECT_EQ(asked, GetParam() ? questions : 0);
     }
 }
 
@@ -343,37 +346,21 @@ TEST(Client, ResolvesAndNamesWhatItSends) {
                 failure(URLErrorCode::badURL));
 }
 
-TEST(Client, NothingHappensWhileTheMainRunLoopDoesNotRun) {
-    std::atomic<int> connections = 0;
-    const ScriptedServer server([&](Peer&) { ++connections; });
-    auto client = std::make_unique<TWLWebClient>(*URL::parse(server.url()));
-    client->getPath("", [](const auto&) { RunLoop::mainRunLoop().stop(); });
-    // On the queues everything up to the connection's start has run by then.
-    while (client->connections().empty())
-        std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(connections, 0);
-    client.reset();
-    EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60))) << "the exchange outlives its client";
-}
-
-TEST(Client, CarriesTwoHundredExchangesAtOnce) {
+TEST(Client, CarriesAHundredExchangesAtOnce) {
     const ScriptedServer server(&echoHead);
     TWLWebClient client(*URL::parse(server.url()));
-    constexpr int count = 200;
-    std::atomic<int> callbacks = 0;
-    for (int i = 0; i < count; ++i) {
+    std::atomic<int> left = 100;
+    for (int i = left; i > 0; --i) {
         const std::string path = "/" + std::to_string(i);
         client.getPath(path, [&, path](const std::shared_ptr<TWLWebResponse>& response) {
             EXPECT_THAT(response->responseData().bytes(), StartsWith("GET " + path + " HTTP"));
-            if (++callbacks == count)
+            if (--left == 0)
                 RunLoop::mainRunLoop().stop();
         });
     }
     EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(120)));
     while (!client.connections().empty())
         std::this_thread::yield();
-    EXPECT_EQ(callbacks, count);
 }
 
 } // namespace

@@ -72,10 +72,6 @@ struct Flight {
 
 void expectEnd(const Flight& flight) {
     const std::string error = flight.response->error().value_or(platform::Error{}).description();
-    if (flight.phase.empty()) {
-        EXPECT_FALSE(flight.response->error()) << error;
-        return;
-    }
     EXPECT_THAT(error, HasSubstr("Domain=NSURLErrorDomain Code=-1001 "));
     EXPECT_THAT(error, HasSubstr("no progress for 15 seconds while " + flight.phase));
     EXPECT_THAT(error, HasSubstr(flight.response->requestURL()->host()));
@@ -117,7 +113,10 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
             flights.emplace_back(one, isAsynchronous, underWay);
     ASSERT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
     for (const Flight& flight : flights)
-        expectEnd(flight);
+        if (flight.phase.empty())
+            EXPECT_FALSE(flight.response->error());
+        else
+            expectEnd(flight);
 }
 
 } // namespace

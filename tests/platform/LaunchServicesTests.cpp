@@ -5,34 +5,57 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <filesystem>
+#include <map>
+#include <regex>
 
 namespace platform {
 namespace {
 
+using std::filesystem::create_symlink;
+
 constexpr const char* url = "tarnwhistle://xcode?a=%20b";
 
-class LaunchServices : public testing::Test {
-protected:
+/// A user's desktop with the applications a, b and c, all of them in the system's data folder.
+class Desktop {
+public:
+    Desktop() {
+        std::filesystem::create_directory(folder.path("on path"));
+        for (const std::string name : {"a", "b", "c"}) {
+            create_symlink(writeProgram(name + ".app/bin"), folder.path("on path/" + name));
+            write("system/applications/" + name + ".desktop", "Exec=" + name);
+        }
+    }
+
     std::string writeProgram(std::string_view name, const std::string& text = "#!/bin/true\n") const {
         std::string path = folder.write(name, text);
         EXPECT_EQ(chmod(path.c_str(), 0755), 0);
         return path;
     }
+    /// A desktop entry that begins in the usual way, or another file, in which "@" stands for the URL's type.
+    void write(const std::string& name, const std::string& text) const {
+        const std::string start = "[Desktop Entry]\nType=Application\nName=Or vane\nIcon=ic on\n";
+        const bool isEntry = name.ends_with(".desktop") && !text.starts_with('[');
+        folder.write(name, (isEntry ? start : "") +
+                               std::regex_replace(text, std::regex("@"), "x-scheme-handler/tarnwhistle"));
+    }
     void registerHandler(const std::string& exec) const {
-        folder.write("data/applications/handler.desktop",
-                     "[Desktop Entry]\nType=Application\nName=Or vane\nExec=" + exec +
-                         "\nDBusActivatable=true\nPath=/\n");
-        folder.write("data/applications/mimeapps.list",
-                     "[Default Applications]\nx-scheme-handler/tarnwhistle=handler.desktop\n");
+        write("data/applications/handler.desktop",
+              "DBusActivatable=true\nTerminal=true\nPath=/\nExec=" + exec + "\n");
+        write("data/applications/mimeapps.list", "[Default Applications]\n@=handler.desktop\n");
     }
     /// The application for the first of `urls` and the status of opening all of them.
     std::string open(const std::vector<std::string>& urls) const {
-        support::Launch launch = {.arguments = {ORVANE_OPEN_URL},
-                                  .environment = {"HOME=" + folder.path("home"),
-                                                  "XDG_DATA_HOME=" + folder.path("data"),
-                                                  "XDG_DATA_DIRS=" + folder.path("none"), "DISPLAY=:99",
-                                                  "PATH=" + folder.path("on path") + ":/usr/bin:/bin"}};
+        support::Launch launch = {
+            .arguments = {ORVANE_OPEN_URL},
+            .environment = {"HOME=" + folder.path("home"), "XDG_CONFIG_HOME=relative",
+                            "XDG_CONFIG_DIRS=" + folder.path("xdg") + ":" + folder.path("xdg2"),
+                            "XDG_DATA_HOME=" + folder.path("data"),
+                            "XDG_DATA_DIRS=relative:" + folder.path("none") + ":" + folder.path("system"),
+                            "XDG_CURRENT_DESKTOP=Odd:GNOME",
+                            "PATH=" + folder.path("on path") + ":/usr/bin:/bin:."},
+            .workingDirectory = folder.path()};
         launch.arguments.insert(launch.arguments.end(), urls.begin(), urls.end());
         return run(launch).standardOutput;
     }
@@ -40,46 +63,159 @@ protected:
     support::TemporaryFolder folder;
 };
 
-TEST_F(LaunchServices, GiveTheHandlerTheURLsAsItsExecLineSays) {
-    support::ReportPipe reports(folder.path("reports"));
-    const std::string handler = writeProgram("Orvane.app/bin/handler", R"sh(#!/bin/sh
+TEST(LaunchServices, GiveTheHandlerTheURLsAsItsExecLineSays) {
+    const Desktop desktop;
+    support::ReportPipe reports(desktop.folder.path("reports"));
+    // Each report is one write, since two programs may write at once. The handler outlives the opening.
+    desktop.writeProgram("a%20b \"$`\\.app/bin/handler", R"sh(#!/bin/sh
+reports=')sh" + desktop.folder.path("reports") + R"sh('
 streams=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2 | tr '\n' ' ')
-{ printf '%s|' "$@"
-  echo "session $(( $(cut -d' ' -f6 /proc/$$/stat) - $$ )) streams $streams"
-  [ ! -e /proc/$$/fd/50 ] || echo leaked
-  echo
-} > ')sh" + folder.path("reports") + "'\n");
-    const std::pair<const char*, std::string> cases[] = {
-        {" %u", std::string(url) + "|"},
-        {" --first %U last", std::string("--first|") + url + "|tarnwhistle:2|last|"},
-        {"", std::string(url) + "|tarnwhistle:2|"},
-        {R"( "two words" --url=%u %i %c 100%%)", std::string("two words|--url=") + url + "|Or vane|100%|"}};
+[ ! -e /proc/$$/fd/50 ] || streams="$streams leaked"
+session=$(( $(cut -d' ' -f6 /proc/$$/stat) - $$ ))
+report=$(printf '%s|' "$@")
+printf '%s\n\n' "$report$PWD session $session streams $streams" >"$reports"
+while [ -e "$reports" ]; do sleep 0.1; done
+)sh");
+    const std::string program = "\"" + desktop.folder.path(R"(a%%20b\s\\"\\$\\`\\\\.app/bin/handler" )");
+    const std::string own = "/ session 0 streams /dev/null /dev/null /dev/null \n";
+    const std::string second = "tarnwhistle:2", both = std::string(url) + "|" + second + "|";
+    const std::string rest = "|#$HOME|~|*|>|<|||&|;|(|)|\xC3\xA9|\xE9|=|" + own;
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {"--first %U last", {"--first|" + both + "last|" + own}},
+        {"", {both + own}},
+        {R"(\t"two words" "" %F %i %c --%c 100%% '%%' "%k")",
+         {"two words||" + both + "--icon|ic on|Or vane|--Or vane|100%|%|" +
+          desktop.folder.path("data/applications/handler.desktop|") + own}},
+        {R"(%U %d %D %n %N %v %m --x="a  b"'"c' d\\ e \\\\ "\\$" "\x" '\\\\' ""e)",
+         {both + "--x=a  b\"c|d e|\\|$|\\x|\\\\|e|" + own}},
+        // A line that takes one URL starts a program for each.
+        {"--url=%U '--u=%f' #$HOME ~ * > < | & ; ( ) \xC3\xA9 \xE9 =",
+         {"--url=" + std::string(url) + "|--u=" + url + rest, "--url=" + second + "|--u=" + second + rest}}};
     for (const auto& [arguments, expected] : cases) {
-        registerHandler(handler + arguments);
-        EXPECT_EQ(open({url, "tarnwhistle:2"}), folder.path("Orvane.app/\n0\n"));
-        EXPECT_EQ(reports.next(), expected + "session 0 streams /dev/null /dev/null /dev/null \n");
+        desktop.registerHandler(program + arguments);
+        EXPECT_EQ(desktop.open({url, second}), desktop.folder.path("a%20b \"$`\\.app/\n0\n"));
+        std::vector<std::string> received;
+        for (std::size_t i = 0; i < expected.size(); ++i)
+            received.push_back(reports.next());
+        EXPECT_THAT(received, testing::UnorderedElementsAreArray(expected));
     }
 }
 
-TEST_F(LaunchServices, FindTheNearestAppFolderOrTheProgramsOwnAndSayWhatCannotBeOpened) {
-    EXPECT_EQ(open({}), "none\n-50\n");
-    EXPECT_EQ(open({url}), "none\n-10814\n");
-    const std::string program = writeProgram("Outer.app/Inner.app/Contents/Linux/x");
-    writeProgram("on path/y");
-    std::filesystem::create_symlink(program, folder.path("on path/linked"));
-    const std::string badlyStarted = writeProgram("badly started", "#!" + folder.path("gone") + "\n");
+TEST(LaunchServices, FindTheNearestAppFolderOrTheProgramsOwnAndSayWhatCannotBeOpened) {
+    const Desktop desktop;
+    const support::TemporaryFolder& folder = desktop.folder;
+    EXPECT_EQ(desktop.open({}), "none\n-50\n");
+    EXPECT_EQ(desktop.open({url}), "none\n-10814\n");
+    const std::string program = desktop.writeProgram("Outer.app/Inner.app/Contents/Linux/x");
+    desktop.writeProgram("on path/y");
+    desktop.writeProgram("on path/relative/z");
+    desktop.writeProgram("in working folder");
+    create_symlink(program, folder.path("on path/linked"));
+    const std::string absent = "none\n-10814\n", refused = folder.path() + "/\n-10810\n";
     const std::pair<std::string, std::string> cases[] = {
         {program, folder.path("Outer.app/Inner.app/") + "\n0\n"},
         {"y %u", folder.path("on path/") + "\n0\n"},
         {"linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
-        {"'" + badlyStarted + "'", folder.path() + "/\n-10810\n"},
-        {folder.write("plain", "#!/bin/sh\n"), "none\n-10814\n"},
-        {"'", "none\n-10814\n"}};
+        {desktop.writeProgram("interpreter", "#!" + folder.path("gone") + "\n"), refused},
+        {desktop.writeProgram("text", "exit 0\n"), refused},
+        {desktop.writeProgram("empty", ""), refused},
+        {desktop.writeProgram("mach-o", "\xCF\xFA\xED\xFE\x0C"), refused},
+        {"y\nPath=" + folder.path("gone"), folder.path("on path/") + "\n-10810\n"},
+        {folder.write("not executable", "#!/bin/sh\n"), absent},
+        {folder.path("relative"), absent},
+        {"y\nTryExec=y\nNoDisplay=true", folder.path("on path/") + "\n0\n"}};
     for (const auto& [exec, expected] : cases) {
-        registerHandler(exec);
-        EXPECT_EQ(open({url}), expected) << exec;
+        desktop.registerHandler(exec);
+        EXPECT_EQ(desktop.open({url}), expected) << exec;
     }
-    EXPECT_EQ(open({"other:x"}), "none\n-10814\n");
+    for (const char* exec :
+         {"relative/z", "'on path/y'", "'in working folder'", "gone", "", "%i", "%u", "'y", "y \"%u", "y a\\",
+          "y %z", "y 100%", "y\nHidden=true", "y\nHidden = 1", "y\nType=Link", "y\nTryExec=gone"}) {
+        desktop.registerHandler(exec);
+        EXPECT_EQ(desktop.open({url}), absent) << exec;
+    }
+    desktop.registerHandler("y");
+    EXPECT_THAT(desktop.open({"TarnWhistle:x"}), testing::EndsWith("on path/\n0\n"));
+    EXPECT_EQ(desktop.open({"other:x"}), absent);
+}
+
+TEST(LaunchServices, PreferApplicationsInTheOrderOfTheStandard) {
+    const std::string defaults = "Default Applications", added = "Added Associations",
+                      removed = "Removed Associations", cache = "MIME Cache";
+    const std::string config = "home/.config/", data = "data/applications/", system = "system/applications/";
+    /// The start of a file's path, a group in it, and applications.
+    using Line = std::array<std::string, 3>;
+    const std::pair<std::vector<Line>, std::string> cases[] = {
+        // One folder after the other, in each the desktops' own files first.
+        {{{config + "odd-", defaults, "a"}, {config + "gnome-", defaults, "b"}}, "a"},
+        {{{config + "gnome-", defaults, "a"}, {config, defaults, "b"}}, "a"},
+        {{{config, defaults, "a"}, {"xdg/gnome-", defaults, "b"}}, "a"},
+        {{{"xdg/", defaults, "a"}, {"xdg2/", defaults, "b"}}, "a"},
+        {{{"xdg2/", defaults, "a"}, {data, defaults, "b"}}, "a"},
+        {{{data, defaults, "a"}, {system + "odd-", defaults, "b"}}, "a"},
+        // What is not installed is passed over.
+        {{{"xdg/", defaults, ";x;;b;a;"}}, "b"},
+        {{{"xdg/", defaults, "../../system/applications/a;.-a;..-applications-a"}, {"xdg2/", defaults, "b"}},
+         "b"},
+        {{{"xdg/", defaults, "a;b"}, {data + "a.desktop", "Exec=c\nHidden=true"}}, "b"},
+        {{{"xdg/", defaults, "a;b"}, {data + "a.desktop", "Exec=c"}}, "c"},
+        {{{"xdg/", defaults, "x-y-z"},
+          {data + "x/y-z.desktop", "Exec=b"},
+          {system + "x/y/z.desktop", "Exec=a"}},
+         "b"},
+        // Associations come after all defaults.
+        {{{"xdg/", added, "a"}, {system, defaults, "b"}}, "b"},
+        {{{system, added, "a"}, {system, cache, "b"}}, "a"},
+        // A removal counts from its folder's cache on.
+        {{{"xdg/", added, "a"}, {"xdg/", removed, "a;b"}, {system, defaults, "b"}}, "a"},
+        {{{"xdg/", added, "a"}, {"xdg2/", removed, "a"}}, "a"},
+        {{{system, removed, "a"}, {system, cache, "a;b"}}, "b"},
+        {{{"xdg/gnome-", removed, "a"}, {"xdg/gnome-", added, "b"}, {system, cache, "a"}}, "a"},
+        // The user's entry hides the system's. It is not associated unless a default names it.
+        {{{data + "a.desktop", "Exec=c"}, {system, defaults, "a"}}, "c"},
+        {{{data + "a.desktop", "Exec=c"}, {system, cache, "a;b"}}, "b"}};
+    for (const auto& [lines, expected] : cases) {
+        const Desktop desktop;
+        std::map<std::string, std::string> lists;
+        for (const auto& [path, group, applications] : lines)
+            if (path.ends_with(".desktop"))
+                desktop.write(path, group);
+            else
+                lists[path + (group == cache ? "mimeinfo.cache" : "mimeapps.list")] +=
+                    "[" + group +
+                    "]\n@=" + std::regex_replace(applications, std::regex("(\\w)(?=;|$)"), "$1.desktop") +
+                    "\n";
+        for (const auto& [path, text] : lists)
+            desktop.write(path, text);
+        EXPECT_EQ(desktop.open({url}), desktop.folder.path(expected + ".app/\n0\n"))
+            << testing::PrintToString(lines);
+    }
+}
+
+TEST(LaunchServices, ReadFilesAsPeopleWriteThemAndPassOverOthers) {
+    std::vector<std::array<std::string, 4>> cases = {
+        {"c.app/", "xdg/mimeapps.list",
+         "\xEF\xBB\xBF[Default Applications]\r\n#@=a\r\n@=a.desktop\r\n  @ \t= c.desktop \r\n[X]\n@=a.desktop"},
+        {"c.app/", "xdg/mimeapps.list",
+         "@=a.desktop\n[Default Applications\n@=a.desktop\n[Default Applications]\nno value\n@/x=a.desktop\n"
+         "@\n@=c.desktop"},
+        {"c.app/", "system/applications/w.desktop",
+         "Exec = c\nExec[de]=a\nExecX=a\nComment=\xFF\n[Desktop Action x]\nExec=a\n"}};
+    for (const char* command : {"rm $F; mkfifo $F", "ln -sf /dev/zero $F", "rm $F; ln -s $F $F",
+                                "rm $F; mkdir $F", "printf %5000000s >> $F", "truncate -s +1 $F"}) {
+        cases.push_back({"b.app/", "xdg/mimeapps.list", "[Default Applications]\n@=a.desktop\n", command});
+        cases.push_back({"b.app/", "system/applications/w.desktop", "Exec=a\n", command});
+        cases.push_back(
+            {"b.app/", "data/applications/mimeinfo.cache", "[MIME Cache]\n@=a.desktop\n", command});
+    }
+    for (const auto& [application, name, text, command] : cases) {
+        const Desktop desktop;
+        desktop.write("system/applications/mimeinfo.cache", "[MIME Cache]\n@=w.desktop;b.desktop\n");
+        desktop.write(name, text);
+        support::outputOf("F='" + desktop.folder.path(name) + "'; " + command);
+        EXPECT_THAT(desktop.open({url}), testing::StartsWith(desktop.folder.path(application)))
+            << name << " " << text << command;
+    }
 }
 
 } // namespace

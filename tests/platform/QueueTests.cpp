@@ -47,7 +47,7 @@ TEST(DispatchQueue, LetsWaitersAndStepsOfManyThreadsTakeTurnsAndReleasesStepsWhi
     }
     EXPECT_THROW(queue.sync([] { throw 1; }), int);
     const auto countWhenReleased = [&](const DispatchQueue* it) {
-        counter += it->isCurrent() ? 1 : 0;
+        counter += it->isCurrent();
     };
     queue.async([held = std::shared_ptr<const DispatchQueue>(&queue, countWhenReleased)] {});
     queue.sync([&] { EXPECT_EQ(counter, 1601); });

@@ -1,17 +1,19 @@
 #include "Printed.h"
 #include "fuzz/MachOImage.h"
+#include "platform/Files.h"
 #include "run/DeploymentTarget.h"
 #include "run/ServiceCalls.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <list>
 #include <mutex>
-#include <optional>
 #include <set>
 
 namespace orvane {
@@ -33,15 +35,13 @@ std::vector<support::FormPart> partsOf(const HTTPRequest& request) {
 /// The service that `build` calls: answers each request with the next of its statuses, the last one for ever.
 class Service {
 public:
-    Service(SampleBuild& build, std::vector<int> statuses,
-            const std::optional<support::HTTPServer::TLS>& tls = std::nullopt)
+    Service(SampleBuild& build, std::vector<int> statuses, const support::TLS& tls = {})
         : _statuses(std::move(statuses)),
           _server([this](const HTTPRequest& request) { return answer(request); }, tls) {
         build.environment["ORVANE_TEST_API_ENDPOINT"] = build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] =
             _server.url("");
     }
 
-    const std::string& certificate() const { return _server.certificate(); }
     std::vector<HTTPRequest> requests() const {
         const std::scoped_lock lock(_mutex);
         return _requests;
@@ -66,6 +66,8 @@ private:
         _requests.push_back(request);
         support::HTTPAnswer answer;
         answer.status = _statuses[std::min(_requests.size(), _statuses.size()) - 1];
+        // More than a run reads, which makes no difference.
+        answer.body = std::string(answer.status < 400 ? 0 : 2 << 20, ' ');
         return answer;
     }
 
@@ -90,7 +92,7 @@ protected:
         build.arguments = {key, std::string(64, 's')};
         build.writeProduct("Sample App.app/Sample App", fuzz::universalFile({armv7, arm64}));
         build.writeProduct("Sample App.app.dSYM/Contents/Resources/DWARF/Sample App",
-                           std::string(100'000, 'd'));
+                           platform::readFile("/bin/sh")->bytes());
     }
 
     std::vector<std::string> archivesLeft() const {
@@ -109,6 +111,7 @@ protected:
 
 TEST_F(DirectRoad, SendsBothCallsToTheLetter) {
     const Service service(build, {201});
+    build.environment["CONFIGURATION"] = "\xff\u00e9";
     EXPECT_EQ(printed(build, 0),
               versionLine + record("Sample App.app.dSYM uploaded statusCode 201\n" + summary));
     EXPECT_TRUE(archivesLeft().empty());
@@ -142,7 +145,7 @@ tool_details = build server
 project[identifier] = com.example.sample
 project[display_version] = 17
 project[build_version] = 1.2
-code_mapping[build_configuration] = Release
+code_mapping[build_configuration] = �é
 code_mapping[type] = dsym
 com_tarnwhistle_run_version = 149
 code_mapping[executables][][identifier] = 11111111111111111111111111111111
@@ -193,7 +196,6 @@ TEST_F(DirectRoad, ReportsAServiceThatIsDownClosesMidUploadOrHangs) {
         const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
             const bool hangs = left-- == 0;
             peer.readUntil(hangs ? "what no run sends" : "code_mapping[file]");
-            peer.reset();
         });
         build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
         EXPECT_THAT(printed(build, 1), HasSubstr(failure + code));
@@ -230,9 +232,7 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
     const std::string noData = record("Failed to Load File\n\n" + build.dSYM + " data could not be loaded");
     const std::tuple<const char*, int, std::string> cases[] = {
         {"exit 3", 1, failed},
-        {"kill -9 $$", 1, failed},
         {"exit 0", 1, noData},
-        {"mkdir \"$5\"", 1, noData},
         {"test \"$*\" = \"-c -k --keepParent $DWARF_DSYM_FOLDER_PATH/$DWARF_DSYM_FILE_NAME $5\" && echo PK >\"$5\"",
          0, "uploaded statusCode 201"},
     };
@@ -279,29 +279,31 @@ TEST_F(DirectRoad, StopsABuildForAnOldSystem) {
 }
 
 TEST_F(DirectRoad, WorksOverHTTPS) {
-    const Service service(build, {201}, support::HTTPServer::TLS());
+    const Service service(build, {201}, {"valid.pem"});
     EXPECT_THAT(printed(build, 1), HasSubstr("Code=-1202 "));
-    build.environment["SSL_CERT_FILE"] = build.folder.write("ca.pem", service.certificate());
+    build.environment["SSL_CERT_FILE"] = support::certificatePath("valid.pem");
     printed(build, 0);
     EXPECT_EQ(service.archives().size(), 1u);
+
+    // A machine without certificates of its own, where the system lets a test make one.
+    const std::string flags = geteuid() == 0 ? "-m" : "-rm", hide = "mount -t tmpfs none /etc/ssl";
+    if (support::runShell("unshare " + flags + " " + hide).status != 0)
+        GTEST_SKIP() << "no mount namespace";
+    const std::vector<std::string> unshare = {"/usr/bin/unshare",       flags, "/bin/sh", "-c",
+                                              hide + " && exec \"$@\"", "sh"};
+    printed(build.launch(unshare), 0);
+    build.environment.erase("SSL_CERT_FILE");
+    EXPECT_THAT(printed(build.launch(unshare), 1), HasSubstr("no certificates"));
 }
 
-TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductOrOnCopiesAllSucceed) {
-    for (const bool areCopies : {false, true}) {
-        const Service service(build, {201});
-        std::vector<support::Launch> launches;
-        for (int i = 0; i < 20; ++i) {
-            const std::string folder = areCopies ? build.products + std::to_string(i) : build.products;
-            if (areCopies)
-                fs::copy(build.products, folder, fs::copy_options::recursive);
-            build.environment["BUILT_PRODUCTS_DIR"] = build.environment["DWARF_DSYM_FOLDER_PATH"] = folder;
-            launches.push_back(build.launch());
-        }
-        for (const auto& ending : support::runTogether(launches))
-            EXPECT_EQ(ending.status, 0) << ending.standardError;
-        EXPECT_EQ(service.archives().size(), launches.size());
-        EXPECT_TRUE(archivesLeft().empty());
-    }
+TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductAllSucceed) {
+    const Service service(build, {201});
+    const std::vector<support::Launch> launches(20, build.launch());
+    std::list<support::ChildProcess> runs(launches.begin(), launches.end());
+    for (support::ChildProcess& run : runs)
+        EXPECT_EQ(run.wait().status, 0);
+    EXPECT_EQ(service.archives().size(), launches.size());
+    EXPECT_TRUE(archivesLeft().empty());
 }
 
 TEST_F(DirectRoad, TakesEachKindOfXcodeBuild) {

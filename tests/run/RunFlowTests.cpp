@@ -2,12 +2,17 @@
 #include "platform/Files.h"
 #include "platform/ProcessTable.h"
 #include "platform/PropertyList.h"
+#include "run/Console.h"
 #include "run/FrameworkProbes.h"
 #include "run/HostDetection.h"
 
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <filesystem>
-#include <fstream>
 #include <optional>
+#include <thread>
 
 namespace orvane {
 namespace {
@@ -20,7 +25,6 @@ using testing::StartsWith;
 TEST(Arguments, WithoutAKeyOfFortyCharactersEndTheRun) {
     SampleBuild build;
     const std::vector<std::string> wrong[] = {{},
-                                              {""},
                                               {std::string(39, 'k')},
                                               {std::string(41, 'k')},
                                               {"\u00e9" + std::string(38, 'k')},
@@ -46,34 +50,33 @@ TEST(FailedCheck, EndsTheRunWithItsTitleAndReason) {
     const std::string wrongFolder =
         "Use a Target Run Script Build Phase\n\nMake sure the Orvane command is added to your project Target and "
         "not the scheme 'Post-actions'.\n\nThen, Build your project to continue.\n\n(Tarnwhistle error 602)";
+    const std::string env = "/usr/bin/env";
     const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"BUILT_PRODUCTS_DIR="}, missing("BUILT_PRODUCTS_DIR")},
-        {{"-u", "INFOPLIST_PATH", "-u", "DWARF_DSYM_FILE_NAME"}, missing("INFOPLIST_PATH")},
-        {{"-u", "DWARF_DSYM_FILE_NAME", "-u", "DWARF_DSYM_FOLDER_PATH"}, missing("DWARF_DSYM_FILE_NAME")},
-        {{"DWARF_DSYM_FOLDER_PATH=", "INFOPLIST_PATH=none"}, missing("DWARF_DSYM_FOLDER_PATH")},
-        {{"-u", "WRAPPER_NAME", "INFOPLIST_PATH=No.app/Info.plist", "DWARF_DSYM_FILE_NAME=none"},
+        {{env, "BUILT_PRODUCTS_DIR="}, missing("BUILT_PRODUCTS_DIR")},
+        {{env, "-u", "INFOPLIST_PATH", "-u", "DWARF_DSYM_FILE_NAME"}, missing("INFOPLIST_PATH")},
+        {{env, "-u", "DWARF_DSYM_FILE_NAME", "-u", "DWARF_DSYM_FOLDER_PATH"},
+         missing("DWARF_DSYM_FILE_NAME")},
+        {{env, "DWARF_DSYM_FOLDER_PATH=", "INFOPLIST_PATH=none"}, missing("DWARF_DSYM_FOLDER_PATH")},
+        {{env, "-u", "WRAPPER_NAME", "INFOPLIST_PATH=No.app/Info.plist", "DWARF_DSYM_FILE_NAME=none"},
          "Info.plist Error\n\nUnable to process Info.plist at path " + build.products +
              "/No.app/Info.plist\nThis could be a timing issue, make sure the Orvane run script build phase is the "
              "last build phase and no other scripts have moved (null) from the location Xcode generated it."},
-        {{"DWARF_DSYM_FILE_NAME=No.dSYM", "SRCROOT=/"},
+        {{env, "DWARF_DSYM_FILE_NAME=No.dSYM", "SRCROOT=/"},
          "dSYM Error\n\nUnable to process No.dSYM at path " + build.products +
              "/No.dSYM\nMake sure your project build settings are generating a dSYM file. "
              "DEBUG_INFORMATION_FORMAT should be set to dwarf-with-dsym for all configurations. This could also be "
              "a timing issue, make sure the Orvane run script build phase is the last build phase and no other "
              "scripts have moved the dSYM from the location Xcode generated it.\n\n"},
-        {{"-u", "SRCROOT"}, wrongFolder},
-        {{"SRCROOT=" + build.workingDirectory + "/"}, wrongFolder},
-        {{"SRCROOT=" + build.folder.path()}, wrongFolder},
+        {{env, "-u", "SRCROOT"}, wrongFolder},
+        {{env, "SRCROOT=" + build.workingDirectory + "/"}, wrongFolder},
+        {{env, "SRCROOT=" + build.folder.path()}, wrongFolder},
     };
     for (const auto& [changes, expected] : cases) {
-        std::vector<std::string> starter = {"/usr/bin/env"};
-        starter.insert(starter.end(), changes.begin(), changes.end());
-        EXPECT_EQ(printed(build.launch(starter), 1), versionLine + record(expected));
+        EXPECT_EQ(printed(build.launch(changes), 1), versionLine + record(expected));
     }
 
-    const std::string key = "<key>CFBundleIdentifier</key>";
-    for (const std::string& members :
-         {std::string(), key + "<string/>", key + "<integer>7</integer>", std::string("no property list")}) {
+    for (const char* members : {"", "<key>CFBundleIdentifier</key><string/>",
+                                "<key>CFBundleIdentifier</key><integer>7</integer>", "no property list"}) {
         build.writeInfoPlist(members);
         EXPECT_EQ(printed(build.launch({"/usr/bin/env", "DWARF_DSYM_FILE_NAME=none"}), 1),
                   versionLine +
@@ -95,7 +98,7 @@ TEST(DebugDefault, ComesFromTheArgumentsOrThePreferences) {
     build.folder.write("home/.config/com.tarnwhistle.run.plist",
                        "<plist version=\"1.0\"><dict><key>debug</key><true/></dict></plist>");
     EXPECT_THAT(printed(build, 1), StartsWith(versionLine + lines));
-    build.arguments.insert(build.arguments.end(), {"-debug", "NO"});
+    build.arguments.insert(build.arguments.end(), {"-v", "-debug", "NO"});
     EXPECT_THAT(printed(build, 1), StartsWith(versionLine + unanswered));
     build.arguments.back() = "YES";
     EXPECT_THAT(printed(build, 1), StartsWith(versionLine + lines));
@@ -123,30 +126,50 @@ TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
         const std::string message = std::string("Failed to write data to artifact path ") + bad + "\n\n";
         EXPECT_THAT(printed(build, 1), HasSubstr(record(message) + unanswered));
     }
-    EXPECT_TRUE(fs::is_character_file("/dev/null"));
-    path = "relative.plist";
+    fs::create_symlink(std::string(255, 'n'), build.workingDirectory + "/link");
+    path = "link";
     printed(build, 1);
-    EXPECT_TRUE(fs::exists(build.workingDirectory + "/relative.plist"));
+    EXPECT_TRUE(fs::exists(build.workingDirectory + "/" + std::string(255, 'n')));
+    for (path = build.folder.path(); path.size() < 3840; fs::create_directory(path))
+        path += "/" + std::string(200, 'n');
+    path += "/" + std::string(4094 - path.size(), 'n');
+    printed(build, 1);
+    EXPECT_TRUE(fs::exists(path)) << "as long a path as the system takes";
+    path += 'n';
+    EXPECT_THAT(printed(build, 1), HasSubstr("Failed to write data to artifact path /"));
 }
 
-TEST(Console, KeepsEveryRecordOfManyRunsWhole) {
-    constexpr int runCount = 200;
-    SampleBuild build;
-    build.environment.erase("INFOPLIST_PATH");
-    const support::Launch launch = build.launch({"/bin/sh", "-c", "exec \"$@\" 2>>log", "sh"});
-    for (const auto& ending : support::runTogether(std::vector(runCount, launch)))
-        EXPECT_EQ(ending.status, 1);
-
-    const auto bytes = platform::readFile(build.workingDirectory + "/log");
-    std::string log = messages(std::string(bytes->bytes()));
-    for (const std::string& whole :
-         {versionLine,
-          record("Failed to Detect Build Environment\n\nINFOPLIST_PATH value not found in environment")})
-        for (int i = 0; i < runCount; ++i) {
-            ASSERT_THAT(log, HasSubstr(whole));
-            log.erase(log.find(whole), whole.size());
+TEST(Console, KeepsEveryRecordOfManyThreadsAndProcessesWhole) {
+    const support::TemporaryFolder folder;
+    const std::string path = folder.path("log"), texts[] = {"short", std::string(12'000, 'x')};
+    const auto logAll = [&] {
+        for (int i = 0; i < 50; ++i)
+            TWLLog("%@", texts[i % 2]);
+    };
+    for (const bool isPipe : {true, false}) {
+        std::FILE* const stream =
+            isPipe ? popen(("cat >" + path).c_str(), "w") : std::fopen(path.c_str(), "w");
+        std::vector<pid_t> processes(4);
+        for (pid_t& process : processes)
+            if (process = fork(); process == 0) {
+                dup2(fileno(stream), STDERR_FILENO);
+                {
+                    const std::jthread threads[] = {std::jthread(logAll), std::jthread(logAll),
+                                                    std::jthread(logAll)};
+                }
+                _exit(0);
+            }
+        for (const pid_t process : processes)
+            waitpid(process, nullptr, 0);
+        isPipe ? pclose(stream) : std::fclose(stream);
+        const std::string log(platform::readFile(path)->bytes());
+        for (const std::string& text : texts) {
+            int count = 0;
+            for (std::size_t at = 0; (at = log.find("] " + record(text), at)) != std::string::npos; ++at)
+                ++count;
+            EXPECT_EQ(count, 4 * 3 * 25) << isPipe << text.substr(0, 5);
         }
-    EXPECT_EQ(log, "");
+    }
 }
 
 TEST(Console, OutlivesAClosedOrFullStandardError) {
@@ -171,6 +194,16 @@ TEST(HostDetection, WalksToTheFirstProcessAndAsksAgainWhileTheTableFails) {
     EXPECT_TRUE(isProcessNameInHierarchy("launchd", 70, lookup));
     EXPECT_FALSE(isProcessNameInHierarchy("Launchd", 70, lookup));
     EXPECT_FALSE(isProcessNameInHierarchy("launchd", 9, lookup)) << "a parent that has gone ends the walk";
+    rlimit limit;
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    for (int i = 0; i < 2; ++i) {
+        const int lowestFree = dup(0);
+        close(lowestFree);
+        const rlimit none = {static_cast<rlim_t>(lowestFree), limit.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        EXPECT_TRUE(platform::processRecord(platform::ownProcessIdentifier()));
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    }
     for (const std::uint32_t identifier : {0u, 4'194'305u, 4'294'967'295u})
         EXPECT_EQ(platform::processRecord(identifier).value().identifier, 0u);
 }

@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <list>
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,11 +63,9 @@ public:
 
 private:
     static std::vector<char*> pointers(const std::vector<std::string>& texts) {
-        std::vector<char*> result;
-        result.reserve(texts.size() + 1);
-        for (const std::string& text : texts)
-            result.push_back(const_cast<char*>(text.c_str()));
-        result.push_back(nullptr);
+        std::vector<char*> result(texts.size() + 1);
+        std::ranges::transform(texts, result.begin(),
+                               [](const std::string& text) { return const_cast<char*>(text.c_str()); });
         return result;
     }
     static std::string contents(const platform::FileDescriptor& file) {
@@ -84,15 +82,6 @@ private:
 /// Starts a program and waits for its end.
 inline Ending run(const Launch& launch) {
     return ChildProcess(launch).wait();
-}
-
-/// The same for many at once.
-inline std::vector<Ending> runTogether(const std::vector<Launch>& launches) {
-    std::list<ChildProcess> children(launches.begin(), launches.end());
-    std::vector<Ending> endings;
-    for (ChildProcess& child : children)
-        endings.push_back(child.wait());
-    return endings;
 }
 
 /// The same for a shell command, in the environment of the test.

@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,11 +29,23 @@ struct HTTPRequest {
     }
 };
 
+/// Where a file of make-certificates is.
+inline std::string certificatePath(const std::string& name) {
+    return ORVANE_TEST_CERTIFICATES "/" + name;
+}
+
 struct HTTPAnswer {
     int status = 200;
     std::string body = {};
     std::string contentType = "text/plain";
     platform::HTTPHeaders headers = {};
+};
+
+struct TLS {
+    /// One of make-certificates; none means HTTP.
+    std::string certificate = {};
+    /// No client's certificate is accepted.
+    bool demandsClientCertificate = false;
 };
 
 /// A real HTTP or HTTPS server (cpp-httplib) on a port of its own of 127.0.0.1, until it is destroyed.
@@ -43,26 +54,13 @@ class HTTPServer {
 public:
     using Handler = std::function<HTTPAnswer(const HTTPRequest&)>;
 
-    struct TLS {
-        /// The only host that the certificate is for: "IP:" and an address, or "DNS:" and a name.
-        std::string host = "IP:127.0.0.1";
-        /// Seconds from now.
-        long validFrom = -60;
-        long validUntil = 3600;
-        /// No client's certificate is accepted.
-        bool demandsClientCertificate = false;
-    };
-
-    explicit HTTPServer(Handler handler, const std::optional<TLS>& tls = std::nullopt);
+    explicit HTTPServer(Handler handler, const TLS& tls = {});
     ~HTTPServer();
 
-    /// The server's self-signed certificate, PEM.
-    const std::string& certificate() const { return _certificate; }
     /// "http://127.0.0.1:<port>" or "https://..." with `path` behind it.
     std::string url(const std::string& path = "/") const { return _origin + path; }
 
 private:
-    std::string _certificate;
     std::unique_ptr<httplib::Server> _server;
     std::string _origin;
     std::thread _thread;

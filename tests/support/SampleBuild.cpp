@@ -1,11 +1,15 @@
 #include "support/SampleBuild.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
 namespace support {
 
-SampleBuild::SampleBuild() : tool(ORVANE_RUN_UNDER_TEST) {
+SampleBuild::SampleBuild() {
+    // The environment may name another tool, such as the portable one.
+    const char* const other = std::getenv("ORVANE_RUN_UNDER_TEST");
+    tool = other ? other : ORVANE_RUN_UNDER_TEST;
     setKind("device");
     std::filesystem::create_directories(dSYM);
     writeInfoPlist("<key>CFBundleIdentifier</key><string>com.example.sample</string>"

@@ -38,11 +38,6 @@ bool ScriptedServer::Peer::send(std::string_view bytes) const {
            static_cast<ssize_t>(bytes.size());
 }
 
-void ScriptedServer::Peer::reset() const {
-    const linger hard{1, 0};
-    setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-}
-
 ScriptedServer::ScriptedServer(const Script& script)
     : _acceptor([this, script] {
           std::list<std::jthread> threads;

@@ -12,7 +12,7 @@
 
 namespace support {
 
-/// A port of its own of 127.0.0.1. Connections to it wait until somebody accepts them.
+/// A port of its own of 127.0.0.1. Connections to it wait until they are accepted.
 struct ListeningPort {
     explicit ListeningPort(int backlog = SOMAXCONN);
     platform::FileDescriptor connect() const;
@@ -33,8 +33,6 @@ public:
         std::string readUntil(std::string_view end) const;
         /// Sends all bytes; false when the peer does not take them.
         bool send(std::string_view bytes) const;
-        /// Lets the connection's end be a reset.
-        void reset() const;
 
         platform::FileDescriptor socket;
     };

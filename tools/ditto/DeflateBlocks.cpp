@@ -12,7 +12,6 @@ constexpr unsigned longestCodeword = 15;
 constexpr unsigned endOfBlockSymbol = 256;
 constexpr unsigned literalSymbols = 288;
 constexpr unsigned distanceSymbols = 32;
-constexpr unsigned tableBits = 11;
 
 // RFC 1951, section 3.2.5; the reserved symbols at the end of both never occur.
 constexpr std::array<std::uint8_t, 31> lengthExtraBits = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2,
@@ -26,39 +25,80 @@ constexpr std::array<std::uint8_t, 32> distanceExtraBits = {
 
 class BitReader {
 public:
-    BitReader(const std::uint8_t* bytes, std::size_t size) : _bytes(bytes), _end(size * 8) {}
+    BitReader(const std::uint8_t* bytes, std::size_t size) : _bytes(bytes), _size(size), _next(bytes) {}
 
-    /// The next 57 bits at least, the next one lowest.
-    std::uint64_t peek() const {
+    /// Makes at least 56 bits available. A reader looks at most 8 bytes ahead, so that the padding holds what
+    /// it reads behind a stream.
+    void refill() {
+        if (_next > _bytes + _size + deflateStreamPadding - sizeof _bits)
+            malformed();
         std::uint64_t word;
-        std::memcpy(&word, _bytes + _position / 8, sizeof word);
+        std::memcpy(&word, _next, sizeof word);
         if constexpr (std::endian::native == std::endian::big)
             word = __builtin_bswap64(word);
-        return word >> (_position % 8);
+        _bits |= word << _available;
+        _next += (63 - _available) / 8;
+        _available |= 56;
     }
-    void skip(std::size_t bits) {
-        _position += bits;
-        if (_position > _end)
-            malformed();
+    /// The next one lowest.
+    std::uint64_t bits() const { return _bits; }
+    void drop(unsigned count) {
+        _bits >>= count;
+        _available -= count;
     }
-    unsigned take(unsigned bits) {
-        const auto value = static_cast<unsigned>(peek() & ((1U << bits) - 1));
-        skip(bits);
+    unsigned take(unsigned count) {
+        refill();
+        const auto value = static_cast<unsigned>(_bits & ((1U << count) - 1));
+        drop(count);
         return value;
     }
-    void skipToByte() { skip((8 - _position % 8) % 8); }
-    std::size_t position() const { return _position; }
+    std::size_t position() const { return static_cast<std::size_t>(_next - _bytes) * 8 - _available; }
+    void moveToByte(std::size_t offset) {
+        if (offset > _size)
+            malformed();
+        _next = _bytes + offset;
+        _bits = 0;
+        _available = 0;
+    }
 
 private:
     const std::uint8_t* _bytes;
-    std::size_t _position = 0;
-    std::size_t _end;
+    std::size_t _size;
+    const std::uint8_t* _next;
+    std::uint64_t _bits = 0;
+    unsigned _available = 0;
 };
 
 struct Symbol {
-    unsigned value = 0;
-    unsigned codewordLength = 0;
+    unsigned value;
+    unsigned codewordLength;
 };
+
+constexpr unsigned tableBits = 10;
+constexpr unsigned tableSize = 1U << tableBits;
+
+/// What follows a symbol, as the offset of the table for it: a literal or a length, the distance of a length,
+/// or nothing. The last one marks codewords that are longer than the table's index.
+enum Next : std::uint16_t { literalOrLength = 0, distance = tableSize, nothing, longCodeword };
+
+struct Step {
+    /// How many bits a symbol takes, its extra bits included.
+    std::uint8_t skip = 0;
+    Next next = longCodeword;
+};
+/// For literals and lengths, and behind them for distances.
+using StepTable = std::array<Step, std::size_t{2} * tableSize>;
+
+Step stepFor(const Symbol& symbol, Next alphabet) {
+    const auto step = [&](unsigned extraBits, Next next) {
+        return Step{static_cast<std::uint8_t>(symbol.codewordLength + extraBits), next};
+    };
+    if (alphabet == distance)
+        return step(distanceExtraBits.at(symbol.value), literalOrLength);
+    if (symbol.value <= endOfBlockSymbol)
+        return step(0, symbol.value < endOfBlockSymbol ? literalOrLength : nothing);
+    return step(lengthExtraBits.at(symbol.value - endOfBlockSymbol - 1), distance);
+}
 
 /// A canonical Huffman code (RFC 1951, section 3.2.2).
 class HuffmanCode {
@@ -91,20 +131,22 @@ public:
         malformed();
     }
 
-    /// Calls visit(symbol, the bits that its codeword starts with in the stream's order) for every symbol
-    /// whose codeword has at most tableBits bits.
-    template <class Visit>
-    void visitShort(Visit visit) const {
+    /// Adds the steps for the codewords of at most tableBits bits.
+    void fill(StepTable& table, Next alphabet) const {
         unsigned code = 0;
         unsigned index = 0;
         for (unsigned length = 1; length <= tableBits; ++length) {
             code <<= 1;
-            for (unsigned i = 0; i < _counts[length]; ++i)
-                visit(Symbol{_symbols[index++], length}, reversed(code++, length));
+            for (unsigned end = code + _counts[length]; code < end; ++code) {
+                const Step step = stepFor({_symbols[index++], length}, alphabet);
+                for (unsigned bits = reversed(code, length); bits < tableSize; bits += 1U << length)
+                    table[alphabet + bits] = step;
+            }
         }
     }
 
 private:
+    /// The order in which the stream holds the bits of a codeword.
     static unsigned reversed(unsigned code, unsigned length) {
         unsigned result = 0;
         for (; length > 0; --length, code >>= 1)
@@ -116,85 +158,31 @@ private:
     std::array<std::uint16_t, literalSymbols> _symbols = {};
 };
 
-/// The two codes of a block take turns: every match's length is followed by its distance.
-enum Alphabet : std::uint8_t { literalsAndLengths, distances };
-
-/// What to skip for the bits that stand next: one codeword with its extra bits, or several literals.
-struct Step {
-    enum Kind : std::uint8_t { ordinary, endOfBlock, longCodeword };
-    std::uint8_t skip = 0;
-    /// The part of `skip` that the table's index must hold to be sure of it.
-    std::uint8_t codewordBits = 0;
-    Kind kind = longCodeword;
-    /// The code that the bits behind belong to.
-    Alphabet next = literalsAndLengths;
-};
-using StepTable = std::array<Step, 1U << tableBits>;
-
-Step stepFor(const Symbol& symbol, Alphabet alphabet) {
-    const auto length = static_cast<std::uint8_t>(symbol.codewordLength);
-    const auto with = [&](unsigned extraBits) {
-        return static_cast<std::uint8_t>(length + extraBits);
-    };
-    if (alphabet == distances)
-        return {with(distanceExtraBits.at(symbol.value)), length, Step::ordinary, literalsAndLengths};
-    if (symbol.value < endOfBlockSymbol)
-        return {length, length, Step::ordinary, literalsAndLengths};
-    if (symbol.value == endOfBlockSymbol)
-        return {length, length, Step::endOfBlock, literalsAndLengths};
-    return {with(lengthExtraBits.at(symbol.value - endOfBlockSymbol - 1)), length, Step::ordinary, distances};
-}
-
-void fillTable(StepTable& table, const HuffmanCode& code, Alphabet alphabet) {
-    table.fill(Step());
-    code.visitShort([&](const Symbol& symbol, unsigned bits) {
-        const Step step = stepFor(symbol, alphabet);
-        for (; bits < table.size(); bits += 1U << symbol.codewordLength)
-            table[bits] = step;
-    });
-}
-
-/// Lets one look-up skip a run of literals and the codeword behind it, as far as the index shows them.
-void joinLiterals(StepTable& table) {
-    const StepTable single = table;
-    for (unsigned index = 0; index < table.size(); ++index) {
-        Step& step = table[index];
-        while (step.kind == Step::ordinary && step.next == literalsAndLengths) {
-            const Step& behind = single[index >> step.codewordBits];
-            if (behind.kind == Step::longCodeword || step.codewordBits + behind.codewordBits > tableBits)
-                break;
-            step.codewordBits = static_cast<std::uint8_t>(step.codewordBits + behind.codewordBits);
-            step.skip = static_cast<std::uint8_t>(step.skip + behind.skip);
-            step.kind = behind.kind;
-            step.next = behind.next;
-        }
-    }
-}
-
 /// Skips the symbols of a block. What comes next is looked up, not branched on: matches and literals follow
 /// each other in no order that a processor could foresee.
-void skipSymbols(BitReader& reader, const std::array<HuffmanCode, 2>& codes) {
-    std::array<StepTable, 2> tables;
-    fillTable(tables[literalsAndLengths], codes[literalsAndLengths], literalsAndLengths);
-    joinLiterals(tables[literalsAndLengths]);
-    fillTable(tables[distances], codes[distances], distances);
-    Alphabet alphabet = literalsAndLengths;
-    while (true) {
-        std::uint64_t bits = reader.peek();
-        unsigned skipped = 0;
-        // Two steps take 48 bits at most: 20 of a length and 28 of its distance.
-        for (int i = 0; i < 2; ++i) {
-            Step step = tables[alphabet][bits % (1U << tableBits)];
-            if (step.kind == Step::longCodeword) [[unlikely]]
-                step = stepFor(codes[alphabet].decode(bits), alphabet);
-            bits >>= step.skip;
-            skipped += step.skip;
-            alphabet = step.next;
-            if (step.kind == Step::endOfBlock) [[unlikely]]
-                return reader.skip(skipped);
-        }
-        reader.skip(skipped);
+void skipSymbols(BitReader& reader, const HuffmanCode& literalCode, const HuffmanCode& distanceCode) {
+    StepTable table;
+    table.fill(Step());
+    literalCode.fill(table, literalOrLength);
+    distanceCode.fill(table, distance);
+    // A copy stays in registers.
+    BitReader local = reader;
+    Next next = literalOrLength;
+    const auto skipOne = [&] {
+        Step step = table[next + (local.bits() & (tableSize - 1))];
+        if (step.next == longCodeword) [[unlikely]]
+            step = stepFor((next == distance ? distanceCode : literalCode).decode(local.bits()), next);
+        local.drop(step.skip);
+        next = step.next;
+    };
+    while (next != nothing) {
+        local.refill();
+        skipOne();
+        // Two symbols take 56 bits at most: each a codeword of 15 and 13 extra bits.
+        if (next != nothing)
+            skipOne();
     }
+    reader = local;
 }
 
 void skipFixedBlock(BitReader& reader) {
@@ -203,8 +191,7 @@ void skipFixedBlock(BitReader& reader) {
         lengths[symbol] = symbol < 144 ? 8 : symbol < 256 ? 9 : symbol < 280 ? 7 : 8;
     std::array<std::uint8_t, distanceSymbols> distanceLengths;
     distanceLengths.fill(5);
-    skipSymbols(reader, {HuffmanCode(lengths.data(), literalSymbols),
-                         HuffmanCode(distanceLengths.data(), distanceSymbols)});
+    skipSymbols(reader, {lengths.data(), literalSymbols}, {distanceLengths.data(), distanceSymbols});
 }
 
 /// RFC 1951, section 3.2.7.
@@ -221,8 +208,9 @@ void skipDynamicBlock(BitReader& reader) {
 
     std::array<std::uint8_t, literalSymbols + distanceSymbols> lengths = {};
     for (unsigned filled = 0; filled < literalCount + distanceCount;) {
-        const Symbol symbol = precode.decode(reader.peek());
-        reader.skip(symbol.codewordLength);
+        reader.refill();
+        const Symbol symbol = precode.decode(reader.bits());
+        reader.drop(symbol.codewordLength);
         std::uint8_t length = 0;
         unsigned repeat = 1;
         if (symbol.value < 16)
@@ -236,19 +224,23 @@ void skipDynamicBlock(BitReader& reader) {
         for (; repeat > 0; --repeat)
             lengths.at(filled++) = length;
     }
-    skipSymbols(reader, {HuffmanCode(lengths.data(), literalCount),
-                         HuffmanCode(lengths.data() + literalCount, distanceCount)});
+    skipSymbols(reader, {lengths.data(), literalCount}, {lengths.data() + literalCount, distanceCount});
 }
 
 void skipStoredBlock(BitReader& reader) {
-    reader.skipToByte();
+    reader.moveToByte((reader.position() + 7) / 8);
     const unsigned length = reader.take(16);
-    reader.skip(16 + std::size_t{length} * 8);
+    reader.moveToByte(reader.position() / 8 + 2 + length);
 }
 
-} // namespace
+/// Bit offsets into a deflate stream; bit 0 is the lowest of the first byte.
+struct Block {
+    std::size_t headerBit;
+    /// The first bit behind the block.
+    std::size_t endBit;
+};
 
-DeflateBlock findLastBlock(const std::uint8_t* stream, std::size_t size) {
+Block findLastBlock(const std::uint8_t* stream, std::size_t size) {
     BitReader reader(stream, size);
     while (true) {
         const std::size_t headerBit = reader.position();
@@ -274,8 +266,10 @@ DeflateBlock findLastBlock(const std::uint8_t* stream, std::size_t size) {
     }
 }
 
+} // namespace
+
 std::size_t continueDeflateStream(std::uint8_t* stream, std::size_t size) {
-    const DeflateBlock last = findLastBlock(stream, size);
+    const Block last = findLastBlock(stream, size);
     stream[last.headerBit / 8] &= static_cast<std::uint8_t>(~(1U << last.headerBit % 8));
     // The header of a stored block that is not the last one is three zero bits, as the rest of the byte is.
     if (last.endBit + 3 > size * 8)

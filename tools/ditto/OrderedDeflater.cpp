@@ -33,40 +33,32 @@ OrderedDeflater::~OrderedDeflater() {
 }
 
 bool OrderedDeflater::full() const {
-    if (_threads.empty())
-        return !_jobs.empty();
-    return _jobs.size() >= _jobLimit || _bytesInFlight >= (2 * _threads.size() + 1) * pieceSize;
+    return _jobs.size() >= _jobLimit || _bytesInFlight >= (2 * _threads.size() + 3) * pieceSize;
 }
 
 void OrderedDeflater::add(Piece piece) {
-    if (_threads.empty() && _threadLimit > 1 && _bytesDoneByCaller + piece.size > worthThreads)
-        startThreads();
     _bytesInFlight += piece.size;
-    const bool isForThreads = !_threads.empty() && piece.size > 0;
-    Job* job = nullptr;
     {
         const std::lock_guard lock(_mutex);
-        job = &_jobs.emplace_back(Job{.piece = std::move(piece), .isDone = !isForThreads});
-        if (isForThreads)
-            _waiting.push_back(job);
+        Job& job = _jobs.emplace_back(Job{.piece = std::move(piece)});
+        job.isDone = job.piece.size == 0;
+        if (!job.isDone)
+            _waiting.push_back(&job);
     }
-    if (isForThreads)
-        _jobWaits.notify_one();
-    else if (job->piece.size > 0)
-        deflateHere(*job);
-}
-
-void OrderedDeflater::deflateHere(Job& job) {
-    if (!_deflater)
-        _deflater.emplace();
-    _bytesDoneByCaller += job.piece.size;
-    job.deflated = _deflater->deflate(job.piece);
+    if (!_hasStarted && _jobs.size() > 1 && _bytesInFlight > worthThreads)
+        startThreads();
+    _jobWaits.notify_one();
 }
 
 OrderedDeflater::Taken OrderedDeflater::takeFirst() {
     Job& job = _jobs.front();
     std::unique_lock lock(_mutex);
-    _jobDone.wait(lock, [&] { return job.isDone; });
+    while (!job.isDone) {
+        if (_waiting.empty())
+            _jobDone.wait(lock);
+        else
+            deflateNext(lock, _deflater);
+    }
     if (job.failure)
         std::rethrow_exception(job.failure);
     Taken taken{std::move(job.piece), std::move(job.deflated)};
@@ -76,12 +68,13 @@ OrderedDeflater::Taken OrderedDeflater::takeFirst() {
 }
 
 void OrderedDeflater::startThreads() {
+    _hasStarted = true;
     _threads.reserve(_threadLimit);
     try {
-        while (_threads.size() < _threadLimit)
+        while (_threads.size() + 1 < _threadLimit)
             _threads.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
-        // The system allows no more threads; those that run, or the caller, do the work.
+        // The system allows no more threads; those that run do the work.
     }
 }
 
@@ -92,20 +85,25 @@ void OrderedDeflater::work() {
         _jobWaits.wait(lock, [&] { return _stopping || !_waiting.empty(); });
         if (_stopping)
             return;
-        Job& job = *_waiting.front();
-        _waiting.pop_front();
-        lock.unlock();
-        try {
-            if (!deflater)
-                deflater.emplace();
-            job.deflated = deflater->deflate(job.piece);
-        } catch (...) {
-            job.failure = std::current_exception();
-        }
-        lock.lock();
-        job.isDone = true;
+        deflateNext(lock, deflater);
         _jobDone.notify_one();
     }
+}
+
+void OrderedDeflater::deflateNext(std::unique_lock<std::mutex>& lock,
+                                  std::optional<PieceDeflater>& deflater) {
+    Job& job = *_waiting.front();
+    _waiting.pop_front();
+    lock.unlock();
+    try {
+        if (!deflater)
+            deflater.emplace();
+        job.deflated = deflater->deflate(job.piece);
+    } catch (...) {
+        job.failure = std::current_exception();
+    }
+    lock.lock();
+    job.isDone = true;
 }
 
 } // namespace ditto

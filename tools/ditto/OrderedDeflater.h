@@ -13,11 +13,11 @@
 namespace ditto {
 
 /// Compresses pieces on several threads and gives them back in the order in which they came. One thread uses
-/// an object. Threads start only once there is more work than a start is worth; the first pieces, and all
-/// of them where there is one core, are compressed by the caller.
+/// an object, and compresses too while it waits for a piece: on one core, for small content, and where the
+/// system allows no more threads, it is the only one.
 class OrderedDeflater {
 public:
-    /// At most `threads` threads, and about 2 MiB of memory for each.
+    /// At most `threads` threads, the caller's among them, and about 4 MiB of memory for each.
     explicit OrderedDeflater(unsigned threads);
     /// Waits for the pieces that threads are at; drops the others.
     ~OrderedDeflater();
@@ -48,22 +48,22 @@ private:
     };
 
     void startThreads();
-    void deflateHere(Job& job);
     void work();
+    void deflateNext(std::unique_lock<std::mutex>& lock, std::optional<PieceDeflater>& deflater);
 
     const unsigned _threadLimit;
     const std::size_t _jobLimit;
     /// For the caller's own thread.
     std::optional<PieceDeflater> _deflater;
-    std::size_t _bytesDoneByCaller = 0;
     std::size_t _bytesInFlight = 0;
-    /// Its end and its length belong to the caller; `_mutex` guards the rest once there are threads.
+    /// Its ends and its length belong to the caller; `_mutex` guards the jobs that it holds, and the rest.
     std::deque<Job> _jobs;
     std::deque<Job*> _waiting;
     bool _stopping = false;
     std::mutex _mutex;
     std::condition_variable _jobWaits;
     std::condition_variable _jobDone;
+    bool _hasStarted = false;
     std::vector<std::thread> _threads;
 };
 

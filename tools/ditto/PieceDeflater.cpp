@@ -8,62 +8,61 @@
 #include <unistd.h>
 #include <zlib.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <span>
 #include <stdexcept>
 
 namespace ditto {
 namespace {
 
-/// Large enough to tell kinds of content apart, small enough to cost about 1 % of the time.
+/// zlib's level for tables: its archives are as large as those of level 6, which takes four times as long.
+constexpr int tableLevel = 4;
+
+/// Enough to recognise a table by. To look at all of a piece would take a twentieth of the time of
+/// compressing it, and to set up zlib for less than this takes longer than to compress it.
 constexpr std::size_t sampleSize = std::size_t{32} << 10;
 
-enum class Content { ordinary, repetitive, table };
-
-/// How much of `bytes` is what stood 4 bytes before, as in tables of rising 32-bit numbers.
-bool looksLikeTable(const std::uint8_t* bytes, std::size_t size) {
+/// Whether the middle of `bytes` looks like a table of rising 32-bit numbers: of the four bytes of each
+/// number, two or three are those of the number before. Where more are the same, few different numbers occur,
+/// which libdeflate compresses well.
+bool looksLikeTable(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() < sampleSize)
+        return false;
+    const auto sample = bytes.subspan((bytes.size() - sampleSize) / 2, sampleSize);
     std::size_t same = 0;
-    for (std::size_t i = 4; i < size; ++i)
-        same += bytes[i] == bytes[i - 4];
-    return same >= size / 2;
+    for (std::size_t i = 4; i < sampleSize; ++i)
+        same += sample[i] == sample[i - 4];
+    return same >= sampleSize / 2 && same < sampleSize / 8 * 7;
 }
 
-/// Names and code shrink to a fifth and less; there a longer search gains most and costs least.
-Content classify(libdeflate_compressor* sampler, const std::uint8_t* bytes, std::size_t size) {
-    if (size < 2 * sampleSize)
-        return Content::ordinary;
-    std::array<std::uint8_t, sampleSize / 5> space;
-    if (libdeflate_deflate_compress(sampler, bytes + size / 2, sampleSize, space.data(), space.size()) != 0)
-        return Content::repetitive;
-    return looksLikeTable(bytes, size) ? Content::table : Content::ordinary;
-}
-
-/// libdeflate leaves out matches of 3 bytes where few different bytes occur, and so makes tables (those of
-/// __apple_names among them) twice as large as zlib does. Returns the size, and joins pieces as
-/// continueDeflateStream does.
-std::size_t deflateTable(std::uint8_t* input, std::size_t size, bool isLast, DeflatedPiece& result) {
+/// libdeflate leaves out matches of 3 bytes where few different bytes occur. It makes some tables, such as
+/// those of __apple_names, twice as large as zlib does. Joins pieces as continueDeflateStream does.
+void deflateTable(std::span<const std::uint8_t> input, bool isLast, int memoryLevel, DeflatedPiece& result) {
     z_stream deflater = {};
-    if (deflateInit2(&deflater, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL - 1,
-                     Z_DEFAULT_STRATEGY) != Z_OK)
+    if (deflateInit2(&deflater, tableLevel, Z_DEFLATED, -MAX_WBITS, memoryLevel, Z_DEFAULT_STRATEGY) != Z_OK)
         throw std::bad_alloc();
-    const std::size_t bound = deflateBound(&deflater, size) + deflateContinuationSize;
-    result.buffer = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
-    deflater.next_in = input;
-    deflater.avail_in = static_cast<uInt>(size);
-    deflater.next_out = result.buffer.get();
+    const std::size_t bound = deflateBound(&deflater, input.size()) + deflateContinuationSize;
+    auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
+    deflater.next_in = const_cast<std::uint8_t*>(input.data());
+    deflater.avail_in = static_cast<uInt>(input.size());
+    deflater.next_out = buffer.get();
     deflater.avail_out = static_cast<uInt>(bound);
     ::deflate(&deflater, isLast ? Z_FINISH : Z_SYNC_FLUSH);
     const bool isWhole = deflater.avail_in == 0 && deflater.avail_out > 0;
     deflateEnd(&deflater);
     if (!isWhole)
         throw std::logic_error("zlib found no room within its own bound");
-    return deflater.total_out;
+    if (!result.buffer || deflater.total_out < result.size) {
+        result.buffer = std::move(buffer);
+        result.size = deflater.total_out;
+    }
 }
 
-/// Whoever reads the last piece of a file sees every change that any piece of it may show. Asking after each
-/// one keeps a large file from being read to its end in vain.
+/// The check after a file's last piece would notice every change. The checks after the others end the work on
+/// a large file early.
 void refuseChanged(const SourceFile& file) {
     struct stat status;
     if (fstat(file.descriptor.get(), &status) != 0)
@@ -77,18 +76,13 @@ void refuseChanged(const SourceFile& file) {
 } // namespace
 
 PieceDeflater::PieceDeflater()
-    : _sampler(libdeflate_alloc_compressor(1), &libdeflate_free_compressor),
-      _fastCompressor(libdeflate_alloc_compressor(6), &libdeflate_free_compressor),
-      _thoroughCompressor(libdeflate_alloc_compressor(7), &libdeflate_free_compressor) {
-    if (!_sampler || !_fastCompressor || !_thoroughCompressor)
+    : _compressor(libdeflate_alloc_compressor(compressionLevel), &libdeflate_free_compressor),
+      _input(std::make_unique_for_overwrite<std::uint8_t[]>(pieceSize)) {
+    if (!_compressor)
         throw std::bad_alloc();
 }
 
 void PieceDeflater::read(const Piece& piece) {
-    if (_inputCapacity < piece.size) {
-        _input = std::make_unique_for_overwrite<std::uint8_t[]>(piece.size);
-        _inputCapacity = piece.size;
-    }
     for (std::size_t filled = 0; filled < piece.size;) {
         const ssize_t got = pread(piece.file->descriptor.get(), _input.get() + filled, piece.size - filled,
                                   static_cast<off_t>(piece.offset + filled));
@@ -102,34 +96,30 @@ void PieceDeflater::read(const Piece& piece) {
     refuseChanged(*piece.file);
 }
 
-std::size_t PieceDeflater::deflate(libdeflate_compressor* compressor, const Piece& piece,
-                                   DeflatedPiece& result) const {
-    const std::size_t bound = libdeflate_deflate_compress_bound(compressor, piece.size);
+void PieceDeflater::deflateContent(const Piece& piece, DeflatedPiece& result) const {
+    const std::span<const std::uint8_t> input(_input.get(), piece.size);
+    if (looksLikeTable(input)) {
+        // Uniform tables become smallest in the longest blocks that zlib makes, mixed ones in shorter ones.
+        for (const int memoryLevel : {MAX_MEM_LEVEL - 1, MAX_MEM_LEVEL})
+            deflateTable(input, piece.isLast(), memoryLevel, result);
+        return;
+    }
+    const std::size_t bound = libdeflate_deflate_compress_bound(_compressor.get(), input.size());
     result.buffer = std::make_unique_for_overwrite<std::uint8_t[]>(bound + deflateContinuationSize +
                                                                    deflateStreamPadding);
-    const std::size_t size =
-        libdeflate_deflate_compress(compressor, _input.get(), piece.size, result.buffer.get(), bound);
+    std::uint8_t* const output = result.buffer.get();
+    result.size = libdeflate_deflate_compress(_compressor.get(), input.data(), input.size(), output, bound);
     if (piece.isLast())
-        return size;
-    std::memset(result.buffer.get() + size, 0, deflateStreamPadding);
-    return continueDeflateStream(result.buffer.get(), size);
+        return;
+    std::memset(output + result.size, 0, deflateStreamPadding);
+    result.size = continueDeflateStream(output, result.size);
 }
 
 DeflatedPiece PieceDeflater::deflate(const Piece& piece) {
     read(piece);
     DeflatedPiece result;
     result.crc32 = libdeflate_crc32(0, _input.get(), piece.size);
-    switch (classify(_sampler.get(), _input.get(), piece.size)) {
-    case Content::ordinary:
-        result.size = deflate(_fastCompressor.get(), piece, result);
-        break;
-    case Content::repetitive:
-        result.size = deflate(_thoroughCompressor.get(), piece, result);
-        break;
-    case Content::table:
-        result.size = deflateTable(_input.get(), piece.size, piece.isLast(), result);
-        break;
-    }
+    deflateContent(piece, result);
     result.isStored = piece.isFirst() && piece.isLast() && result.size >= piece.size;
     if (result.isStored) {
         std::memcpy(result.buffer.get(), _input.get(), piece.size);

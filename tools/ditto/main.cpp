@@ -27,6 +27,16 @@ int fail(const std::exception& failure) {
     return failed;
 }
 
+/// A line that needs no memory stands in for a message that there is no memory for.
+int failForMemory(const char* archive) {
+    try {
+        return fail(ditto::Failure(ENOMEM, "make", archive));
+    } catch (const std::bad_alloc&) {
+        platform::writeToStandardError("ditto: there is not enough memory\n");
+        return failed;
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -39,7 +49,7 @@ int main(int argc, char** argv) {
         ditto::makeArchive(argv[4], argv[5]);
         return 0;
     } catch (const std::bad_alloc&) {
-        return fail(ditto::Failure(ENOMEM, "make", argv[5]));
+        return failForMemory(argv[5]);
     } catch (const std::exception& failure) {
         return fail(failure);
     }

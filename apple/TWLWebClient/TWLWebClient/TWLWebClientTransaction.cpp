@@ -3,7 +3,6 @@
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/Assert.h"
 #include "platform/PropertyList.h"
-#include "platform/RunLoop.h"
 
 using platform::Data;
 using platform::Error;
@@ -63,7 +62,6 @@ std::shared_ptr<platform::URLRequest> TWLWebClientTransaction::platformRequest(c
 void TWLWebClientTransaction::startConnection() {
     const auto request = platformRequest("-[TWLWebClientTransaction startConnection]");
     _connection = std::make_unique<URLConnection>(*request, shared_from_this());
-    _connection->scheduleInRunLoop(platform::RunLoop::mainRunLoop());
     _connection->start();
 }
 

@@ -33,9 +33,9 @@ void NSTask::launchWithPath(const std::string& path, const std::optional<std::st
                   .arguments = arguments.value_or(Arguments()),
                   .currentDirectoryPath = workingDirectory,
                   .environment = environment,
-                  .standardInput = *stdinPipe,
-                  .standardOutput = *stdoutPipe,
-                  .standardError = *stderrPipe});
+                  .standardInput = stdinPipe.get(),
+                  .standardOutput = stdoutPipe.get(),
+                  .standardError = stderrPipe.get()});
     task->waitUntilExit();
     const Data stderrData(stderrPipe->readDataToEndOfFile());
     const Data stdoutData(stdoutPipe->readDataToEndOfFile());

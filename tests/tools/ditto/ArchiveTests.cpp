@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <stdexcept>
 #include <vector>
 
@@ -17,7 +16,6 @@ namespace {
 using support::TemporaryFolder;
 using testing::HasSubstr;
 using testing::StartsWith;
-namespace fs = std::filesystem;
 
 /// Runs in `folder`, with "$D SOURCE ARCHIVE" for the archiver. The output holds both streams.
 support::Ending shell(const TemporaryFolder& folder, const std::string& script) {
@@ -56,15 +54,16 @@ sys.stdout.buffer.write(bytes(int(random.expovariate(0.4)) * 7 % 256 for i in ra
 TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
     const TemporaryFolder folder;
     makeBundle(folder);
-    // unzip leaves a link's own time alone.
+    // unzip leaves a link's own time alone, and bsdtar the set-user-ID bit unless root runs it.
     const auto packed = shell(folder, R"sh(set -e
         mkdir tar zip; $D 'source/My App.app.dSYM' A
         unzip -tqq A; bsdtar -xpf A -C tar; unzip -qqK A -d zip; python3 -m zipfile -t A >/dev/null
         list() { (cd $1 && find -mindepth 2 -type l -printf "%P %l $2\n" -o -printf '%P %M %Ts\n' | sort); }
         for unpacked in tar zip; do diff -r --no-dereference source $unpacked; done
         [ "$(list source)" = "$(list zip)" ]
-        [ "$(list source %Ts)" = "$(list tar %Ts)" ]
-        $D source/*/*/DWARF/table T; [ $(stat -c %s T) -lt 800000 ]
+        [ "$(list source %Ts | tr s x)" = "$(list tar %Ts | tr s x)" ]
+        # What zip -6 makes of it has 587,077 bytes.
+        $D source/*/*/DWARF/table T; [ $(stat -c %s T) -lt 587100 ]
         mkdir S; echo a >S/$(printf '\351'); echo b >S/$(printf '\352'); echo c >S/$(printf '\357\277\275')
         ln -s S link; $D link L; unzip -qq L -d out; diff -r S out/link)sh");
     EXPECT_EQ(packed.status, 0);
@@ -95,7 +94,7 @@ TEST(DeflateBlocks, FixedBlocksCanBeContinuedAndStreamsThatEndTooEarlyCannot) {
     for (const auto& [stream, continued] : cases) {
         std::vector<std::uint8_t> bytes(stream.begin(), stream.end());
         bytes.resize(stream.size() + ditto::deflateContinuationSize + ditto::deflateStreamPadding);
-        EXPECT_THROW(ditto::findLastBlock(bytes.data(), stream.size() - 1), std::logic_error);
+        EXPECT_THROW(ditto::continueDeflateStream(bytes.data(), stream.size() - 1), std::logic_error);
         bytes.resize(ditto::continueDeflateStream(bytes.data(), stream.size()));
         EXPECT_EQ(std::string(bytes.begin(), bytes.end()), continued + "\0\0\xFF\xFF"s);
     }
@@ -126,8 +125,8 @@ TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
 
 TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
     const TemporaryFolder folder;
-    for (const char* arguments : {"", "-c -k --keepParent S", "-c -k --keepParent S A more",
-                                  "-k -c --keepParent S A", "-c -k --keepParent '' A"}) {
+    for (const char* arguments :
+         {"", "-c -k --keepParent S A more", "-k -c --keepParent S A", "-c -k --keepParent '' A"}) {
         const auto outcome = shell(folder, DITTO_PATH + std::string(" ") + arguments + " >/dev/null");
         EXPECT_EQ(outcome.status, 64) << arguments;
         EXPECT_EQ(outcome.standardOutput, "usage: ditto -c -k --keepParent SOURCE ARCHIVE\n");
@@ -140,13 +139,11 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
         {"$D S missing/A", "cannot create missing/A: No such file or directory\n"},
         {"$D S S/sub/deep", "it would lie inside S, which it is to hold; choose another folder\n"},
         {"$D file file", "cannot write file"},
-        {"$D S folder", "cannot write folder: something that is no file is there\n"},
         {"$D S /dev/null", "cannot write /dev/null: something that is no file is there\n"},
         {"$D / A", "cannot archive \"/\": it has no name that the archive could bear\n"},
         {"$D /dev/null A", "cannot archive /dev/null: it is neither a folder nor a file\n"},
         {"mkfifo S/z; $D S A", "S/z is neither a file nor a folder nor a link; remove it from the bundle\n"},
         {"ulimit -f 64; $D S A", "cannot write A: File too large\n"},
-        {"ulimit -n 5; $D S A", "Too many open files\n"},
         {"chmod 0 S/sub/deep; $U $D S A", "cannot open S/sub/deep: Permission denied\n"},
         {"chmod 500 folder; $U $D S folder/A", "cannot create folder/A: Permission denied\n"}};
     // Root may open everything, unless it gives that up.
@@ -166,7 +163,6 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
                   "what was therewhat was there.:\nA\nS\nfile\nfolder\n\nS:\nnoise\nsub\n\nfolder:\n")
             << script;
     }
-    EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
 /// An archiver at work on a file so large that it cannot end by itself before the test has done its part.

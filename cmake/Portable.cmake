@@ -1,0 +1,84 @@
+# The portable build: `run` and `ditto` without any shared library. Everything is linked from static archives: OpenSSL,
+# nghttp2, zlib, expat, c-ares and libdeflate as Debian packs them, and a libcurl with HTTP alone, built from Debian's
+# source package. Sets up the search paths for these archives and defines the target orvane_portable_curl.
+
+set(ORVANE_CURL_SOURCE "" CACHE PATH "Folder with curl's source; by default Debian's source package is downloaded")
+set(ORVANE_STATIC_LIBRARIES "" CACHE PATH
+  "Folder with include/ and lib/ of the static libraries; by default Debian's packages are downloaded")
+
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+  set(debian_architecture amd64)
+  set(CMAKE_LIBRARY_ARCHITECTURE x86_64-linux-gnu)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  set(debian_architecture arm64)
+  set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
+elseif(NOT ORVANE_STATIC_LIBRARIES)
+  message(FATAL_ERROR "For ${CMAKE_SYSTEM_PROCESSOR}, set ORVANE_STATIC_LIBRARIES and ORVANE_CURL_SOURCE.")
+endif()
+
+if(NOT ORVANE_CURL_SOURCE OR NOT ORVANE_STATIC_LIBRARIES)
+  message(STATUS "Looking for the inputs of the portable build (build/inputs)")
+  execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/portable-inputs ${debian_architecture} RESULT_VARIABLE failed)
+  if(failed)
+    message(FATAL_ERROR "The inputs of the portable build could not be downloaded. On a system other than Debian 12, "
+      "set ORVANE_CURL_SOURCE and ORVANE_STATIC_LIBRARIES.")
+  endif()
+endif()
+set(curl_source ${PROJECT_SOURCE_DIR}/build/inputs/curl)
+if(ORVANE_CURL_SOURCE)
+  set(curl_source ${ORVANE_CURL_SOURCE})
+endif()
+set(static_libraries ${PROJECT_SOURCE_DIR}/build/inputs/${debian_architecture}/usr)
+if(ORVANE_STATIC_LIBRARIES)
+  set(static_libraries ${ORVANE_STATIC_LIBRARIES})
+endif()
+
+# For find_package and find_library.
+list(PREPEND CMAKE_PREFIX_PATH ${static_libraries})
+set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
+set(OPENSSL_USE_STATIC_LIBS ON)
+find_library(ORVANE_CARES_LIBRARY cares REQUIRED)
+find_library(ORVANE_NGHTTP2_LIBRARY nghttp2 REQUIRED)
+find_package(OpenSSL REQUIRED)
+# Debian's OpenSSL keeps one header in a folder for the architecture.
+set(architecture_headers ${static_libraries}/include/${CMAKE_LIBRARY_ARCHITECTURE})
+include_directories(SYSTEM ${architecture_headers})
+
+# No certificate paths are compiled in: the tool looks for them when it runs. OpenSSL's configuration file is not read: it
+# belongs to the machine's own OpenSSL and may name modules that a static program cannot load.
+include(ExternalProject)
+ExternalProject_Add(curl_build
+  SOURCE_DIR ${curl_source}
+  CMAKE_ARGS
+    -DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE} -DCMAKE_BUILD_TYPE=Release
+    "-DCMAKE_C_FLAGS=-isystem ${architecture_headers}" -DPICKY_COMPILER=OFF
+    -DBUILD_SHARED_LIBS=OFF -DBUILD_CURL_EXE=OFF -DBUILD_TESTING=OFF -DENABLE_MANUAL=OFF -DHTTP_ONLY=ON
+    -DCURL_USE_OPENSSL=ON -DUSE_NGHTTP2=ON -DENABLE_ARES=ON -DHAVE_POLL_FINE_EXITCODE=0
+    -DCURL_DISABLE_OPENSSL_AUTO_LOAD_CONFIG=ON -DCURL_CA_BUNDLE=none -DCURL_CA_PATH=none
+    -DCURL_BROTLI=OFF -DCURL_ZLIB=OFF -DCURL_ZSTD=OFF -DCURL_USE_GSSAPI=OFF -DCURL_USE_LIBPSL=OFF
+    -DCURL_USE_LIBSSH2=OFF -DENABLE_UNIX_SOCKETS=OFF -DUSE_LIBIDN2=OFF
+    -DCURL_DISABLE_ALTSVC=ON -DCURL_DISABLE_COOKIES=ON -DCURL_DISABLE_DOH=ON -DCURL_DISABLE_GETOPTIONS=ON
+    -DCURL_DISABLE_HSTS=ON -DCURL_DISABLE_MIME=ON -DCURL_DISABLE_NETRC=ON -DCURL_DISABLE_NTLM=ON
+    -DCURL_DISABLE_PROGRESS_METER=ON
+    -DOPENSSL_INCLUDE_DIR=${static_libraries}/include -DOPENSSL_SSL_LIBRARY=${OPENSSL_SSL_LIBRARY}
+    -DOPENSSL_CRYPTO_LIBRARY=${OPENSSL_CRYPTO_LIBRARY}
+    -DNGHTTP2_INCLUDE_DIR=${static_libraries}/include -DNGHTTP2_LIBRARY=${ORVANE_NGHTTP2_LIBRARY}
+    -DCARES_INCLUDE_DIR=${static_libraries}/include -DCARES_LIBRARY=${ORVANE_CARES_LIBRARY}
+  INSTALL_COMMAND ""
+  BUILD_BYPRODUCTS <BINARY_DIR>/lib/libcurl.a
+  LOG_CONFIGURE ON LOG_BUILD ON LOG_OUTPUT_ON_FAILURE ON)
+ExternalProject_Get_Property(curl_build BINARY_DIR)
+
+add_library(orvane_portable_curl INTERFACE)
+add_dependencies(orvane_portable_curl curl_build)
+target_compile_definitions(orvane_portable_curl INTERFACE CURL_STATICLIB)
+target_include_directories(orvane_portable_curl SYSTEM INTERFACE ${curl_source}/include)
+target_link_libraries(orvane_portable_curl INTERFACE
+  ${BINARY_DIR}/lib/libcurl.a ${ORVANE_NGHTTP2_LIBRARY} ${ORVANE_CARES_LIBRARY} OpenSSL::SSL)
+
+# orvane_link_statically(<program>): no shared library at all.
+function(orvane_link_statically program)
+  # The linker warns of functions of the C library that would load shared libraries, such as getaddrinfo. OpenSSL and
+  # c-ares contain calls of them that this program never makes: c-ares resolves names.
+  target_link_options(${program} PRIVATE -static LINKER:--no-warnings)
+endfunction()
