@@ -1,4 +1,4 @@
-#include "platform/CopyItem.h"
+#include "platform/files/CopyItem.h"
 
 #include <cerrno>
 #include <iostream>

@@ -1,5 +1,5 @@
 #include "TWLWebClient/TWLWebClient.h"
-#include "platform/Files.h"
+#include "platform/files/Files.h"
 
 #include <netinet/in.h>
 #include <stdio.h>

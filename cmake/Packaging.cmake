@@ -17,12 +17,10 @@ function(orvane_install_library component)
     DESTINATION ${config_folder} COMPONENT libraries)
 endfunction()
 
-orvane_install_library(Platform orvane_platform)
+orvane_install_library(Platform
+  orvane_foundation orvane_digest orvane_files orvane_propertylist orvane_process orvane_dispatch orvane_urlloading)
 orvane_install_library(MachO orvane_macho)
-orvane_install_library(WebClient orvane_platform_network orvane_webclient)
-set_target_properties(orvane_platform PROPERTIES OUTPUT_NAME OrvanePlatform EXPORT_NAME Platform)
-set_target_properties(orvane_platform_network PROPERTIES
-  OUTPUT_NAME OrvanePlatformNetwork EXPORT_NAME PlatformNetwork)
+orvane_install_library(WebClient orvane_webclient)
 set_target_properties(orvane_macho PROPERTIES OUTPUT_NAME OrvaneMachO EXPORT_NAME MachO)
 set_target_properties(orvane_webclient PROPERTIES OUTPUT_NAME OrvaneWebClient EXPORT_NAME WebClient)
 
@@ -30,7 +28,7 @@ foreach(folder platform apple/MachO apple/TWLWebClient/TWLWebClient)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${headers_folder} COMPONENT libraries
     FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE
     # Their implementation is not installed.
-    PATTERN LaunchServices.h EXCLUDE PATTERN Task.h EXCLUDE)
+    PATTERN launchservices EXCLUDE)
 endforeach()
 
 configure_package_config_file(cmake/OrvaneConfig.cmake.in OrvaneConfig.cmake INSTALL_DESTINATION ${config_folder})

@@ -1,7 +1,7 @@
 // symbols [--json] PATH...: what the symbols in a Mach-O file or dSYM bundle belong to, slice by slice. Of
 // two paths it also says whether their UUIDs match: only a dSYM whose UUIDs do makes a crash report readable.
 #include "MachO/TWLdSYM.h"
-#include "platform/UTF8.h"
+#include "platform/foundation/UTF8.h"
 
 #include <iostream>
 #include <set>

@@ -1,5 +1,5 @@
-#include "platform/PropertyList.h"
-#include "platform/UTF8.h"
+#include "platform/foundation/UTF8.h"
+#include "platform/propertylist/PropertyList.h"
 
 #include <algorithm>
 #include <cmath>

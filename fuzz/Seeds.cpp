@@ -1,6 +1,8 @@
 #include "fuzz/MachOImage.h"
-#include "platform/Files.h"
-#include "platform/PropertyList.h"
+#include "platform/files/AtomicWrite.h"
+#include "platform/files/Files.h"
+#include "platform/foundation/Path.h"
+#include "platform/propertylist/PropertyList.h"
 
 #include <cstdio>
 #include <cstdlib>

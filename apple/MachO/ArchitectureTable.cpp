@@ -1,7 +1,7 @@
 #include "MachO/ArchitectureTable.h"
 
 #include "MachO/MachOFormat.h"
-#include "platform/OwnImage.h"
+#include "platform/process/OwnImage.h"
 
 #include <algorithm>
 #include <iterator>

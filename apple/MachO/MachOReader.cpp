@@ -1,9 +1,9 @@
 #include "MachO/MachOReader.h"
 
 #include "MachO/ArchitectureTable.h"
-#include "platform/Format.h"
-#include "platform/Hexadecimal.h"
-#include "platform/OwnImage.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/Hexadecimal.h"
+#include "platform/process/OwnImage.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

@@ -1,8 +1,8 @@
 #include "MachO/TWLMachOBinary.h"
 
-#include "platform/Digest.h"
-#include "platform/Files.h"
-#include "platform/Hexadecimal.h"
+#include "platform/digest/Digest.h"
+#include "platform/foundation/Hexadecimal.h"
+#include "platform/foundation/Path.h"
 
 #include <algorithm>
 #include <stdexcept>

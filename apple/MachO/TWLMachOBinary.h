@@ -1,7 +1,7 @@
 #pragma once
 
 #include "MachO/TWLMachOSlice.h"
-#include "platform/URL.h"
+#include "platform/foundation/URL.h"
 
 #include <functional>
 #include <memory>

@@ -1,6 +1,6 @@
 #include "MachO/TWLMachOSlice.h"
 
-#include "platform/UTF8.h"
+#include "platform/foundation/UTF8.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "MachO/TWLMachOBinary.h"
-#include "platform/URL.h"
-#include "platform/Value.h"
+#include "platform/foundation/URL.h"
+#include "platform/foundation/Value.h"
 
 #include <memory>
 #include <optional>

@@ -1,7 +1,8 @@
 #include "run/BuildChecks.h"
 
-#include "platform/Files.h"
-#include "platform/PropertyList.h"
+#include "platform/files/Files.h"
+#include "platform/foundation/Path.h"
+#include "platform/propertylist/PropertyList.h"
 #include "run/Console.h"
 
 namespace orvane {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Value.h"
+#include "platform/foundation/Value.h"
 #include "run/BuildSettings.h"
 
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Format.h"
-#include "platform/Log.h"
+#include "platform/foundation/Format.h"
+#include "platform/process/Log.h"
 
 #include <string>
 #include <string_view>

@@ -1,6 +1,6 @@
 #include "run/DeploymentTarget.h"
 
-#include "platform/Value.h"
+#include "platform/foundation/Value.h"
 #include "run/Console.h"
 
 #include <algorithm>

@@ -1,8 +1,9 @@
 #include "run/FrameworkProbes.h"
 
-#include "platform/Files.h"
-#include "platform/LaunchServices.h"
-#include "platform/PropertyList.h"
+#include "platform/files/Files.h"
+#include "platform/foundation/Path.h"
+#include "platform/launchservices/LaunchServices.h"
+#include "platform/propertylist/PropertyList.h"
 #include "run/BuildChecks.h"
 #include "run/Console.h"
 #include "run/VendorConfiguration.h"

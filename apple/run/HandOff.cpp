@@ -1,6 +1,6 @@
 #include "run/HandOff.h"
 
-#include "platform/LaunchServices.h"
+#include "platform/launchservices/LaunchServices.h"
 #include "run/Console.h"
 #include "run/FrameworkProbes.h"
 #include "run/ToolBundle.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ProcessTable.h"
+#include "platform/process/ProcessTable.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "run/ServiceRequest.h"
 
-#include "platform/URLConnection.h"
+#include "platform/urlloading/URLConnection.h"
 #include "run/Console.h"
 #include "run/VendorConfiguration.h"
 

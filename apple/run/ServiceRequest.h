@@ -2,7 +2,7 @@
 
 #include "TWLWebClient/TWLWebRequest.h"
 #include "TWLWebClient/TWLWebResponse.h"
-#include "platform/URL.h"
+#include "platform/foundation/URL.h"
 #include "run/ServiceCalls.h"
 
 #include <memory>

@@ -1,7 +1,7 @@
 #include "run/ToolBundle.h"
 
-#include "platform/Files.h"
-#include "platform/OwnImage.h"
+#include "platform/files/Files.h"
+#include "platform/process/OwnImage.h"
 
 #include <algorithm>
 

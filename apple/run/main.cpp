@@ -1,6 +1,6 @@
-#include "platform/Log.h"
-#include "platform/MappedFiles.h"
-#include "platform/StandardStreams.h"
+#include "platform/process/Log.h"
+#include "platform/process/MappedFiles.h"
+#include "platform/process/StandardStreams.h"
 #include "run/Console.h"
 #include "run/RunFlow.h"
 

@@ -1,7 +1,7 @@
-#include "platform/FileDescriptor.h"
-#include "platform/Files.h"
-#include "platform/PropertyList.h"
-#include "platform/URL.h"
+#include "platform/files/FileDescriptor.h"
+#include "platform/files/Files.h"
+#include "platform/foundation/URL.h"
+#include "platform/propertylist/PropertyList.h"
 
 #include <fcntl.h>
 #include <unistd.h>

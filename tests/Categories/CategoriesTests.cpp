@@ -1,6 +1,6 @@
 #include "Categories/MD5.h"
 #include "Categories/NSTask+Convenience.h"
-#include "platform/Task.h"
+#include "platform/process/Task.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

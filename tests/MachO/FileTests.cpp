@@ -1,8 +1,8 @@
 #include "MachO/TWLdSYM.h"
 #include "fuzz/GuardedReading.h"
 #include "fuzz/MachOImage.h"
-#include "platform/Files.h"
-#include "platform/MappedFiles.h"
+#include "platform/files/Files.h"
+#include "platform/process/MappedFiles.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 

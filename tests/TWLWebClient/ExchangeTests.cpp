@@ -1,6 +1,6 @@
 #include "TWLWebClient/TWLWebClient.h"
-#include "platform/DispatchQueue.h"
-#include "platform/RunLoop.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/RunLoop.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 

@@ -1,6 +1,6 @@
 #include "TWLWebClient/TWLWebClient.h"
 #include "TWLWebClient/TWLWebClientTransaction.h"
-#include "platform/Files.h"
+#include "platform/files/Files.h"
 #include "support/HTTPServer.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 #include "TWLWebClient/TWLWebClient.h"
-#include "platform/RunLoop.h"
+#include "platform/dispatch/RunLoop.h"
 #include "support/ScriptedServer.h"
 
 #include <dlfcn.h>

@@ -1,5 +1,5 @@
-#include "platform/CopyItem.h"
-#include "platform/Files.h"
+#include "platform/files/CopyItem.h"
+#include "platform/files/Files.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 

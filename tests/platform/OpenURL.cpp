@@ -1,4 +1,4 @@
-#include "platform/LaunchServices.h"
+#include "platform/launchservices/LaunchServices.h"
 
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-#include "platform/Files.h"
-#include "platform/PropertyList.h"
+#include "platform/files/Files.h"
+#include "platform/propertylist/PropertyList.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "platform/DispatchQueue.h"
+#include "platform/dispatch/DispatchQueue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "platform/Format.h"
-#include "platform/URL.h"
-#include "platform/UTF8.h"
-#include "platform/Value.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/URL.h"
+#include "platform/foundation/UTF8.h"
+#include "platform/foundation/Value.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "Printed.h"
 #include "fuzz/MachOImage.h"
-#include "platform/Files.h"
+#include "platform/files/Files.h"
 #include "run/DeploymentTarget.h"
 #include "run/ServiceCalls.h"
 #include "support/HTTPServer.h"

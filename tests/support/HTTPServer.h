@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/HTTPHeaders.h"
+#include "platform/urlloading/HTTPHeaders.h"
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "ditto/ArchiveFile.h"
 
 #include "ditto/Failure.h"
-#include "platform/UUID.h"
+#include "platform/foundation/UUID.h"
 
 #include <fcntl.h>
 #include <signal.h>

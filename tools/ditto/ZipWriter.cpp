@@ -1,7 +1,7 @@
 #include "ditto/ZipWriter.h"
 
 #include "ditto/Failure.h"
-#include "platform/UTF8.h"
+#include "platform/foundation/UTF8.h"
 
 #include <sys/stat.h>
 

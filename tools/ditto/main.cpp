@@ -1,6 +1,6 @@
 #include "ditto/Archiver.h"
 #include "ditto/Failure.h"
-#include "platform/Log.h"
+#include "platform/process/Log.h"
 
 #include <algorithm>
 #include <array>

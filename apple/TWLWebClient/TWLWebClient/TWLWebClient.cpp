@@ -1,9 +1,9 @@
 #include "TWLWebClient/TWLWebClient.h"
 
 #include "TWLWebClient/TWLWebClientTransaction.h"
-#include "platform/Assert.h"
-#include "platform/DispatchQueue.h"
-#include "platform/JSON.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/Assert.h"
+#include "platform/foundation/JSON.h"
 
 #include <optional>
 

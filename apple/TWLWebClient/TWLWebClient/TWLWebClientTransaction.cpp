@@ -1,8 +1,8 @@
 #include "TWLWebClient/TWLWebClientTransaction.h"
 
 #include "TWLWebClient/TWLWebClient.h"
-#include "platform/Assert.h"
-#include "platform/PropertyList.h"
+#include "platform/foundation/Assert.h"
+#include "platform/propertylist/PropertyList.h"
 
 using platform::Data;
 using platform::Error;
@@ -46,15 +46,15 @@ void TWLWebClientTransaction::startWithCompletionHandler(TWLWebCompletion handle
 
 void TWLWebClientTransaction::syncStartWithCompletionHandler(TWLWebCompletion handler) {
     setCompletionHandler(std::move(handler));
-    TWL_ASSERT(!_connection, "!_connection", "-[TWLWebClientTransaction syncStartWithCompletionHandler:]",
-               sourceFile);
+    PLATFORM_ASSERT(!_connection, "!_connection",
+                    "-[TWLWebClientTransaction syncStartWithCompletionHandler:]", sourceFile);
     syncStartConnection();
 }
 
 std::shared_ptr<platform::URLRequest> TWLWebClientTransaction::platformRequest(const char* function) {
     auto request = _request ? _request->URLRequest() : nullptr;
-    TWL_ASSERT(_connection == nullptr, "_connection == nil", function, sourceFile);
-    TWL_ASSERT(request, "request", function, sourceFile);
+    PLATFORM_ASSERT(_connection == nullptr, "_connection == nil", function, sourceFile);
+    PLATFORM_ASSERT(request, "request", function, sourceFile);
     _response->setRequestURL(request->url);
     return request;
 }
@@ -95,8 +95,8 @@ void TWLWebClientTransaction::connection(URLConnection&, const Data& didReceiveD
 }
 
 void TWLWebClientTransaction::connection(URLConnection&, const std::optional<Error>& didFailWithError) {
-    TWL_ASSERT(didFailWithError, "error", "-[TWLWebClientTransaction connection:didFailWithError:]",
-               sourceFile);
+    PLATFORM_ASSERT(didFailWithError, "error", "-[TWLWebClientTransaction connection:didFailWithError:]",
+                    sourceFile);
     _queue.async([self = shared_from_this(), didFailWithError] {
         self->_response->setError(didFailWithError);
         self->complete();
@@ -142,7 +142,8 @@ Value TWLWebClientTransaction::objectFromReceivedData() {
 }
 
 void TWLWebClientTransaction::complete() {
-    TWL_ASSERT(_completionHandler, "_completionHandler", "-[TWLWebClientTransaction complete]", sourceFile);
+    PLATFORM_ASSERT(_completionHandler, "_completionHandler", "-[TWLWebClientTransaction complete]",
+                    sourceFile);
     _response->setBody(objectFromReceivedData());
     _completionHandler(_response);
     setCompletionHandler(nullptr);

@@ -2,8 +2,8 @@
 
 #include "TWLWebClient/TWLWebRequest.h"
 #include "TWLWebClient/TWLWebResponse.h"
-#include "platform/DispatchQueue.h"
-#include "platform/URLConnection.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/urlloading/URLConnection.h"
 
 #include <memory>
 #include <optional>

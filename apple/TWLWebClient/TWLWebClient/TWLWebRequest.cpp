@@ -1,7 +1,7 @@
 #include "TWLWebClient/TWLWebRequest.h"
 
-#include "platform/Assert.h"
-#include "platform/Format.h"
+#include "platform/foundation/Assert.h"
+#include "platform/foundation/Format.h"
 
 using platform::Data;
 using platform::format;
@@ -46,13 +46,13 @@ std::string textPart(const Value::Dictionary& record, const std::string& value) 
 std::shared_ptr<TWLWebRequest> TWLWebRequest::requestWithMethod(std::optional<std::string> method,
                                                                 std::optional<std::string> path) {
     auto request = std::make_shared<TWLWebRequest>(std::move(method));
-    TWL_ASSERT(path, "path", "+[TWLWebRequest requestWithMethod:path:]", sourceFile);
+    PLATFORM_ASSERT(path, "path", "+[TWLWebRequest requestWithMethod:path:]", sourceFile);
     request->setPath(std::move(path));
     return request;
 }
 
 TWLWebRequest::TWLWebRequest(std::optional<std::string> method) {
-    TWL_ASSERT(method, "method", "-[TWLWebRequest initWithMethod:]", sourceFile);
+    PLATFORM_ASSERT(method, "method", "-[TWLWebRequest initWithMethod:]", sourceFile);
     _method = *std::move(method);
 }
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/HTTPBody.h"
-#include "platform/HTTPHeaders.h"
-#include "platform/URL.h"
-#include "platform/URLConnection.h"
-#include "platform/Value.h"
+#include "platform/foundation/URL.h"
+#include "platform/foundation/Value.h"
+#include "platform/urlloading/HTTPBody.h"
+#include "platform/urlloading/HTTPHeaders.h"
+#include "platform/urlloading/URLConnection.h"
 
 #include <functional>
 #include <map>

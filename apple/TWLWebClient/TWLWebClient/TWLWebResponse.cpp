@@ -1,6 +1,6 @@
 #include "TWLWebClient/TWLWebResponse.h"
 
-#include "platform/Format.h"
+#include "platform/foundation/Format.h"
 
 void TWLWebResponse::appendData(const platform::Data& data) {
     if (_responseData.empty()) {

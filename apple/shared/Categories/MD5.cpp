@@ -1,7 +1,7 @@
 #include "Categories/MD5.h"
 
-#include "platform/Digest.h"
-#include "platform/Hexadecimal.h"
+#include "platform/digest/Digest.h"
+#include "platform/foundation/Hexadecimal.h"
 
 std::string MD5(const platform::Data& data) {
     return platform::hexadecimal(platform::md5(data.bytes()));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Data.h"
+#include "platform/foundation/Data.h"
 
 #include <string>
 

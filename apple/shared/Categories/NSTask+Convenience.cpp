@@ -1,7 +1,7 @@
 #include "Categories/NSTask+Convenience.h"
-#include "platform/Assert.h"
-#include "platform/Task.h"
-#include "platform/UTF8.h"
+#include "platform/foundation/Assert.h"
+#include "platform/foundation/UTF8.h"
+#include "platform/process/Task.h"
 
 #include <memory>
 #include <new>
@@ -25,9 +25,9 @@ void NSTask::launchWithPath(const std::string& path, const std::optional<std::st
     const std::unique_ptr<Pipe> stdoutPipe = Pipe::create();
     const std::unique_ptr<Pipe> stdinPipe = Pipe::create();
     const std::unique_ptr<Pipe> stderrPipe = Pipe::create();
-    TWL_ASSERT(task, "task", launchFunction, sourceFile);
-    TWL_ASSERT(stdoutPipe && stdinPipe && stderrPipe, "stdoutPipe && stdinPipe && stderrPipe", launchFunction,
-               sourceFile);
+    PLATFORM_ASSERT(task, "task", launchFunction, sourceFile);
+    PLATFORM_ASSERT(stdoutPipe && stdinPipe && stderrPipe, "stdoutPipe && stdinPipe && stderrPipe",
+                    launchFunction, sourceFile);
 
     task->launch({.launchPath = path,
                   .arguments = arguments.value_or(Arguments()),

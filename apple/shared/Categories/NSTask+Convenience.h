@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Data.h"
+#include "platform/foundation/Data.h"
 
 #include <cstdint>
 #include <functional>
@@ -20,8 +20,8 @@
 /// to one stream therefore never exits, and the call never returns: run quiet programs only.
 ///
 /// A program that cannot be started, for a reason of its own or of its working directory, is a
-/// platform::LaunchError (platform/Task.h), and no completion is called. When no pipe can be made the process
-/// ends by an assertion.
+/// platform::LaunchError (platform/process/Task.h), and no completion is called. When no pipe can be made the
+/// process ends by an assertion.
 class NSTask {
 public:
     using Arguments = std::vector<std::string>;

@@ -1,0 +1,90 @@
+#include "platform/dispatch/RunLoop.h"
+
+#include "platform/foundation/Assert.h"
+
+#include <cstdlib>
+#include <thread>
+#include <utility>
+
+namespace platform {
+
+// Static objects are made before main, on the thread that will run it.
+static const std::thread::id mainThread = std::this_thread::get_id();
+
+RunLoop& RunLoop::mainRunLoop() {
+    // Never destroyed: other threads may post to it until the process has ended.
+    static RunLoop* const loop = new RunLoop;
+    return *loop;
+}
+
+bool RunLoop::run(Clock::duration limit) {
+    if (std::this_thread::get_id() != mainThread || std::exchange(_isRunning, true)) {
+        abortWithMessage("The main run loop was run from another thread than the main one, or from one of "
+                         "its own steps. Run it once, from main.\n");
+    }
+    const struct Leave {
+        bool& isRunning;
+        ~Leave() { isRunning = false; }
+    } leave{_isRunning};
+    const Clock::time_point now = Clock::now();
+    const Clock::time_point end =
+        limit < Clock::time_point::max() - now ? now + limit : Clock::time_point::max();
+    while (!takeStop()) {
+        if (const std::function<void()> step = takeStep())
+            step();
+        else if (Clock::now() < end)
+            wait(end);
+        else
+            return false;
+    }
+    return true;
+}
+
+void RunLoop::stop() {
+    const std::lock_guard lock(_mutex);
+    _stopIsAsked = true;
+    wake();
+}
+
+void RunLoop::perform(std::function<void()> step) {
+    const std::lock_guard lock(_mutex);
+    _steps.push_back(std::move(step));
+    wake();
+}
+
+void RunLoop::setSource(Source& source) {
+    const std::lock_guard lock(_mutex);
+    _source = &source;
+}
+
+bool RunLoop::takeStop() {
+    const std::lock_guard lock(_mutex);
+    return std::exchange(_stopIsAsked, false);
+}
+
+/// Nothing when there is none.
+std::function<void()> RunLoop::takeStep() {
+    const std::lock_guard lock(_mutex);
+    if (_steps.empty())
+        return nullptr;
+    std::function<void()> step = std::move(_steps.front());
+    _steps.pop_front();
+    return step;
+}
+
+void RunLoop::wait(Clock::time_point end) {
+    // Only this thread changes it.
+    if (_source)
+        return _source->wait(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+    std::unique_lock lock(_mutex);
+    _woken.wait_until(lock, end, [this] { return _stopIsAsked || !_steps.empty(); });
+}
+
+/// Under the lock.
+void RunLoop::wake() {
+    _woken.notify_one();
+    if (_source)
+        _source->wake();
+}
+
+} // namespace platform

@@ -1,0 +1,121 @@
+#include "platform/files/Files.h"
+
+#include "platform/files/Buffer.h"
+#include "platform/files/FileDescriptor.h"
+#include "platform/foundation/Path.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+namespace platform {
+namespace {
+
+using CString = std::unique_ptr<char, decltype(&std::free)>;
+
+std::optional<struct stat> statusOf(const std::string& path) {
+    struct stat status;
+    if (hasZeroByte(path) || stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return status;
+}
+
+/// Where `path` leads: behind the links, when there are any.
+std::string behindLinks(const std::string& path) {
+    const CString resolved(realpath(path.c_str(), nullptr), &std::free);
+    return resolved ? std::string(resolved.get()) : path;
+}
+
+} // namespace
+
+bool fileExists(const std::string& path) {
+    return statusOf(path).has_value();
+}
+
+bool isDirectory(const std::string& path) {
+    const auto status = statusOf(path);
+    return status && S_ISDIR(status->st_mode);
+}
+
+Outcome createDirectories(const std::string& path) {
+    if (hasZeroByte(path))
+        return posixError(EINVAL, "create folder", path);
+    for (std::size_t end = 0; end != path.size();) {
+        end = std::min(path.find('/', end + 1), path.size());
+        const std::string folder = path.substr(0, end);
+        const int error = mkdir(folder.c_str(), 0777) == 0 ? 0 : errno;
+        if (error != 0 && !isDirectory(folder))
+            return posixError(error == EEXIST ? ENOTDIR : error, "create folder", folder);
+    }
+    return path.empty() ? Outcome(posixError(ENOENT, "create folder", path)) : Outcome(success);
+}
+
+Result<std::vector<std::string>> namesInDirectory(const std::string& path) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(hasZeroByte(path) ? nullptr : opendir(path.c_str()),
+                                                     &closedir);
+    if (!folder)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "list folder", path);
+    std::vector<std::string> names;
+    while (true) {
+        errno = 0;
+        const dirent* entry = readdir(folder.get());
+        if (!entry && errno != 0)
+            return posixError(errno, "list folder", path);
+        if (!entry)
+            return names;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+}
+
+Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
+    // Without O_NONBLOCK, opening a pipe that nobody writes to would wait for ever.
+    const FileDescriptor file(hasZeroByte(path) ? -1
+                                                : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "open", path);
+    struct stat status;
+    if (fstat(file.get(), &status) != 0)
+        return posixError(errno, "open", path);
+    if (!S_ISREG(status.st_mode))
+        return posixError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path);
+    if (static_cast<std::uint64_t>(status.st_size) > sizeLimit)
+        return posixError(EFBIG, "read", path);
+
+    const auto expected = static_cast<std::size_t>(status.st_size);
+    const std::shared_ptr<char> bytes = allocateBuffer(expected);
+    std::size_t size = 0;
+    while (size < expected) {
+        const ssize_t got = ::read(file.get(), bytes.get() + size, expected - size);
+        if (got > 0)
+            size += static_cast<std::size_t>(got);
+        else if (got == 0)
+            break;
+        else if (errno != EINTR)
+            return posixError(errno, "read", path);
+    }
+    return Data(bytes, std::string_view(bytes.get(), size));
+}
+
+Outcome removeFile(const std::string& path) {
+    if (hasZeroByte(path) || ::unlink(path.c_str()) != 0)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "delete", path);
+    return success;
+}
+
+std::string resolveSymbolicLinks(const std::string& path) {
+    if (!path.starts_with('/') || hasZeroByte(path))
+        return path;
+    std::string result = behindLinks(path);
+    if (path.ends_with('/') && !result.ends_with('/'))
+        result += '/';
+    return result;
+}
+
+} // namespace platform

@@ -1,0 +1,101 @@
+#include "platform/files/AtomicWrite.h"
+
+#include "platform/files/FileDescriptor.h"
+#include "platform/foundation/Path.h"
+#include "platform/foundation/UUID.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+
+namespace platform {
+namespace {
+
+/// A file by its folder and its name there. The system takes every such pair, however long a path to the file
+/// would be.
+struct Place {
+    FileDescriptor folder;
+    std::string name;
+};
+
+/// The file that `path` names, behind all links.
+Result<Place> placeOf(const std::string& path) {
+    constexpr int mostLinks = 40; // as in the kernel
+    Place place;
+    std::string rest = path;
+    for (int links = 0; links <= mostLinks; ++links) {
+        const std::size_t nameStart = rest.rfind('/') + 1;
+        const std::string folder = nameStart == 0 ? "." : rest.substr(0, nameStart);
+        const int start = place.folder ? place.folder.get() : AT_FDCWD;
+        // O_PATH: the folder need not be readable.
+        place.folder = FileDescriptor(::openat(start, folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!place.folder)
+            return posixError(errno, "write", path);
+        place.name = rest.substr(nameStart);
+        std::array<char, PATH_MAX> target;
+        const ssize_t size =
+            ::readlinkat(place.folder.get(), place.name.c_str(), target.data(), target.size());
+        if (size < 0)
+            return Result<Place>(std::move(place));
+        rest.assign(target.data(), static_cast<std::size_t>(size));
+    }
+    return posixError(ELOOP, "write", path);
+}
+
+Outcome writeAll(const FileDescriptor& file, std::string_view bytes, const std::string& path) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file.get(), bytes.data(), bytes.size());
+        if (written >= 0)
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EINTR)
+            return posixError(errno, "write", path);
+    }
+    return success;
+}
+
+/// Replaces what is at `place` by way of `file`, which is open on `temporary` in the same folder.
+Outcome replace(const Place& place, FileDescriptor file, const std::string& temporary, std::string_view bytes,
+                const std::string& path) {
+    if (Outcome written = writeAll(file, bytes, path); !written)
+        return written;
+    const int folder = place.folder.get();
+    if (::fsync(file.get()) != 0 || !file.reset() ||
+        ::renameat(folder, temporary.c_str(), folder, place.name.c_str()) != 0)
+        return posixError(errno, "write", path);
+    return success;
+}
+
+} // namespace
+
+Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions) {
+    if (path.empty() || hasZeroByte(path))
+        return posixError(path.empty() ? ENOENT : EINVAL, "write", path);
+    if (path.size() >= PATH_MAX) // with its folder apart it would pass, and nobody could open it
+        return posixError(ENAMETOOLONG, "write", path);
+    const Result<Place> place = placeOf(path);
+    if (!place)
+        return place.error();
+    const int folder = place->folder.get();
+    struct stat status;
+    const bool isThere = ::fstatat(folder, place->name.c_str(), &status, 0) == 0;
+    if (place->name.empty() || (isThere && !S_ISREG(status.st_mode)))
+        return posixError(place->name.empty() || S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "write", path);
+
+    const std::string temporary = "." + makeUUIDString() + ".tmp";
+    FileDescriptor file(
+        ::openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+    if (!file)
+        return posixError(errno, "create a file beside", path);
+    // Apart from its creation, which obeys the process's mask.
+    Outcome outcome = isThere && ::fchmod(file.get(), status.st_mode & 0777) != 0
+                          ? posixError(errno, "write", path)
+                          : replace(*place, std::move(file), temporary, bytes, path);
+    if (!outcome)
+        ::unlinkat(folder, temporary.c_str(), 0);
+    return outcome;
+}
+
+} // namespace platform

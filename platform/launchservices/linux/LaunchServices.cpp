@@ -1,0 +1,159 @@
+#include "platform/launchservices/LaunchServices.h"
+
+#include "platform/files/Files.h"
+#include "platform/files/UserFolders.h"
+#include "platform/foundation/ASCII.h"
+#include "platform/foundation/Path.h"
+#include "platform/launchservices/linux/DesktopEntry.h"
+#include "platform/launchservices/linux/KeyFile.h"
+#include "platform/process/Log.h"
+#include "platform/process/Task.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+
+// A desktop's default handlers, as the freedesktop standard "Association between MIME types and applications"
+// 1.0.1 describes them. An application's own MimeType line is not read, only its copy in mimeinfo.cache:
+// otherwise each look-up would read all entries.
+
+namespace platform {
+namespace {
+
+// OSStatus values of the published LSInfo.h.
+constexpr std::int32_t parameterError = -50;
+constexpr std::int32_t unknownError = -10810;
+constexpr std::int32_t applicationNotFoundError = -10814;
+
+/// A folder that can hold association files, and whether it holds desktop entries too.
+struct Folder {
+    std::string path;
+    bool hasEntries;
+};
+
+/// The most important first.
+std::vector<Folder> desktopFolders() {
+    std::vector<Folder> folders = {{configurationFolder(), false}};
+    for (const std::string& folder : foldersInVariable("XDG_CONFIG_DIRS", "/etc/xdg"))
+        folders.push_back({folder, false});
+    folders.push_back({pathByAppending(dataFolder(), "applications"), true});
+    for (const std::string& folder : foldersInVariable("XDG_DATA_DIRS", "/usr/local/share:/usr/share"))
+        folders.push_back({pathByAppending(folder, "applications"), true});
+    return folders;
+}
+
+/// A desktop file ID that counts only if the first entry that bears it is in the folder `firstFolder` or
+/// after.
+struct Candidate {
+    std::string identifier;
+    std::size_t firstFolder;
+};
+
+/// The names of the files with associations in one folder. Only the last, which is for all desktops, may add
+/// or remove associations.
+std::vector<std::string> listNames() {
+    const char* desktops = std::getenv("XDG_CURRENT_DESKTOP");
+    std::vector<std::string> names;
+    for (const std::string_view desktop : split(desktops ? desktops : "", ':')) {
+        std::string& name = names.emplace_back(desktop);
+        std::transform(name.begin(), name.end(), name.begin(), &lowerCase);
+        name += "-mimeapps.list";
+    }
+    names.emplace_back("mimeapps.list");
+    return names;
+}
+
+/// The applications for a MIME type, the preferred first.
+std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<Folder>& folders) {
+    std::vector<Candidate> candidates, associated;
+    std::set<std::string, std::less<>> removed;
+    const auto add = [&](std::vector<Candidate>& to, const Data& file, const char* group,
+                         std::size_t folder) {
+        for (const std::string_view identifier : split(keyFileValue(file, group, type), ';'))
+            if (!removed.contains(identifier) && identifier.find('/') == std::string_view::npos)
+                to.push_back({std::string(identifier), folder});
+    };
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        Data list;
+        for (const std::string& name : listNames()) {
+            list = readKeyFile(pathByAppending(folders[i].path, name));
+            add(candidates, list, "Default Applications", 0);
+        }
+        add(associated, list, "Added Associations", i);
+        for (const std::string_view identifier : split(keyFileValue(list, "Removed Associations", type), ';'))
+            removed.emplace(identifier);
+        if (folders[i].hasEntries)
+            add(associated, readKeyFile(pathByAppending(folders[i].path, "mimeinfo.cache")), "MIME Cache", i);
+    }
+    candidates.insert(candidates.end(), associated.begin(), associated.end());
+    return candidates;
+}
+
+/// The installed application that opens URLs of this scheme; its file is empty when there is none.
+DesktopEntry handlerForURL(const URL& url) {
+    const std::vector<Folder> folders = desktopFolders();
+    for (const auto& [identifier, firstFolder] : candidatesFor("x-scheme-handler/" + url.scheme(), folders)) {
+        DesktopEntry entry;
+        std::size_t visited = 0; // the entry's folder is the last of them
+        for (; visited < folders.size() && entry.file.empty(); ++visited)
+            if (folders[visited].hasEntries)
+                entry = DesktopEntry::find(folders[visited].path, identifier);
+        std::span<const URL> urls(&url, 1);
+        if (visited > firstFolder && !entry.command(urls).empty())
+            return entry;
+    }
+    return {};
+}
+
+/// The nearest "*.app" folder above `program`.
+std::optional<std::string> applicationFolderAbove(const std::string& program) {
+    for (std::size_t end = program.rfind('/'); end != std::string::npos && end > 0;
+         end = program.rfind('/', end - 1)) {
+        const std::string folder = program.substr(0, end);
+        if (pathExtension(folder) == "app")
+            return folder;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<URL> applicationForURL(const URL& url) {
+    std::span<const URL> urls(&url, 1);
+    const std::vector<std::string> command = handlerForURL(url).command(urls);
+    if (command.empty())
+        return std::nullopt;
+    const std::string behindLinks = resolveSymbolicLinks(command.front());
+    auto folder = applicationFolderAbove(command.front());
+    if (!folder)
+        folder = applicationFolderAbove(behindLinks);
+    return URL::fileURLWithPath(folder.value_or(behindLinks.substr(0, behindLinks.rfind('/'))) + "/");
+}
+
+std::int32_t openURLs(const std::vector<URL>& urls) {
+    if (urls.empty())
+        return parameterError;
+    const DesktopEntry handler = handlerForURL(urls.front());
+    const std::string folder = handler.text("Path");
+    for (std::span<const URL> rest = urls; !rest.empty();) {
+        const std::vector<std::string> command = handler.command(rest);
+        if (command.empty())
+            return applicationNotFoundError;
+        try {
+            Task().launch({.launchPath = command.front(),
+                           .arguments = {command.begin() + 1, command.end()},
+                           .currentDirectoryPath = folder.empty() ? std::nullopt : std::optional(folder),
+                           .newSession = true});
+        } catch (const LaunchError& error) {
+            log(error.what());
+            return unknownError;
+        }
+    }
+    return 0;
+}
+
+void openInBrowser(const URL& url) {
+    openURLs({url});
+}
+
+} // namespace platform

@@ -1,0 +1,103 @@
+#include "platform/process/OwnImage.h"
+
+#include "platform/foundation/Path.h"
+
+#include <limits.h>
+#include <link.h>
+#include <sys/auxv.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace platform {
+namespace {
+
+/// dl_iterate_phdr(3) visits the main program first; its image starts with the segment at file offset 0.
+int storeFirstImageBase(dl_phdr_info* image, std::size_t, void* result) {
+    for (int i = 0; i < image->dlpi_phnum; ++i)
+        if (image->dlpi_phdr[i].p_type == PT_LOAD && image->dlpi_phdr[i].p_offset == 0)
+            *static_cast<std::uintptr_t*>(result) = image->dlpi_addr + image->dlpi_phdr[i].p_vaddr;
+    return 1;
+}
+
+/// The working directory of the start. It is noted before all other code of the program, and not on the heap:
+/// nobody could report a failed allocation there.
+std::array<char, PATH_MAX> startFolder;
+
+[[gnu::constructor(101)]] void noteStartFolder() {
+    if (!getcwd(startFolder.data(), startFolder.size()))
+        startFolder[0] = '\0';
+}
+
+std::string startPath() {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    const auto* const path = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    if (!path || path[0] == '/')
+        return path ? path : "";
+    return pathByAppending(startFolder.data(), path);
+}
+
+/// The path that the program was started with, made absolute. The kernel passes it (getauxval(3)), and the
+/// loader corrects it when it was started itself to run the program. argv[0] may be any text. /proc/self/exe
+/// names the loader in that case, and another file once the program's own has been deleted. Never destroyed:
+/// any thread may ask until the very end.
+const std::string& ownPath() {
+    static const auto* const path = new std::string(startPath());
+    return *path;
+}
+
+/// dladdr(3) does this too, but not in a program that is linked statically.
+struct Search {
+    const std::uintptr_t address;
+    /// Made before the search: no exception may pass through dl_iterate_phdr.
+    const char* const mainPath;
+    bool isMainProgram = true;
+    const char* path = nullptr;
+};
+
+int searchImage(dl_phdr_info* image, std::size_t, void* data) {
+    auto& search = *static_cast<Search*>(data);
+    for (int i = 0; i < image->dlpi_phnum; ++i) {
+        const auto& segment = image->dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD ||
+            search.address - image->dlpi_addr - segment.p_vaddr >= segment.p_memsz)
+            continue;
+        search.path = search.isMainProgram ? search.mainPath : image->dlpi_name;
+        return 1;
+    }
+    search.isMainProgram = false;
+    return 0;
+}
+
+} // namespace
+
+const void* ownImageBase() {
+    std::uintptr_t base = 0;
+    dl_iterate_phdr(storeFirstImageBase, &base);
+    return reinterpret_cast<const void*>(base); // NOLINT(performance-no-int-to-ptr)
+}
+
+const char* imagePath(const void* address) {
+    Search search{reinterpret_cast<std::uintptr_t>(address), ownPath().c_str()};
+    dl_iterate_phdr(searchImage, &search);
+    return search.path && *search.path ? search.path : nullptr;
+}
+
+std::string_view hostArchitecture() {
+    static constexpr std::pair<std::string_view, std::string_view> names[] = {
+        {"x86_64", "x86_64"}, {"aarch64", "arm64"}, {"i386", "i386"},    {"i586", "i586"},
+        {"i686", "i686"},     {"armv6l", "armv6"},  {"armv7l", "armv7"}, {"armv8l", "armv8"},
+        {"ppc", "ppc"},       {"ppc64", "ppc64"},   {"ppc64le", "ppc64"}};
+    utsname host;
+    if (uname(&host) == 0)
+        for (const auto& [machine, architecture] : names)
+            if (machine == host.machine)
+                return architecture;
+    return {};
+}
+
+} // namespace platform

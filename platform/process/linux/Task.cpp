@@ -1,0 +1,199 @@
+#include "platform/process/Task.h"
+
+#include "platform/foundation/Path.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace platform {
+namespace {
+
+std::string reasonOf(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
+
+/// A root file system that holds a single program may have no devices. There an empty file in memory takes
+/// the null device's place.
+FileDescriptor openNullDevice() {
+    const int device = open("/dev/null", O_RDWR | O_CLOEXEC);
+    return aboveStandardStreams(device >= 0 ? device : memfd_create("null", MFD_CLOEXEC));
+}
+
+/// What posix_spawn does in the child before it becomes the program. A broken pipe must end the program even
+/// when this process ignores SIGPIPE, and so must a file that may not grow; signals that this process blocks
+/// must reach it.
+class SpawnSetup {
+public:
+    explicit SpawnSetup(const Task::Setup& setup) : _launchPath(setup.launchPath) {
+        const int session = setup.newSession ? POSIX_SPAWN_SETSID : 0;
+        sigset_t signals;
+        check(posix_spawn_file_actions_init(&_actions));
+        posix_spawnattr_init(&_attributes);
+        posix_spawnattr_setflags(
+            &_attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | session));
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&_attributes, &signals);
+        sigaddset(&signals, SIGPIPE);
+        sigaddset(&signals, SIGXFSZ);
+        posix_spawnattr_setsigdefault(&_attributes, &signals);
+    }
+    ~SpawnSetup() {
+        posix_spawnattr_destroy(&_attributes);
+        posix_spawn_file_actions_destroy(&_actions);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+
+    void changeFolder(int folder) { check(posix_spawn_file_actions_addfchdir_np(&_actions, folder)); }
+    void connect(const FileDescriptor& end, int stream) {
+        check(posix_spawn_file_actions_adddup2(&_actions, end.get(), stream));
+    }
+    void closeFrom(int lowest) { check(posix_spawn_file_actions_addclosefrom_np(&_actions, lowest)); }
+    const posix_spawn_file_actions_t* actions() const { return &_actions; }
+    const posix_spawnattr_t* attributes() const { return &_attributes; }
+
+private:
+    void check(int errorNumber) const {
+        if (errorNumber != 0)
+            throw LaunchError(_launchPath, reasonOf(errorNumber));
+    }
+
+    const std::string& _launchPath;
+    posix_spawn_file_actions_t _actions;
+    posix_spawnattr_t _attributes;
+};
+
+void checkTexts(const Task::Setup& setup) {
+    bool passable = !hasZeroByte(setup.launchPath) && !hasZeroByte(setup.currentDirectoryPath.value_or(""));
+    for (const std::string& argument : setup.arguments)
+        passable &= !hasZeroByte(argument);
+    for (const auto& [name, value] : setup.environment.value_or(Task::Environment())) {
+        passable &= !hasZeroByte(name) && !hasZeroByte(value);
+        if (name.empty() || name.find('=') != std::string::npos)
+            throw LaunchError(setup.launchPath, "no environment variable can be named \"" + name + "\"");
+    }
+    if (!passable)
+        throw LaunchError(setup.launchPath,
+                          "a path, an argument or an environment variable holds a zero byte");
+}
+
+/// Opened here so that a missing folder can be told from a missing program.
+FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
+    const std::string& path = *setup.currentDirectoryPath;
+    FileDescriptor folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || faccessat(folder.get(), ".", X_OK, AT_EACCESS) != 0)
+        throw LaunchError(setup.launchPath,
+                          "its working directory " + path + " cannot be entered: " + reasonOf(errno));
+    return folder;
+}
+
+std::string programPath(const Task::Setup& setup) {
+    if (setup.launchPath.starts_with('/') || setup.launchPath.empty() || !setup.currentDirectoryPath)
+        return setup.launchPath;
+    return pathByAppending(currentDirectory().value_or("."), setup.launchPath);
+}
+
+void keepExitStatuses() {
+    struct sigaction action;
+    if (sigaction(SIGCHLD, nullptr, &action) != 0)
+        return;
+    const bool ignored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
+    if (!ignored && (action.sa_flags & SA_NOCLDWAIT) == 0)
+        return;
+    action.sa_flags &= ~SA_NOCLDWAIT;
+    if (ignored)
+        action.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &action, nullptr);
+}
+
+/// The null-terminated form that the system takes; borrows from `texts`.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+} // namespace
+
+std::unique_ptr<Pipe> Pipe::create() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return nullptr;
+    FileDescriptor readEnd = aboveStandardStreams(ends[0]);
+    FileDescriptor writeEnd = aboveStandardStreams(ends[1]);
+    if (!readEnd || !writeEnd)
+        return nullptr;
+    return std::unique_ptr<Pipe>(new Pipe(std::move(readEnd), std::move(writeEnd)));
+}
+
+std::string Pipe::readDataToEndOfFile() {
+    std::string bytes;
+    char buffer[16384];
+    while (true) {
+        const ssize_t got = read(_readEnd.get(), buffer, sizeof buffer);
+        if (got == 0)
+            return bytes;
+        if (got > 0)
+            bytes.append(buffer, static_cast<std::size_t>(got));
+        else if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "read from a pipe");
+    }
+}
+
+void Task::launch(const Setup& setup) {
+    checkTexts(setup);
+    std::vector<std::string> words = setup.arguments;
+    words.insert(words.begin(), setup.launchPath);
+    std::vector<std::string> variables;
+    for (const auto& [name, value] : setup.environment.value_or(Environment()))
+        variables.emplace_back(name).append("=").append(value);
+    const std::vector<char*> arguments = pointersTo(words);
+    const std::vector<char*> ownEnvironment = pointersTo(variables);
+    char* const* const environment = setup.environment ? ownEnvironment.data() : environ;
+
+    SpawnSetup spawn(setup);
+    FileDescriptor folder;
+    if (setup.currentDirectoryPath) {
+        folder = openWorkingDirectory(setup);
+        spawn.changeFolder(folder.get());
+    }
+    FileDescriptor* const ends[] = {setup.standardInput ? &setup.standardInput->_readEnd : nullptr,
+                                    setup.standardOutput ? &setup.standardOutput->_writeEnd : nullptr,
+                                    setup.standardError ? &setup.standardError->_writeEnd : nullptr};
+    const bool connected = std::find(std::begin(ends), std::end(ends), nullptr) == std::end(ends);
+    const FileDescriptor nullDevice = connected ? FileDescriptor() : openNullDevice();
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+        spawn.connect(ends[stream] ? *ends[stream] : nullDevice, stream);
+    spawn.closeFrom(STDERR_FILENO + 1);
+
+    keepExitStatuses();
+    const std::string program = programPath(setup);
+    const int errorNumber = posix_spawn(&_processIdentifier, program.c_str(), spawn.actions(),
+                                        spawn.attributes(), arguments.data(), environment);
+    if (errorNumber != 0)
+        throw LaunchError(setup.launchPath, reasonOf(errorNumber));
+    for (FileDescriptor* end : ends)
+        if (end)
+            end->reset();
+}
+
+void Task::waitUntilExit() {
+    int status = 0;
+    while (waitpid(_processIdentifier, &status, 0) < 0)
+        if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "wait for a child process");
+    _terminationStatus = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+} // namespace platform

@@ -1,0 +1,210 @@
+#include "platform/urlloading/URLConnection.h"
+
+#include "platform/dispatch/RunLoop.h"
+#include "platform/urlloading/linux/HTTPExchange.h"
+#include "platform/urlloading/linux/HTTPFailure.h"
+
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace platform {
+namespace {
+
+/// Keeps what a synchronous exchange receives.
+struct Collector : HTTPExchangeListener {
+    explicit Collector(const URLRequest& request) : url(request.url) {}
+    void didReceiveHead(HTTPResponseHead head) override { response = URLResponse{url, std::move(head)}; }
+    void didReceiveBody(std::string_view bytes) override { body.append(bytes); }
+    bool mayGoOn(const URLProtectionSpace&) override { return true; }
+    void didEnd(const std::optional<Error>& reason) override {
+        hasEnded = true;
+        error = reason;
+    }
+
+    const std::optional<URL>& url;
+    std::optional<URLResponse> response;
+    std::string body;
+    std::optional<Error> error;
+    bool hasEnded = false;
+};
+
+/// The exchanges under way on one thread, which drives them by `wait`.
+class Transport : public RunLoop::Source {
+public:
+    /// That of the asynchronous exchanges, only touched inside the main run loop.
+    static Transport& shared() {
+        // Never destroyed: exchanges may be under way until the process has ended.
+        static Transport* const transport = [] {
+            auto* const made = new Transport;
+            if (made->_multi)
+                RunLoop::mainRunLoop().setSource(*made);
+            return made;
+        }();
+        return *transport;
+    }
+
+    Transport() : _multi(curl_multi_init(), &curl_multi_cleanup) {
+        // One connection for each exchange, whatever the server offers.
+        const long mode = CURLPIPE_NOTHING;
+        if (_multi && (curl_multi_setopt(_multi.get(), CURLMOPT_PIPELINING, mode) != CURLM_OK ||
+                       curl_multi_wakeup(_multi.get()) != CURLM_OK))
+            _multi.reset();
+    }
+
+    /// Drives the exchange to its end, unless it is removed before.
+    void add(HTTPExchange& exchange) {
+        if (!_multi || curl_multi_add_handle(_multi.get(), exchange.handle()) != CURLM_OK)
+            return exchange.end(CURLE_FAILED_INIT);
+        _exchanges.emplace(exchange.handle(), &exchange);
+    }
+
+    void remove(HTTPExchange& exchange) {
+        if (_exchanges.erase(exchange.handle()) == 1)
+            curl_multi_remove_handle(_multi.get(), exchange.handle());
+    }
+
+    void wait(std::chrono::milliseconds limit) override {
+        limit = std::min(limit, _exchanges.empty() ? std::chrono::minutes(1) : HTTPExchange::checkInterval);
+        CURLMcode code = curl_multi_poll(_multi.get(), nullptr, 0, static_cast<int>(limit.count()), nullptr);
+        int count = 0;
+        if (code == CURLM_OK)
+            code = curl_multi_perform(_multi.get(), &count);
+        std::vector<std::pair<CURL*, CURLcode>> results;
+        while (const CURLMsg* const message = curl_multi_info_read(_multi.get(), &count))
+            results.emplace_back(message->easy_handle, message->data.result);
+        const auto now = HTTPExchange::Clock::now();
+        for (const auto& [handle, exchange] : _exchanges)
+            if (code != CURLM_OK)
+                results.emplace_back(handle, CURLE_FAILED_INIT);
+            else if (exchange->hasStalled(now))
+                results.emplace_back(handle, CURLE_OPERATION_TIMEDOUT);
+        for (const auto& [handle, result] : results)
+            end(handle, result);
+    }
+
+    void wake() override { curl_multi_wakeup(_multi.get()); }
+
+private:
+    void end(CURL* handle, CURLcode result) {
+        const auto found = _exchanges.find(handle);
+        if (found == _exchanges.end())
+            return;
+        HTTPExchange& exchange = *found->second;
+        remove(exchange);
+        exchange.end(result);
+    }
+
+    std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> _multi;
+    std::map<CURL*, HTTPExchange*> _exchanges;
+};
+
+} // namespace
+
+/// One asynchronous connection while it is under way. Apart from `start` and `cancel` everything runs in the
+/// main run loop.
+class URLConnection::Loader : public HTTPExchangeListener, public std::enable_shared_from_this<Loader> {
+public:
+    Loader(URLConnection& connection, URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate)
+        : _connection(connection), _request(std::move(request)), _delegate(std::move(delegate)) {}
+
+    void start() {
+        RunLoop::mainRunLoop().perform([self = shared_from_this()] { self->begin(); });
+    }
+    void cancel() {
+        if (!_isSilent.exchange(true))
+            RunLoop::mainRunLoop().perform([self = shared_from_this()] { self->leave(); });
+    }
+
+    void didReceiveHead(HTTPResponseHead head) override {
+        if (!_isSilent)
+            _delegate->connection(_connection, URLResponse{_request.url, std::move(head)});
+    }
+    void didReceiveBody(std::string_view bytes) override {
+        if (!_isSilent)
+            _delegate->connection(_connection, Data(std::string(bytes)));
+    }
+    bool mayGoOn(const URLProtectionSpace& space) override {
+        if (!_isSilent)
+            _delegate->connection(_connection, space);
+        return !_isSilent;
+    }
+    void didEnd(const std::optional<Error>& error) override {
+        // The delegate may give up the connection.
+        const std::shared_ptr<Loader> self = shared_from_this();
+        const std::shared_ptr<URLConnectionDelegate> delegate = _delegate;
+        leave();
+        if (_isSilent.exchange(true))
+            return;
+        if (error)
+            delegate->connection(_connection, error);
+        else
+            delegate->connectionDidFinishLoading(_connection);
+    }
+
+private:
+    void begin() {
+        if (_isSilent)
+            return;
+        auto exchange = HTTPExchange::make(_request, *this);
+        if (!exchange)
+            return didEnd(exchange.error());
+        _exchange = *std::move(exchange);
+        Transport::shared().add(*_exchange);
+    }
+
+    void leave() {
+        if (_exchange)
+            Transport::shared().remove(*_exchange);
+        _exchange.reset();
+        _delegate.reset();
+    }
+
+    URLConnection& _connection;
+    const URLRequest _request;
+    std::shared_ptr<URLConnectionDelegate> _delegate;
+    std::unique_ptr<HTTPExchange> _exchange;
+    /// Cancelled or ended: no operation of the delegate may be called any more.
+    std::atomic<bool> _isSilent = false;
+};
+
+URLConnection::URLConnection(URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate)
+    : _loader(std::make_shared<Loader>(*this, std::move(request), std::move(delegate))) {}
+
+URLConnection::~URLConnection() {
+    cancel();
+}
+
+void URLConnection::start() {
+    _loader->start();
+}
+
+void URLConnection::cancel() {
+    _loader->cancel();
+}
+
+URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URLRequest& request) {
+    Collector collector(request);
+    const auto exchange = HTTPExchange::make(request, collector);
+    if (!exchange)
+        return {.response = {}, .data = {}, .error = exchange.error()};
+    Transport transport;
+    transport.add(**exchange);
+    while (!collector.hasEnded)
+        transport.wait(HTTPExchange::checkInterval);
+    SynchronousResult result;
+    result.error = std::move(collector.error);
+    if ((result.response = std::move(collector.response)))
+        result.data = Data(std::move(collector.body));
+    return result;
+}
+
+void URLRequest::addValueForHTTPHeaderField(std::string_view value, std::string_view field) {
+    const auto [header, isNew] = headers.emplace(field, value);
+    if (!isNew)
+        header->second.append(1, ',').append(value);
+}
+
+} // namespace platform
