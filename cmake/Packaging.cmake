@@ -1,4 +1,5 @@
-# What `cmake --install` lays out and what `cpack` packs: the tool as a framework folder, and the two libraries.
+# What `cmake --install` installs and `cpack` packs: the tool as a framework folder, and the libraries Orvane::MachO and
+# Orvane::WebClient with the libraries that they link.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -9,35 +10,84 @@ set(headers_folder ${CMAKE_INSTALL_INCLUDEDIR}/orvane)
 
 install(TARGETS run ditto RUNTIME DESTINATION ${framework_folder} COMPONENT tool)
 
-# orvane_install_library(<component> <target>...): the targets, as one export set that find_package can load alone.
-function(orvane_install_library component)
+# The public headers. The project's headers that they include are installed too.
+set(public_headers
+  MachO/TWLMachOBinary.h
+  MachO/TWLdSYM.h
+  TWLWebClient/TWLWebClient.h
+  # Asynchronous requests need a running main run loop.
+  platform/dispatch/RunLoop.h)
+
+# The target orvane_<name in lower case> is installed as Orvane::<name>, its archive as libOrvane<name>.a.
+foreach(name MachO WebClient Foundation Digest Files PropertyList Process Dispatch URLLoading)
+  string(TOLOWER orvane_${name} target)
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME Orvane${name} EXPORT_NAME ${name})
+endforeach()
+
+# orvane_install_headers(<header>...): installs the headers, named as in #include lines, and what they include.
+function(orvane_install_headers)
+  set(pending ${ARGN})
+  set(seen "")
+  while(pending)
+    list(POP_FRONT pending header)
+    if(header IN_LIST seen)
+      continue()
+    endif()
+    list(APPEND seen ${header})
+    file(GLOB files ${PROJECT_BINARY_DIR}/include/*/${header})
+    list(GET files 0 file)
+    cmake_path(GET header PARENT_PATH folder)
+    install(FILES ${file} DESTINATION ${headers_folder}/${folder} COMPONENT libraries)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+    file(STRINGS ${file} includes REGEX "^#include \"")
+    list(TRANSFORM includes REPLACE "^#include \"(.*)\"" "\\1")
+    list(APPEND pending ${includes})
+  endwhile()
+endfunction()
+orvane_install_headers(${public_headers})
+
+# orvane_link_closure(<result> <library>...): the libraries and those that they link, directly or not, each before the
+# libraries that it links.
+function(orvane_link_closure result)
+  set(pending ${ARGN})
+  set(closure "")
+  while(pending)
+    list(POP_FRONT pending library)
+    list(REMOVE_ITEM closure ${library})
+    list(APPEND closure ${library})
+    get_target_property(linked ${library} LINK_LIBRARIES)
+    list(FILTER linked INCLUDE REGEX "^orvane_")
+    list(APPEND pending ${linked})
+  endwhile()
+  set(${result} ${closure} PARENT_SCOPE)
+endfunction()
+
+# orvane_install_libraries(<component> <library>...): the libraries, in an export set that find_package can load alone.
+function(orvane_install_libraries component)
   install(TARGETS ${ARGN} EXPORT Orvane${component}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libraries)
   install(EXPORT Orvane${component} NAMESPACE Orvane:: FILE Orvane${component}Targets.cmake
     DESTINATION ${config_folder} COMPONENT libraries)
 endfunction()
-
-orvane_install_library(Platform
-  orvane_foundation orvane_digest orvane_files orvane_propertylist orvane_process orvane_dispatch orvane_urlloading)
-orvane_install_library(MachO orvane_macho)
-orvane_install_library(WebClient orvane_webclient)
-set_target_properties(orvane_macho PROPERTIES OUTPUT_NAME OrvaneMachO EXPORT_NAME MachO)
-set_target_properties(orvane_webclient PROPERTIES OUTPUT_NAME OrvaneWebClient EXPORT_NAME WebClient)
-
-foreach(folder platform apple/MachO apple/TWLWebClient/TWLWebClient)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${headers_folder} COMPONENT libraries
-    FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE
-    # Their implementation is not installed.
-    PATTERN launchservices EXCLUDE)
-endforeach()
+orvane_link_closure(platform_libraries orvane_macho orvane_webclient)
+list(REMOVE_ITEM platform_libraries orvane_macho orvane_webclient)
+orvane_install_libraries(Platform ${platform_libraries})
+orvane_install_libraries(MachO orvane_macho)
+orvane_install_libraries(WebClient orvane_webclient)
 
 configure_package_config_file(cmake/OrvaneConfig.cmake.in OrvaneConfig.cmake INSTALL_DESTINATION ${config_folder})
 write_basic_package_version_file(OrvaneConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/OrvaneConfig.cmake ${PROJECT_BINARY_DIR}/OrvaneConfigVersion.cmake
   DESTINATION ${config_folder} COMPONENT libraries)
-# Relative to the file, so that an installed tree can be moved and packed under another prefix.
+# Relative to the .pc file, so that an installed tree can be moved or packed under another prefix.
 file(RELATIVE_PATH ORVANE_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 foreach(library macho webclient)
+  orvane_link_closure(libraries orvane_${library})
+  set(ORVANE_PC_LIBS "")
+  foreach(linked IN LISTS libraries)
+    get_target_property(name ${linked} OUTPUT_NAME)
+    string(APPEND ORVANE_PC_LIBS " -l${name}")
+  endforeach()
   configure_file(cmake/orvane-${library}.pc.in orvane-${library}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/orvane-${library}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT libraries)
@@ -46,7 +96,7 @@ endforeach()
 set(CPACK_PACKAGE_NAME orvane-run)
 set(CPACK_PACKAGE_VENDOR Orvane)
 set(CPACK_PACKAGE_CONTACT "Orvane <support@tarnwhistle.example>")
-set(CPACK_DEBIAN_TOOL_DESCRIPTION "Gets the debug symbols of app builds to a crash-reporting service")
+set(CPACK_DEBIAN_TOOL_DESCRIPTION "Delivers the debug symbols of app builds to a crash-reporting service")
 set(CPACK_GENERATOR DEB)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL tool libraries)
@@ -61,5 +111,5 @@ set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME liborvane-dev)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_DEPENDS
   "libcurl4-openssl-dev (>= 7.88), libexpat1-dev, libssl-dev, pkg-config, zlib1g-dev")
-set(CPACK_DEBIAN_LIBRARIES_DESCRIPTION "Libraries that read Mach-O files and dSYM bundles, and speak HTTP")
+set(CPACK_DEBIAN_LIBRARIES_DESCRIPTION "Libraries that read Mach-O files and dSYM bundles, and an HTTP client")
 include(CPack)
