@@ -1,10 +1,10 @@
-"""Which system calls can fail in which way, and how many of them a run makes."""
+"""The faults: which system calls can fail with which errors, and how often a run makes each call."""
 
 import collections
 import dataclasses
 import re
 
-# The kernel's errors for valid arguments, which a caller has to expect. Any other call gets OTHER_ERRORS.
+# The errors that the kernel returns for valid arguments. Calls that are not listed fail with OTHER_ERRORS.
 ERRORS = {
     "access": "EACCES ENOENT ENOMEM",
     "accept4": "EMFILE ECONNABORTED",
@@ -65,8 +65,8 @@ ERRORS = {
     "unlinkat": "EACCES EIO EROFS",
     "utimensat": "EPERM EACCES EIO",
     "vfork": "EAGAIN ENOMEM",
-    # Not ECHILD: it comes only where SIGCHLD is ignored, which the tool prevents. A wait that is not carried out
-    # leaves a child running, which the kernel never does.
+    # Not ECHILD: the kernel returns it only if SIGCHLD is ignored, which the tool prevents. With strace the child
+    # would still be running, which the kernel never allows.
     "wait4": "EINTR",
     "write": "EIO ENOSPC EINTR EAGAIN EPIPE",
     "writev": "EIO ENOSPC EINTR",
@@ -81,11 +81,11 @@ LEFT_OUT = {
         rseq rt_sigaction rt_sigpending rt_sigprocmask rt_sigreturn sched_yield set_robust_list
         set_tid_address sigaltstack sysinfo umask uname""",
     "it fails only when it removes the middle of a mapping, which nothing here does": "munmap",
-    "a wake-up does not fail; one that strace leaves out would keep a thread waiting": "futex",
-    "advice: nothing depends on it": "madvise fadvise64",
-    "an interrupted sleep ends early; strace would leave out the sleep": "clock_nanosleep nanosleep restart_syscall",
-    "a process that ends itself with a signal would go on": "kill tgkill",
-    "strace counts each process by itself; the first call would be its own start of the tool": "execve",
+    "a wake-up does not fail; if strace skipped it, a thread would wait forever": "futex",
+    "it is advice only: nothing depends on it": "madvise fadvise64",
+    "an interrupted sleep ends early; strace would skip the sleep": "clock_nanosleep nanosleep restart_syscall",
+    "a process that ends itself with a signal would continue": "kill tgkill",
+    "strace counts per process: the first call would be the one with which it starts the tool": "execve",
 }
 NOT_INJECTED = {call for calls in LEFT_OUT.values() for call in calls.split()}
 
@@ -117,10 +117,10 @@ class Fault:
 
 
 def calls_to_fail(trace):
-    """The calls of a whole run's trace that may fail: pairs of name and number.
+    """The calls in the trace of a complete run that may fail, as pairs of name and number.
 
-    What the loader does before the program's own code runs is left out: it ends a program with a message and status
-    127 when it fails. Its last call unmaps its cache.
+    The calls of the dynamic loader before the program's own code are left out: if one fails, the loader ends the
+    program with a message and status 127. Its last call unmaps its cache.
     """
     calls = collections.defaultdict(list)  # by process or thread, the first one first
     for process, call in re.findall(r"^(\d+) +(\w+)\(", trace, re.MULTILINE):
@@ -139,7 +139,7 @@ def calls_to_fail(trace):
 
 
 def faults_of(target, trace, allocations):
-    """All faults for a target whose whole run gave `trace` and made `allocations`."""
+    """All faults of a target whose complete run has the trace `trace` and makes `allocations` allocations."""
     return [
         Fault(target, call, error, number)
         for call, number in calls_to_fail(trace)

@@ -1,4 +1,4 @@
-"""Runs the tool on a sample build of its own with one fault, and tells what came of it."""
+"""Runs the tool with one fault, on its own copy of a sample build, and returns the outcome."""
 
 import dataclasses
 import os
@@ -11,24 +11,24 @@ import time
 
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = PROJECT / "build/release"
-FRAMEWORK = BUILD / "tests/tool/Orvane.framework"  # the tool that takes its endpoints from the environment
+FRAMEWORK = BUILD / "tests/tool/Orvane.framework"  # the tool that reads its endpoints from the environment
 SERVICE = BUILD / "sample/local-service"
 COMPANION = BUILD / "sample/companion/companion"
 FAILING_ALLOCATION = BUILD / "tests/torture/libfailing_allocation.so"
 
 KEY = "0123456789abcdef0123456789abcdef01234567"
 SECRET = "secret" * 10 + "four"
-# Three exchanges of 15 seconds, and what strace needs.
+# In seconds: three exchanges of 15 seconds, and some time for strace.
 TIME_LIMIT = 60
 REPORT_LIMIT = 10
 
 
 @dataclasses.dataclass
 class Ending:
-    """What one run left behind."""
+    """The outcome of a run."""
 
-    status: int  # negative: the signal that ended it; None: it had to be killed
-    archiver_status: int  # None: it was not started, or did not end
+    status: int  # negative: the signal that ended it; None: it exceeded the time limit
+    archiver_status: int  # None: it was not started or did not end
     output: str
     log: str  # the lines of strace
     seconds: float
@@ -39,7 +39,7 @@ class Ending:
 
 
 class Stage:
-    """A folder with a copy of the tool, a sample build, a service and a desktop. For one run at a time."""
+    """A folder with a copy of the tool, a sample build, a service and a desktop. Use it for one run at a time."""
 
     def __init__(self, folder, sample):
         self.folder = folder
@@ -77,7 +77,7 @@ class Stage:
         self.service.communicate()
 
     def run(self, road, program, wrapper):
-        """Runs the tool on a road; the words of `wrapper` are put before the command line of the program."""
+        """Runs the tool on a road, with `wrapper` in front of the command line of the program."""
         self._clear()
         ditto = self.framework / "ditto"
         ditto.unlink()
@@ -107,13 +107,13 @@ class Stage:
         return self.run(fault.road, fault.program, self._wrapper(fault))
 
     def count_calls(self, road, program):
-        """The trace of a run without fault, and the number of its allocations."""
+        """The trace of a run without faults, and the number of its allocations."""
         traced = self._run_without_fault(road, program, self._strace([]))
         self._run_without_fault(road, program, self._preload(0, [f"ORVANE_ALLOCATION_COUNT={self.count}"]))
         return traced.log, int(self._read(self.count))
 
     def companion_report(self):
-        """What the companion app wrote; waits for it. Empty when it was not started."""
+        """Waits for the companion app's report and returns it. Empty if the app was not started."""
         end = time.monotonic() + REPORT_LIMIT
         while time.monotonic() < end:
             if "Hand-off: " in (report := self._read(self.report)):
@@ -124,7 +124,7 @@ class Stage:
     def _run_without_fault(self, road, program, wrapper):
         ending = self.run(road, program, wrapper)
         if ending.status != 0:
-            raise SystemExit(f"A run without any fault ended with status {ending.status}:\n{ending.output}")
+            raise SystemExit(f"A run without faults ended with status {ending.status}:\n{ending.output}")
         return ending
 
     def _wrapper(self, fault):
@@ -134,7 +134,7 @@ class Stage:
         return self._strace([f"--trace={fault.call}", f"--inject={rule}"])
 
     def _strace(self, options):
-        # Programs that the traced one starts are not traced.
+        # Does not trace the programs that the traced program starts.
         return ["strace", "-f", "-q", "-y", "--detach-on=execve", "-o", self.log, *options]
 
     def _preload(self, number, variables):

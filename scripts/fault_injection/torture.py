@@ -1,4 +1,4 @@
-"""Lets the tool's system calls and allocations fail one by one. scripts/torture says how to call it."""
+"""Runs the tool with one failing system call or allocation per run. See scripts/torture for the arguments."""
 
 import collections
 import concurrent.futures
@@ -19,7 +19,7 @@ from stage import PROJECT, Stage
 from verdict import violations
 
 TARGETS = ("direct/run", "direct/ditto", "companion/run")
-# More than the archiver compresses without threads.
+# In bytes: large enough that the archiver compresses with several threads.
 BIG_FILE_SIZE = 5 << 19
 ALLOCATIONS_IN_ROUND = 8
 
@@ -34,7 +34,7 @@ def make_sample(folder):
 
 @contextlib.contextmanager
 def stages(number):
-    """That many stages in a scratch folder, which is removed at the end."""
+    """`number` stages in a temporary folder, which is removed at the end."""
     scratch = pathlib.Path(tempfile.mkdtemp(prefix="torture-"))
     made = []
     try:
@@ -57,8 +57,8 @@ def all_faults(stage):
 
 
 def sample_of(faults, size, seed):
-    """`size` faults; each call of each target has its turn before any has a second one. Allocations, of which
-    there are ten times as many as calls, have several in each round."""
+    """`size` faults. Each round takes one fault of each call of each target. Allocations are ten times as many as calls,
+    so each round takes several of them."""
     groups = collections.defaultdict(list)
     for fault in faults:
         groups[fault.target, fault.call].append(fault)

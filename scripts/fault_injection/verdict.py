@@ -1,4 +1,4 @@
-"""Judges what a run with a fault left behind."""
+"""Checks the outcome of a run with a fault."""
 
 import pathlib
 import plistlib
@@ -9,9 +9,9 @@ import zlib
 
 from stage import KEY
 
-# A run that can make neither of these is ended by an assertion.
+# If a run cannot create pipes or a task, an assertion ends it.
 ASSERTIONS = ("Assertion failed: (stdoutPipe && stdinPipe && stderrPipe)", "Assertion failed: (task)")
-# After these the archive stays.
+# After these messages the archive may remain.
 ARCHIVE_STAYS = ("data could not be loaded", "Could not delete zipped dSYM", "The run cannot go on")
 
 
@@ -26,13 +26,13 @@ def archived(archive):
 
 
 def violations(stage, fault, ending):
-    """All that is wrong, as sentences."""
+    """The errors, as messages."""
     return [*_of_ending(fault, ending), *_of_success(stage, ending), *_of_leftovers(stage, fault, ending)]
 
 
 def _of_ending(fault, ending):
     if ending.status is None:
-        yield f"no end after {ending.seconds:.0f} s"
+        yield f"still running after {ending.seconds:.0f} s"
     elif ending.status not in (0, 1) and not _is_assertion(ending):
         yield f"status {ending.status}"
     if ending.archiver_status not in (None, 0, 1):
@@ -63,7 +63,7 @@ def _of_success(stage, ending):
 def _of_archive(archive, stage):
     try:
         if archived(archive) != contents(stage.dsym, stage.products):
-            yield "the archive does not hold what the dSYM holds"
+            yield "the archive and the dSYM differ"
     except (zipfile.BadZipFile, zlib.error, EOFError) as error:
         yield f"the archive cannot be read: {error}"
 
@@ -75,8 +75,8 @@ def _of_cache(stage, report):
 
 
 def _is_accepted(stage, ending, report):
-    """Two failures do not end a run: Build.plist cannot be written, or the companion app's version cannot be
-    found, so that it is taken for an old one."""
+    """Two failures do not end a run: Build.plist cannot be written, or the companion app's version cannot be read, so
+    that the run uses the form for old versions."""
     if "Legacy form" in report:
         return "/desktop/" in ending.injected
     is_written = re.search(r'Build\.plist|\.tmp|/builds/[-0-9A-F]{36}/"', ending.injected)
@@ -101,6 +101,6 @@ def _of_leftovers(stage, fault, ending):
 def _of_artifact(path):
     try:
         if plistlib.loads(path.read_bytes()) != {"TarnwhistleAPIKey": KEY}:
-            yield "the artifact file is not whole"
+            yield "the artifact file is incomplete"
     except (ValueError, plistlib.InvalidFileException):
         yield "the artifact file cannot be read"
