@@ -1,10 +1,10 @@
-# The portable build: `run` and `ditto` without any shared library. Everything is linked from static archives: OpenSSL,
-# nghttp2, zlib, expat, c-ares and libdeflate as Debian packs them, and a libcurl with HTTP alone, built from Debian's
-# source package. Sets up the search paths for these archives and defines the target orvane_portable_curl.
+# The portable build: `run` and `ditto` without shared libraries. It links Debian's static libraries of OpenSSL,
+# nghttp2, zlib, expat, c-ares and libdeflate, and a libcurl with HTTP only, which it builds from Debian's source
+# package. This file sets the search paths for the static libraries and defines the target orvane_portable_curl.
 
-set(ORVANE_CURL_SOURCE "" CACHE PATH "Folder with curl's source; by default Debian's source package is downloaded")
+set(ORVANE_CURL_SOURCE "" CACHE PATH "Folder with curl's source; by default it is downloaded from Debian")
 set(ORVANE_STATIC_LIBRARIES "" CACHE PATH
-  "Folder with include/ and lib/ of the static libraries; by default Debian's packages are downloaded")
+  "Folder with include/ and lib/ of the static libraries; by default they are downloaded from Debian")
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(debian_architecture amd64)
@@ -40,12 +40,12 @@ set(OPENSSL_USE_STATIC_LIBS ON)
 find_library(ORVANE_CARES_LIBRARY cares REQUIRED)
 find_library(ORVANE_NGHTTP2_LIBRARY nghttp2 REQUIRED)
 find_package(OpenSSL REQUIRED)
-# Debian's OpenSSL keeps one header in a folder for the architecture.
+# Debian's OpenSSL has one header in a folder of the architecture.
 set(architecture_headers ${static_libraries}/include/${CMAKE_LIBRARY_ARCHITECTURE})
 include_directories(SYSTEM ${architecture_headers})
 
-# No certificate paths are compiled in: the tool looks for them when it runs. OpenSSL's configuration file is not read: it
-# belongs to the machine's own OpenSSL and may name modules that a static program cannot load.
+# No certificate paths are compiled in: the tool searches for certificates when it runs. OpenSSL's configuration file is
+# not read: it belongs to the machine's OpenSSL and may name modules that a static program cannot load.
 include(ExternalProject)
 ExternalProject_Add(curl_build
   SOURCE_DIR ${curl_source}
@@ -76,9 +76,9 @@ target_include_directories(orvane_portable_curl SYSTEM INTERFACE ${curl_source}/
 target_link_libraries(orvane_portable_curl INTERFACE
   ${BINARY_DIR}/lib/libcurl.a ${ORVANE_NGHTTP2_LIBRARY} ${ORVANE_CARES_LIBRARY} OpenSSL::SSL)
 
-# orvane_link_statically(<program>): no shared library at all.
+# orvane_link_statically(<program>): links the program without shared libraries.
 function(orvane_link_statically program)
-  # The linker warns of functions of the C library that would load shared libraries, such as getaddrinfo. OpenSSL and
-  # c-ares contain calls of them that this program never makes: c-ares resolves names.
+  # The linker warns about functions of the C library that load shared libraries, such as getaddrinfo. OpenSSL and
+  # c-ares call them in code that these programs do not run: c-ares resolves names.
   target_link_options(${program} PRIVATE -static LINKER:--no-warnings)
 endfunction()

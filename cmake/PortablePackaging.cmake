@@ -1,6 +1,6 @@
-# What `cpack` packs of the portable build: the folder Orvane.framework, ready to be copied into a project.
+# The package that `cpack` makes of the portable build: the folder Orvane.framework, to be copied into a project.
 
-# The licences of what is linked into the two programs.
+# The licences of the libraries that are linked into the two programs.
 set(licences ${PROJECT_BINARY_DIR}/LICENSES.txt)
 file(WRITE ${licences} "The programs run and ditto contain these libraries.\n")
 file(GLOB notices ${static_libraries}/share/doc/*/copyright)

@@ -1,7 +1,7 @@
 # orvane_library(<target> <prefix>): a library of the project, in the current folder.
 #
-# Other targets include its headers as "<prefix>/Name.h", through a folder that contains only a link to the current folder.
-# A file therefore cannot include a header of a library that its target does not link. tests/layers proves this.
+# Other targets include its headers as "<prefix>/Name.h", through a folder that contains only a link to the current
+# folder. A file therefore cannot include a header of a library that its target does not link. tests/layers proves this.
 function(orvane_library target prefix)
   set(stage ${PROJECT_BINARY_DIR}/include/${target})
   if(NOT EXISTS ${stage}/${prefix})
@@ -26,8 +26,8 @@ function(orvane_framework_tool target)
   endif()
 endfunction()
 
-# orvane_test(<name> SOURCES ... [LIBRARIES ...] [LABELS ...]): a test program whose cases ctest runs one by one. Each case
-# has the program's name and LABELS as labels. The target tests_<label> builds all programs with that label.
+# orvane_test(<name> SOURCES ... [LIBRARIES ...] [LABELS ...]): a test program whose cases ctest runs one by one. The
+# labels of each case are <name> and LABELS. The target tests_<label> builds all programs that have the label in LABELS.
 function(orvane_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""dns-server.py NAME: answers on 127.0.0.1:53 that NAME is 127.0.0.1 and that other names do not exist. Does not
-answer questions for names that begin with "silent"."""
+"""dns-server.py NAME: a DNS server on 127.0.0.1:53 that resolves NAME to 127.0.0.1. Other names do not exist; for names
+that begin with "silent" it sends no reply."""
 import socket, struct, sys
 
 server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
