@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <iostream>
 
-/// Copies one bundle the way the cache does: copy_bundle SOURCE DESTINATION
+/// Copies a bundle like the tool's cache: copy_bundle SOURCE DESTINATION
 int main(int argc, char** argv) {
     const auto copied = argc == 3 ? platform::copyItem({.source = argv[1], .destination = argv[2]})
                                   : platform::Outcome(platform::posixError(EINVAL, "copy", "two paths"));

@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <vector>
 
-/// What the ways of joining the pieces of a file cost, see tools/ditto/DeflateBlocks.h: join_bench FILE
+/// Measures the ways to join the pieces of a file (see tools/ditto/DeflateBlocks.h): join_bench FILE
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;

@@ -19,7 +19,7 @@ int complain(const std::string& text) {
     return 1;
 }
 
-/// Takes one request on `peer`, drops its body and answers it.
+/// Reads one request from `peer`, discards its body and responds.
 void takeUpload(int peer) {
     std::vector<char> buffer(1 << 20);
     std::string head;
@@ -45,7 +45,7 @@ void takeUpload(int peer) {
     send(peer, answer, sizeof answer - 1, MSG_NOSIGNAL);
 }
 
-/// Prints the port and serves until the process is ended.
+/// Prints the port and serves requests until the process is terminated.
 int serve() {
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
@@ -76,7 +76,7 @@ double processorSeconds(const rusage& usage) {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// Prints the wall and processor seconds of the exchange alone, without the reading of the file.
+/// Prints the wall seconds and processor seconds of the exchange, without those of reading the file.
 int upload(const std::string& url, const std::string& file) {
     const auto base = platform::URL::parse(url);
     auto bytes = platform::readFile(file);
