@@ -1,11 +1,9 @@
 #pragma once
 
 #include "platform/foundation/Error.h"
-#include "platform/foundation/URL.h"
-#include "platform/urlloading/HTTPBody.h"
-#include "platform/urlloading/HTTPHeaders.h"
+#include "platform/urlloading/URLRequest.h"
+#include "platform/urlloading/URLResponse.h"
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -47,42 +45,6 @@ enum class URLErrorCode : std::int64_t {
     clientCertificateRequired = -1206,
 };
 
-/// The platform's cache policies that are in use. There is no cache, so the policy changes nothing.
-enum class URLRequestCachePolicy { useProtocolCachePolicy = 0, reloadIgnoringLocalCacheData = 1 };
-
-/// One request, ready to send.
-struct URLRequest {
-    /// A request without a URL fails with badURL.
-    std::optional<URL> url;
-    std::string method = "GET";
-    /// Names and values with line breaks or NULs make the request fail before anything is sent.
-    /// "Content-Length" and "Transfer-Encoding" are the transport's own and not taken from here.
-    HTTPHeaders headers;
-    std::optional<HTTPBody> body;
-    URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::useProtocolCachePolicy;
-    /// The exchange fails with timedOut when it makes no progress for this long: in name resolution,
-    /// connection, TLS handshake, sending, waiting and receiving alike. Kept to about half a second.
-    std::chrono::milliseconds timeoutInterval = std::chrono::seconds(15);
-    /// A body of more decoded bytes than this fails with dataLengthExceedsMaximum.
-    std::uint64_t answerLimit = UINT64_MAX;
-
-    /// Sets a header; to one that is there already, the value is added behind a comma.
-    void addValueForHTTPHeaderField(std::string_view value, std::string_view field);
-};
-
-/// The head of an HTTP answer.
-struct HTTPResponseHead {
-    std::uint64_t statusCode = 0;
-    /// Names as received; values of repeated names are joined by ", ". UTF-8.
-    HTTPHeaders allHeaderFields;
-};
-
-struct URLResponse {
-    std::optional<URL> url;
-    /// Nothing when the answer is not an HTTP one.
-    std::optional<HTTPResponseHead> http;
-};
-
 /// What the transport is about to evaluate: whether the certificate chain of `host` is to be trusted.
 struct ServerTrust {
     std::string host;
@@ -102,23 +64,23 @@ struct URLProtectionSpace {
 
 class URLConnection;
 
-/// Hears of one connection. All operations run on the main thread, inside the main run loop, in this order:
-/// protection spaces, at most one response, any number of data, and at the end either the failure or
-/// connectionDidFinishLoading. Nothing is called after `cancel`.
+/// Receives the events of one connection. All operations run on the main thread, inside the main run loop, in
+/// this order: protection spaces, at most one response, any number of data, and at the end either
+/// didFailWithError or didFinishLoading. Nothing is called after `cancel`.
 class URLConnectionDelegate {
 public:
     virtual ~URLConnectionDelegate() = default;
 
-    virtual void connection(URLConnection& connection, const URLResponse& didReceiveResponse) = 0;
-    virtual void connection(URLConnection& connection, const Data& didReceiveData) = 0;
-    virtual void connection(URLConnection& connection, const std::optional<Error>& didFailWithError) = 0;
-    virtual void connectionDidFinishLoading(URLConnection& connection) = 0;
+    virtual void didReceiveResponse(URLConnection& connection, const URLResponse& response) = 0;
+    virtual void didReceiveData(URLConnection& connection, const Data& data) = 0;
+    virtual void didFailWithError(URLConnection& connection, const std::optional<Error>& error) = 0;
+    virtual void didFinishLoading(URLConnection& connection) = 0;
 
     /// Whether the connection may authenticate against the space. Server-trust spaces are asked for before
     /// each TLS handshake; whatever the answer, the certificate is then evaluated in the default way. For any
     /// other space there are no credentials: unless the delegate cancels, the 401 or 407 is the answer.
-    virtual bool connection(URLConnection& connection,
-                            const URLProtectionSpace& canAuthenticateAgainstProtectionSpace) = 0;
+    virtual bool canAuthenticateAgainstProtectionSpace(URLConnection& connection,
+                                                       const URLProtectionSpace& space) = 0;
 };
 
 /// One asynchronous exchange. It makes progress only while the main run loop runs.

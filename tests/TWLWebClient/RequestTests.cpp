@@ -144,7 +144,7 @@ TEST(ProgrammingErrors, EndTheProcessWithTheirExpression) {
          "(!_connection)" + start + "syncStartWithCompletionHandler:" + end},
         {[] {
              platform::URLConnection connection({}, nullptr);
-             started()->connection(connection, std::optional<platform::Error>());
+             started()->didFailWithError(connection, std::optional<platform::Error>());
          },
          "(error)" + start + "connection:didFailWithError:" + end},
         {[] {

@@ -79,37 +79,34 @@ void TWLWebClientTransaction::syncStartConnection() {
     complete();
 }
 
-void TWLWebClientTransaction::connection(URLConnection&, const platform::URLResponse& didReceiveResponse) {
-    if (!didReceiveResponse.http)
+void TWLWebClientTransaction::didReceiveResponse(URLConnection&, const platform::URLResponse& response) {
+    if (!response.http)
         return;
-    _queue.async([self = shared_from_this(), head = *didReceiveResponse.http] {
+    _queue.async([self = shared_from_this(), head = *response.http] {
         self->_response->setStatusCode(head.statusCode);
         self->_response->setResponseHeaders(head.allHeaderFields);
         self->_contentType = decodedContentType(head.allHeaderFields);
     });
 }
 
-void TWLWebClientTransaction::connection(URLConnection&, const Data& didReceiveData) {
-    _queue.async(
-        [self = shared_from_this(), didReceiveData] { self->_response->appendData(didReceiveData); });
+void TWLWebClientTransaction::didReceiveData(URLConnection&, const Data& data) {
+    _queue.async([self = shared_from_this(), data] { self->_response->appendData(data); });
 }
 
-void TWLWebClientTransaction::connection(URLConnection&, const std::optional<Error>& didFailWithError) {
-    PLATFORM_ASSERT(didFailWithError, "error", "-[TWLWebClientTransaction connection:didFailWithError:]",
-                    sourceFile);
-    _queue.async([self = shared_from_this(), didFailWithError] {
-        self->_response->setError(didFailWithError);
+void TWLWebClientTransaction::didFailWithError(URLConnection&, const std::optional<Error>& error) {
+    PLATFORM_ASSERT(error, "error", "-[TWLWebClientTransaction connection:didFailWithError:]", sourceFile);
+    _queue.async([self = shared_from_this(), error] {
+        self->_response->setError(error);
         self->complete();
     });
 }
 
-void TWLWebClientTransaction::connectionDidFinishLoading(URLConnection&) {
+void TWLWebClientTransaction::didFinishLoading(URLConnection&) {
     _queue.async([self = shared_from_this()] { self->complete(); });
 }
 
-bool TWLWebClientTransaction::connection(
-    URLConnection& connection, const platform::URLProtectionSpace& canAuthenticateAgainstProtectionSpace) {
-    const platform::URLProtectionSpace& space = canAuthenticateAgainstProtectionSpace;
+bool TWLWebClientTransaction::canAuthenticateAgainstProtectionSpace(
+    URLConnection& connection, const platform::URLProtectionSpace& space) {
     if (space.serverTrust) {
         bool answer = false;
         _queue.sync([&] {
@@ -120,7 +117,7 @@ bool TWLWebClientTransaction::connection(
     }
     connection.cancel();
     const auto code = static_cast<std::int64_t>(TWLWebClientError::authenticationRequired);
-    this->connection(connection, Error{std::string(TWLWebClientErrorDomain), code, {}});
+    didFailWithError(connection, Error{std::string(TWLWebClientErrorDomain), code, {}});
     return false;
 }
 

@@ -36,14 +36,14 @@ public:
     platform::Value objectFromReceivedData();
     void complete();
 
-    void connection(platform::URLConnection& connection,
-                    const platform::URLResponse& didReceiveResponse) override;
-    void connection(platform::URLConnection& connection, const platform::Data& didReceiveData) override;
-    void connection(platform::URLConnection& connection,
-                    const std::optional<platform::Error>& didFailWithError) override;
-    void connectionDidFinishLoading(platform::URLConnection& connection) override;
-    bool connection(platform::URLConnection& connection,
-                    const platform::URLProtectionSpace& canAuthenticateAgainstProtectionSpace) override;
+    void didReceiveResponse(platform::URLConnection& connection,
+                            const platform::URLResponse& response) override;
+    void didReceiveData(platform::URLConnection& connection, const platform::Data& data) override;
+    void didFailWithError(platform::URLConnection& connection,
+                          const std::optional<platform::Error>& error) override;
+    void didFinishLoading(platform::URLConnection& connection) override;
+    bool canAuthenticateAgainstProtectionSpace(platform::URLConnection& connection,
+                                               const platform::URLProtectionSpace& space) override;
 
 private:
     /// What both roads begin with, on behalf of `function`.

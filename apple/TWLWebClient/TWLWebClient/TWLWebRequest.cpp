@@ -113,7 +113,7 @@ std::shared_ptr<platform::URLRequest> TWLWebRequest::URLRequest() {
     // Before the headers: the body sets one of them.
     request->body = formData();
     for (const auto& [field, value] : _customHeaders)
-        request->addValueForHTTPHeaderField(value, field);
+        request->appendValueForHTTPHeaderField(value, field);
     return request;
 }
 

@@ -120,15 +120,15 @@ public:
 
     void didReceiveHead(HTTPResponseHead head) override {
         if (!_isSilent)
-            _delegate->connection(_connection, URLResponse{_request.url, std::move(head)});
+            _delegate->didReceiveResponse(_connection, URLResponse{_request.url, std::move(head)});
     }
     void didReceiveBody(std::string_view bytes) override {
         if (!_isSilent)
-            _delegate->connection(_connection, Data(std::string(bytes)));
+            _delegate->didReceiveData(_connection, Data(std::string(bytes)));
     }
     bool mayGoOn(const URLProtectionSpace& space) override {
         if (!_isSilent)
-            _delegate->connection(_connection, space);
+            _delegate->canAuthenticateAgainstProtectionSpace(_connection, space);
         return !_isSilent;
     }
     void didEnd(const std::optional<Error>& error) override {
@@ -139,9 +139,9 @@ public:
         if (_isSilent.exchange(true))
             return;
         if (error)
-            delegate->connection(_connection, error);
+            delegate->didFailWithError(_connection, error);
         else
-            delegate->connectionDidFinishLoading(_connection);
+            delegate->didFinishLoading(_connection);
     }
 
 private:
@@ -199,12 +199,6 @@ URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URL
     if ((result.response = std::move(collector.response)))
         result.data = Data(std::move(collector.body));
     return result;
-}
-
-void URLRequest::addValueForHTTPHeaderField(std::string_view value, std::string_view field) {
-    const auto [header, isNew] = headers.emplace(field, value);
-    if (!isNew)
-        header->second.append(1, ',').append(value);
 }
 
 } // namespace platform
