@@ -19,6 +19,11 @@ constexpr char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+inline bool equalIgnoringCase(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return lowerCase(x) == lowerCase(y); });
+}
+
 /// `text` without the characters of `blanks` at its two ends.
 constexpr std::string_view trimmed(std::string_view text, std::string_view blanks) {
     const std::size_t first = text.find_first_not_of(blanks);

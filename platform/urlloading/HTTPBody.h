@@ -8,8 +8,8 @@
 
 namespace platform {
 
-/// The bytes of a request body as a row of pieces. Nothing is joined or copied: a piece shares its memory
-/// with the Data that it was made from.
+/// The bytes of a request body as a list of pieces. Appending copies nothing: a piece shares the memory of
+/// its Data.
 class HTTPBody {
 public:
     void append(Data piece) {
@@ -33,6 +33,24 @@ public:
 private:
     std::vector<Data> _pieces;
     std::uint64_t _size = 0;
+};
+
+/// Reads a body from its start to its end, in parts of any size.
+class HTTPBodyReader {
+public:
+    /// Reads `body`, which must outlive the reader.
+    explicit HTTPBodyReader(const HTTPBody& body) : _body(body) {}
+
+    /// Copies up to `capacity` bytes to `buffer` and returns their number; 0 at the end.
+    std::size_t read(char* buffer, std::size_t capacity);
+    /// Continues at `offset` bytes from the start of the body.
+    void seek(std::uint64_t offset);
+    bool isAtEnd() const { return _piece == _body.pieces().size(); }
+
+private:
+    const HTTPBody& _body;
+    std::size_t _piece = 0;
+    std::size_t _offsetInPiece = 0;
 };
 
 } // namespace platform

@@ -9,6 +9,9 @@
 
 namespace platform {
 
+/// The blanks around values in an HTTP head (RFC 9110 section 5.6.3).
+inline constexpr std::string_view httpBlanks = " \t";
+
 /// Orders header names without regard to the case of ASCII letters (RFC 9110 section 5.1).
 struct HeaderNameLess {
     using is_transparent = void;

@@ -2,6 +2,8 @@
 
 #include "platform/urlloading/URLConnection.h"
 #include "platform/urlloading/linux/GzipReader.h"
+#include "platform/urlloading/linux/HTTPHeadParser.h"
+#include "platform/urlloading/linux/StallDetector.h"
 
 #include <curl/curl.h>
 
@@ -11,29 +13,27 @@
 #include <string>
 #include <vector>
 
-/// The transport library behind URLConnection.h. Only the transport includes this.
 namespace platform {
 
-/// Hears of an exchange while it runs, inside the library's callbacks, and of its end.
+/// Receives the events of an exchange. All but `didEnd` are called inside libcurl's callbacks.
 class HTTPExchangeListener {
 public:
     virtual ~HTTPExchangeListener() = default;
     virtual void didReceiveHead(HTTPResponseHead head) = 0;
     virtual void didReceiveBody(std::string_view bytes) = 0;
-    /// An authentication is asked for. False ends the exchange.
-    virtual bool mayGoOn(const URLProtectionSpace& space) = 0;
-    /// Once, outside the library's callbacks. May destroy the exchange.
+    /// The server or a proxy asks for authentication. Returning false ends the exchange.
+    virtual bool mayContinue(const URLProtectionSpace& space) = 0;
+    /// Called once. May destroy the exchange.
     virtual void didEnd(const std::optional<Error>& error) = 0;
 };
 
-/// One request on one easy handle: how it is told to the library, what the library tells back, whether it
-/// still makes progress, and how its failure is called. Whoever drives the handle puts it into a multi
-/// handle.
+/// One request on one easy handle of libcurl: sets up the request, passes the answer to the listener, and
+/// turns failures into errors. The owner adds `handle` to a multi handle and drives it.
 class HTTPExchange {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// An error when the request cannot be sent at all. `request` and `listener` must outlive the exchange.
+    /// Fails when the request cannot be sent at all. `request` and `listener` must outlive the exchange.
     static Result<std::unique_ptr<HTTPExchange>> make(const URLRequest& request,
                                                       HTTPExchangeListener& listener);
     HTTPExchange(const HTTPExchange&) = delete;
@@ -41,14 +41,13 @@ public:
 
     CURL* handle() const { return _easy.get(); }
 
-    /// Whether there has been no progress for the request's timeout interval. To be asked at least every
-    /// `checkInterval` while the exchange runs: longer pauses of the asker do not count.
-    static constexpr std::chrono::milliseconds checkInterval{250};
-    bool hasStalled(Clock::time_point now);
+    /// Whether the exchange has made no progress for the request's timeout interval. The owner must call this
+    /// at least every StallDetector::checkInterval.
+    bool checkForStall(Clock::time_point now);
 
-    /// Tells the listener how the exchange ended when the library gave `result`, or CURLE_OPERATION_TIMEDOUT
-    /// after a stall. Once.
-    void end(CURLcode result) { _listener.didEnd(outcome(result)); }
+    /// Reports the end of the exchange to the listener. `result` is libcurl's, or CURLE_OPERATION_TIMEDOUT
+    /// after a stall. Call it once.
+    void end(CURLcode result);
 
 private:
     enum class Phase { resolving, connecting, securing, sending, waiting, receiving };
@@ -64,18 +63,16 @@ private:
     void setUpCallbacks();
     void addHeaderLine(const std::string& line);
 
-    void letConnectFor(std::chrono::milliseconds time);
+    void setConnectTimeout(std::chrono::milliseconds time);
     bool startSecuring(void* sslContext);
-    bool ask(URLProtectionSpace::Method method, bool isProxy = false);
-    std::size_t fillFromBody(char* buffer, std::size_t capacity);
-    void seekBody(std::uint64_t offset);
-    bool takeHeaderLine(std::string_view line);
-    void takeHeader(std::string_view line);
+    bool askListener(URLProtectionSpace::Method method, bool isProxy = false);
+    std::size_t readBody(char* buffer, std::size_t capacity);
+    bool receiveHeadLine(std::string_view line);
     bool finishHead();
-    bool answerChallenge();
-    bool takeBody(std::string_view bytes);
-    bool takeDecoded(std::string_view bytes);
-    std::optional<Error> outcome(CURLcode result);
+    bool receiveBody(std::string_view bytes);
+    bool receiveDecoded(std::string_view bytes);
+    bool isTunnelRefused() const;
+    std::optional<Error> errorFor(CURLcode result) const;
     Error stallError() const;
     Error undecodable(std::string reason) const;
     bool isLongerThanAnnounced() const;
@@ -91,29 +88,23 @@ private:
     std::vector<curl_socket_t> _sockets;
     std::optional<Error> _callbackError;
     bool _isAbandoned = false;
-    bool _clientCertificateIsWanted = false;
+    bool _isClientCertificateRequested = false;
 
     const Clock::time_point _started = Clock::now();
-    Clock::time_point _lastProgress = _started;
-    Clock::time_point _lastCheck = _started;
+    StallDetector _stall{_request.timeoutInterval, _started};
     Phase _phase = Phase::resolving;
-    Phase _lastPhase = Phase::resolving;
-    std::uint64_t _lastMoved = 0;
 
-    std::size_t _piece = 0;
-    std::size_t _pieceOffset = 0;
+    std::optional<HTTPBodyReader> _requestBody;
 
-    HTTPResponseHead _head;
-    HTTPHeaders::iterator _lastHeader = _head.allHeaderFields.end();
-    std::size_t _headBytes = 0;
-    std::int64_t _bodyBytes = 0; // as they came
+    HTTPHeadParser _heads;
+    std::int64_t _bodyBytes = 0; // before decoding
     std::uint64_t _decodedBodyBytes = 0;
     bool _headIsDone = false;
-    /// For an answer in a content coding.
+    /// Set when the answer has a content coding; `_isGzip` tells whether it is the one that was asked for.
     std::optional<GzipReader> _gzip;
-    bool _hasKnownCoding = false;
+    bool _isGzip = false;
 
-    // Last, so that the handle goes before what it points to.
+    // Last: the handle points to the members above and must be destroyed before them.
     std::unique_ptr<CURL, void (*)(CURL*)> _easy;
 };
 

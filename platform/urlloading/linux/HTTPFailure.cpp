@@ -10,47 +10,49 @@
 namespace platform {
 namespace {
 
-/// How a group of the library's results is reported: "<what> <host>: <reason>. <advice>"
+/// How a group of libcurl's results is reported: "<what>: <reason>. <advice>", with the host in place of
+/// "%@".
 struct Report {
     URLErrorCode code;
     const char* what;
     const char* advice;
 };
 
-constexpr Report lostConnection = {URLErrorCode::networkConnectionLost, "The connection was lost to",
-                                   "Try again; when it happens again, ask whoever runs the server."};
+constexpr Report lostConnection = {URLErrorCode::networkConnectionLost, "The connection to %@ was lost",
+                                   "Try again. If it fails again, ask the server's operator."};
 constexpr Report noSecureConnection = {URLErrorCode::secureConnectionFailed,
-                                       "No secure connection could be made to",
-                                       "Check that the server speaks TLS 1.2 or later at this address."};
-constexpr Report noClientCertificate = {URLErrorCode::clientCertificateRequired,
-                                        "A client certificate is required by",
-                                        "This tool has none; use an address that does without."};
+                                       "The secure connection to %@ failed",
+                                       "Check that the server supports TLS 1.2 or later at this address."};
+constexpr Report noClientCertificate = {
+    URLErrorCode::clientCertificateRequired, "%@ requires a client certificate",
+    "Client certificates are not supported; use an address that needs none."};
 
 Report reportOf(CURLcode result) {
     switch (result) {
     case CURLE_URL_MALFORMAT:
-        return {URLErrorCode::badURL, "No request can be sent to the address of", "Check the address."};
+        return {URLErrorCode::badURL, "The address of %@ is invalid", "Check the address."};
     case CURLE_COULDNT_RESOLVE_HOST:
-        return {URLErrorCode::cannotFindHost, "No host was found with the name",
+        return {URLErrorCode::cannotFindHost, "The host %@ was not found",
                 "Check the address and the network."};
     case CURLE_COULDNT_RESOLVE_PROXY:
-        return {URLErrorCode::cannotFindHost, "The proxy was not found on the way to",
-                "Check the proxy variables of the environment."};
+        return {URLErrorCode::cannotFindHost, "The proxy for %@ was not found",
+                "Check the environment variables that name proxies."};
     case CURLE_COULDNT_CONNECT:
     case CURLE_PROXY:
-        return {URLErrorCode::cannotConnectToHost, "No connection could be made to",
-                "Check that the server is running and that the network lets it be reached."};
+        return {URLErrorCode::cannotConnectToHost, "The connection to %@ failed",
+                "Check that the server is running and that the network allows the connection."};
     case CURLE_UNSUPPORTED_PROTOCOL:
     case CURLE_WEIRD_SERVER_REPLY:
-        return {URLErrorCode::badServerResponse, "No valid HTTP answer came from",
+        return {URLErrorCode::badServerResponse, "%@ sent no valid HTTP answer",
                 "Check that the address leads to the right server."};
     case CURLE_BAD_CONTENT_ENCODING:
-        return {URLErrorCode::cannotDecodeContentData, "The compressed answer could not be decoded from",
-                "Try again; when it happens again, ask whoever runs the server."};
+        return {URLErrorCode::cannotDecodeContentData, "The compressed answer of %@ could not be decoded",
+                "Try again. If it fails again, ask the server's operator."};
     case CURLE_PEER_FAILED_VERIFICATION:
-        return {URLErrorCode::serverCertificateUntrusted, "No trusted certificate came from",
-                "Check the address and this machine's clock, or name a file with the issuer's certificate in "
-                "the environment variable SSL_CERT_FILE."};
+        return {
+            URLErrorCode::serverCertificateUntrusted, "%@'s certificate is not trusted",
+            "Check the address and this machine's clock, or set the environment variable SSL_CERT_FILE to a file "
+            "with the issuer's certificate."};
     case CURLE_SSL_CLIENTCERT:
         return noClientCertificate;
     case CURLE_SSL_CONNECT_ERROR:
@@ -65,7 +67,7 @@ Report reportOf(CURLcode result) {
     case CURLE_HTTP2_STREAM:
         return lostConnection;
     default:
-        return {URLErrorCode::unknown, "The exchange failed with", "Try again."};
+        return {URLErrorCode::unknown, "The exchange with %@ failed", "Try again."};
     }
 }
 
@@ -80,12 +82,21 @@ URLErrorCode certificateCode(long verification) {
     }
 }
 
-/// RFC 9110 section 5.6.2: what methods and header names are made of.
+/// Whether `text` can be a method or a header name (RFC 9110 section 5.6.2).
 bool isToken(std::string_view text) {
     constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
     return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
         return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
     });
+}
+
+/// The URL for messages, cut to a length that a reader takes in.
+std::string shownURL(const URL& url) {
+    constexpr std::size_t limit = 200;
+    std::string text = url.absoluteString();
+    if (text.size() > limit)
+        text.replace(limit, std::string::npos, "...");
+    return text;
 }
 
 Error cannotSend(const URLRequest& request, const std::string& why) {
@@ -113,21 +124,20 @@ std::optional<Error> refusal(const URLRequest& request) {
     if (request.url->scheme() != "http" && request.url->scheme() != "https")
         return urlError(URLErrorCode::unsupportedURL,
                         format("The request to %@ was not sent: only http and https URLs are supported.",
-                               request.url->absoluteString()));
+                               shownURL(*request.url)));
     if (request.url->host().empty())
         return urlError(URLErrorCode::badURL, format("The request to %@ was not sent: the URL names no host.",
-                                                     request.url->absoluteString()));
+                                                     shownURL(*request.url)));
     if (!isToken(request.method))
-        return cannotSend(request, "its method is no HTTP method name.");
+        return cannotSend(request, "its method is not a valid HTTP method.");
     if (request.method == "HEAD" && request.body)
         return cannotSend(request, "a HEAD request cannot carry a body.");
     for (const auto& [name, value] : request.headers) {
         if (!isToken(name))
-            return cannotSend(request,
-                              "a header name is empty or holds a character that no header name may have.");
+            return cannotSend(request, "a header name is empty or contains an invalid character.");
         if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
             return cannotSend(request,
-                              format("the value of the header %@ holds a line break or a NUL.", name));
+                              format("the value of the header %@ contains a line break or a NUL.", name));
     }
     return std::nullopt;
 }
@@ -137,13 +147,13 @@ Error errorOf(const HTTPFailure& failure, const std::string& host) {
     std::string reason = failure.reason.empty() ? curl_easy_strerror(failure.result) : failure.reason;
     if (failure.isHeadMissing && failure.result == CURLE_OK) {
         report = lostConnection;
-        reason = "the answer ended within its head";
+        reason = "the answer is truncated within its head";
     } else if (failure.isHeadMissing && failure.result == CURLE_OUT_OF_MEMORY) {
-        // What the library calls a header line that is longer than it takes.
+        // libcurl reports a header line that exceeds its limit as a lack of memory.
         report = reportOf(CURLE_WEIRD_SERVER_REPLY);
         reason = "a line of the answer's head is too long";
     }
-    if (failure.clientCertificateIsWanted &&
+    if (failure.isClientCertificateRequested &&
         (report.code == lostConnection.code || report.code == noSecureConnection.code))
         report = noClientCertificate;
     else if (failure.isSecuring && report.code == lostConnection.code)
@@ -151,7 +161,9 @@ Error errorOf(const HTTPFailure& failure, const std::string& host) {
     if (failure.result == CURLE_PEER_FAILED_VERIFICATION)
         report.code = certificateCode(failure.verification);
     reason.erase(reason.find_last_not_of(" .\r\n") + 1);
-    return urlError(report.code, format("%@ %@: %@. %@", report.what, host, reason, report.advice));
+    std::string what = report.what;
+    what.replace(what.find("%@"), 2, host);
+    return urlError(report.code, format("%@: %@. %@", what, reason, report.advice));
 }
 
 } // namespace platform

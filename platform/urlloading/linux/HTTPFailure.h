@@ -7,29 +7,28 @@
 #include <optional>
 #include <string>
 
-/// What can go wrong with an HTTP exchange, in the words and codes of urlErrorDomain. Only the transport
-/// includes this.
+/// How failures of HTTP exchanges are reported in urlErrorDomain.
 namespace platform {
 
 Error urlError(URLErrorCode code, std::string description);
 
-/// The host of `url` as messages show it: with the port when the URL has one.
+/// The host of `url` for messages, with the port if the URL has one.
 std::string shownHost(const std::optional<URL>& url);
 
-/// Why `request` cannot be sent at all; nothing when it can.
+/// Why `request` cannot be sent; nothing if it can.
 std::optional<Error> refusal(const URLRequest& request);
 
-/// Where and why the transport library gave up.
+/// The state in which an exchange failed.
 struct HTTPFailure {
     CURLcode result = CURLE_OK;
-    /// What happened in detail; the library's general text for `result` when empty.
+    /// The detailed reason. If empty, libcurl's general text for `result` is used.
     std::string reason;
-    /// The TLS library's verdict on the certificate (X509_V_ERR_...).
+    /// OpenSSL's result of the certificate's verification (X509_V_ERR_...).
     long verification = 0;
-    /// The request went out, and no whole head of an answer has come back.
+    /// The request was sent, and no complete head of an answer was received.
     bool isHeadMissing = false;
     bool isSecuring = false;
-    bool clientCertificateIsWanted = false;
+    bool isClientCertificateRequested = false;
 };
 Error errorOf(const HTTPFailure& failure, const std::string& host);
 

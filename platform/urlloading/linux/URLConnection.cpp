@@ -13,12 +13,12 @@
 namespace platform {
 namespace {
 
-/// Keeps what a synchronous exchange receives.
+/// Collects the answer of a synchronous exchange.
 struct Collector : HTTPExchangeListener {
     explicit Collector(const URLRequest& request) : url(request.url) {}
     void didReceiveHead(HTTPResponseHead head) override { response = URLResponse{url, std::move(head)}; }
     void didReceiveBody(std::string_view bytes) override { body.append(bytes); }
-    bool mayGoOn(const URLProtectionSpace&) override { return true; }
+    bool mayContinue(const URLProtectionSpace&) override { return true; }
     void didEnd(const std::optional<Error>& reason) override {
         hasEnded = true;
         error = reason;
@@ -31,12 +31,12 @@ struct Collector : HTTPExchangeListener {
     bool hasEnded = false;
 };
 
-/// The exchanges under way on one thread, which drives them by `wait`.
+/// Runs exchanges on one thread, which drives them by calling `wait`.
 class Transport : public RunLoop::Source {
 public:
-    /// That of the asynchronous exchanges, only touched inside the main run loop.
+    /// Runs the asynchronous exchanges. Use it only inside the main run loop.
     static Transport& shared() {
-        // Never destroyed: exchanges may be under way until the process has ended.
+        // Never destroyed, because exchanges may run until the process ends.
         static Transport* const transport = [] {
             auto* const made = new Transport;
             if (made->_multi)
@@ -47,7 +47,7 @@ public:
     }
 
     Transport() : _multi(curl_multi_init(), &curl_multi_cleanup) {
-        // One connection for each exchange, whatever the server offers.
+        // Do not share an HTTP/2 connection between exchanges.
         const long mode = CURLPIPE_NOTHING;
         if (_multi && (curl_multi_setopt(_multi.get(), CURLMOPT_PIPELINING, mode) != CURLM_OK ||
                        curl_multi_wakeup(_multi.get()) != CURLM_OK))
@@ -67,7 +67,7 @@ public:
     }
 
     void wait(std::chrono::milliseconds limit) override {
-        limit = std::min(limit, _exchanges.empty() ? std::chrono::minutes(1) : HTTPExchange::checkInterval);
+        limit = std::min(limit, _exchanges.empty() ? std::chrono::minutes(1) : StallDetector::checkInterval);
         CURLMcode code = curl_multi_poll(_multi.get(), nullptr, 0, static_cast<int>(limit.count()), nullptr);
         int count = 0;
         if (code == CURLM_OK)
@@ -79,7 +79,7 @@ public:
         for (const auto& [handle, exchange] : _exchanges)
             if (code != CURLM_OK)
                 results.emplace_back(handle, CURLE_FAILED_INIT);
-            else if (exchange->hasStalled(now))
+            else if (exchange->checkForStall(now))
                 results.emplace_back(handle, CURLE_OPERATION_TIMEDOUT);
         for (const auto& [handle, result] : results)
             end(handle, result);
@@ -103,8 +103,7 @@ private:
 
 } // namespace
 
-/// One asynchronous connection while it is under way. Apart from `start` and `cancel` everything runs in the
-/// main run loop.
+/// One running asynchronous connection. All operations but `start` and `cancel` run in the main run loop.
 class URLConnection::Loader : public HTTPExchangeListener, public std::enable_shared_from_this<Loader> {
 public:
     Loader(URLConnection& connection, URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate)
@@ -126,13 +125,13 @@ public:
         if (!_isSilent)
             _delegate->didReceiveData(_connection, Data(std::string(bytes)));
     }
-    bool mayGoOn(const URLProtectionSpace& space) override {
+    bool mayContinue(const URLProtectionSpace& space) override {
         if (!_isSilent)
             _delegate->canAuthenticateAgainstProtectionSpace(_connection, space);
         return !_isSilent;
     }
     void didEnd(const std::optional<Error>& error) override {
-        // The delegate may give up the connection.
+        // The delegate may destroy the connection, which owns this loader.
         const std::shared_ptr<Loader> self = shared_from_this();
         const std::shared_ptr<URLConnectionDelegate> delegate = _delegate;
         leave();
@@ -166,7 +165,7 @@ private:
     const URLRequest _request;
     std::shared_ptr<URLConnectionDelegate> _delegate;
     std::unique_ptr<HTTPExchange> _exchange;
-    /// Cancelled or ended: no operation of the delegate may be called any more.
+    /// True after cancellation or the end: the delegate must not be called any more.
     std::atomic<bool> _isSilent = false;
 };
 
@@ -193,7 +192,7 @@ URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URL
     Transport transport;
     transport.add(**exchange);
     while (!collector.hasEnded)
-        transport.wait(HTTPExchange::checkInterval);
+        transport.wait(StallDetector::checkInterval);
     SynchronousResult result;
     result.error = std::move(collector.error);
     if ((result.response = std::move(collector.response)))

@@ -1,0 +1,70 @@
+#include "platform/urlloading/linux/HTTPHeadParser.h"
+
+#include "platform/foundation/ASCII.h"
+#include "platform/foundation/UTF8.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace platform {
+namespace {
+
+// Without a limit, a server could send headers until the memory is full.
+constexpr std::size_t sizeLimit = std::size_t(256) * 1024;
+
+/// `bytes` as UTF-8 text (RFC 9110 section 5.5).
+std::string headerText(std::string_view bytes) {
+    if (auto text = decodeUTF8(bytes))
+        return *std::move(text);
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80)
+            text += c;
+        else
+            text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 0x3F))};
+    }
+    return text;
+}
+
+} // namespace
+
+HTTPHeadParser::Result HTTPHeadParser::addLine(std::string_view line) {
+    _size += line.size();
+    if (_size > sizeLimit)
+        return Result::tooLong;
+    line = line.substr(0, line.find_last_not_of("\r\n") + 1);
+    if (line.empty())
+        return Result::headEnded;
+    if (line.starts_with("HTTP/"))
+        startHead(line);
+    else
+        addField(line);
+    return Result::incomplete;
+}
+
+void HTTPHeadParser::startHead(std::string_view statusLine) {
+    _head = HTTPResponseHead();
+    _lastField = _head.allHeaderFields.end();
+    const std::size_t code = std::min(statusLine.find(' '), statusLine.size() - 1) + 1;
+    std::from_chars(statusLine.data() + code, statusLine.data() + statusLine.size(), _head.statusCode);
+}
+
+void HTTPHeadParser::addField(std::string_view line) {
+    HTTPHeaders& fields = _head.allHeaderFields;
+    // A folded line continues the value of the field before it (RFC 9112 section 5.2).
+    if (httpBlanks.find(line.front()) != std::string_view::npos && _lastField != fields.end()) {
+        _lastField->second.append(1, ' ').append(headerText(trimmed(line, httpBlanks)));
+        return;
+    }
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos)
+        return;
+    const std::string value = headerText(trimmed(line.substr(colon + 1), httpBlanks));
+    const auto [field, isNew] = fields.emplace(headerText(trimmed(line.substr(0, colon), httpBlanks)), value);
+    if (!isNew)
+        field->second.append(", ").append(value);
+    _lastField = field;
+}
+
+} // namespace platform
