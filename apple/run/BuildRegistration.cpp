@@ -27,7 +27,7 @@ void logFailure(const TWLWebResponse& response) {
 bool buildConfigure(const BuildSettings& buildSettings, const Credentials& credentials, bool isBuildServer,
                     bool isFinalAttempt) {
     const platform::Value::Dictionary infoPlist = infoPlistDictionary(buildSettings);
-    TWLWebClient client(serviceURL(defaultAPIEndpoint()));
+    TWLWebClient client(serviceURL(defaultAPIEndpoint()), reverseDNS());
     const auto request =
         serviceRequest(platform::format("/spi/v1/platforms/%@/apps/%@/built", getAppPlatform(buildSettings),
                                         platform::objectForKey(infoPlist, "CFBundleIdentifier")),

@@ -102,7 +102,7 @@ void logOutcome(const TWLWebResponse& response, const std::string& dSYMName, con
 bool uploadDSYM(const BuildSettings& buildSettings, const std::shared_ptr<TWLMachOBinary>& executable,
                 const Credentials& credentials, bool isFinalAttempt) {
     const platform::Value::Dictionary infoPlist = infoPlistDictionary(buildSettings);
-    TWLWebClient client(serviceURL(symbolsEndpoint()));
+    TWLWebClient client(serviceURL(symbolsEndpoint()), reverseDNS());
     const auto request = serviceRequest(
         platform::format("/api/v3/platforms/%@/code_mappings", getAppPlatform(buildSettings)), credentials);
     addProjectFields(*request, infoPlist, buildSettings);

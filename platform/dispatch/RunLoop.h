@@ -8,18 +8,18 @@
 
 namespace platform {
 
-/// The main thread's loop: it runs posted steps and what its source has to do, all on the main thread.
+/// The main thread's loop. It runs posted steps and lets its source work, all on the main thread.
 class RunLoop {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// What the loop waits in while it has no step to run.
+    /// Waits for events, such as those of sockets, while the loop has no step to run.
     class Source {
     public:
         virtual ~Source() = default;
-        /// Waits until something is due, `limit` has passed or `wake` is called. Then does what is due.
+        /// Waits for an event, for `limit` or until `wake` is called, then handles the events.
         virtual void wait(std::chrono::milliseconds limit) = 0;
-        /// Ends the wait that is under way, or else the next one. Any thread.
+        /// Ends the current wait; if there is none, the next one returns at once. Any thread.
         virtual void wake() = 0;
     };
 
@@ -28,17 +28,18 @@ public:
     RunLoop(const RunLoop&) = delete;
     RunLoop& operator=(const RunLoop&) = delete;
 
-    /// Runs until `stop`, or until `limit` has passed; true when it was stopped. Only the main thread may run
-    /// the loop, and not from one of its own steps: anything else prints a message and ends the process.
+    /// Runs until `stop` is called (returns true) or `limit` has passed (returns false). Only the main thread
+    /// may call it, and not from a step of the loop: otherwise the process aborts with a message.
     bool run(Clock::duration limit = Clock::duration::max());
 
-    /// Ends the current `run` after the step at hand, or else the next one before its first. Any thread.
+    /// Ends the current `run` after its current step; if none is running, the next one returns at once. Any
+    /// thread.
     void stop();
 
-    /// Runs `step` once in the loop, after those that were given before. Any thread.
+    /// Runs `step` once in the loop, after the steps that were added before. Any thread.
     void perform(std::function<void()> step);
 
-    /// Gives the loop its only source, which must live as long as the process. From inside the loop only.
+    /// Sets the only source. It must live until the process ends. Call this inside the loop only.
     void setSource(Source& source);
 
 private:

@@ -17,11 +17,11 @@ public:
         _pieces.push_back(std::move(piece));
     }
 
-    /// Bytes in all pieces.
+    /// The number of bytes in all pieces.
     std::uint64_t size() const { return _size; }
     const std::vector<Data>& pieces() const { return _pieces; }
 
-    /// All bytes in one new buffer.
+    /// A copy of all bytes.
     std::string bytes() const {
         std::string joined;
         joined.reserve(_size);

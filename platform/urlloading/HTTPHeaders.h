@@ -12,7 +12,7 @@ namespace platform {
 /// The blanks around values in an HTTP head (RFC 9110 section 5.6.3).
 inline constexpr std::string_view httpBlanks = " \t";
 
-/// Orders header names without regard to the case of ASCII letters (RFC 9110 section 5.1).
+/// Orders header names, ignoring the case of ASCII letters (RFC 9110 section 5.1).
 struct HeaderNameLess {
     using is_transparent = void;
     bool operator()(std::string_view a, std::string_view b) const {
@@ -21,7 +21,8 @@ struct HeaderNameLess {
     }
 };
 
-/// Header fields, one value for each name. A name is found in any case and kept as it was first given.
+/// Header fields with one value for each name. Names keep the spelling of their first use; look-ups ignore
+/// case.
 using HTTPHeaders = std::map<std::string, std::string, HeaderNameLess>;
 
 } // namespace platform

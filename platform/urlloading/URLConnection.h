@@ -10,23 +10,23 @@
 #include <string>
 #include <string_view>
 
-/// HTTP and HTTPS exchanges: HTTP/1.1, or HTTP/2 where a server offers it over TLS, each exchange over a
+/// HTTP and HTTPS exchanges: HTTP/1.1, or HTTP/2 if the server offers it over TLS. Each exchange has a
 /// connection of its own.
 ///
-/// - No redirect is followed; a redirect's status is the answer.
-/// - No credentials are sent to a server, not even those in a URL.
-/// - Only gzip is asked for, and such an answer arrives decoded. One that is damaged, ends early or is in
-///   another coding fails with cannotDecodeContentData; what was decoded before stays.
-/// - TLS 1.2 or later; certificates are always verified against the system's store and, additionally, the
-///   file that the environment variable SSL_CERT_FILE names. Proxies come from the environment (http_proxy,
-///   https_proxy, all_proxy, no_proxy).
-/// - What fails is an Error in urlErrorDomain with the platform's codes; its description names the host and
-///   the reason.
+/// - Redirects are not followed: the redirect is the answer.
+/// - No credentials are sent, not even those in a URL.
+/// - Answers may be compressed by gzip and are decoded. A compressed answer that is damaged, truncated or in
+///   another coding fails with cannotDecodeContentData; the bytes that were decoded before are kept.
+/// - A truncated answer fails with networkConnectionLost; the bytes received before are kept.
+/// - TLS 1.2 or later. Certificates are always verified against the system's store. On Linux, the file that
+///   SSL_CERT_FILE names and the folders that SSL_CERT_DIR names are trusted too, and the environment
+///   variables http_proxy, https_proxy, all_proxy and no_proxy choose the proxy.
+/// - Errors are in urlErrorDomain. Their descriptions name the host and the reason.
 namespace platform {
 
 inline constexpr std::string_view urlErrorDomain = "NSURLErrorDomain";
 
-/// Codes of urlErrorDomain, with the values that the platform's users know.
+/// The codes of urlErrorDomain, with the values of Apple's NSURLError.h.
 enum class URLErrorCode : std::int64_t {
     unknown = -1,
     badURL = -1000,
@@ -45,12 +45,12 @@ enum class URLErrorCode : std::int64_t {
     clientCertificateRequired = -1206,
 };
 
-/// What the transport is about to evaluate: whether the certificate chain of `host` is to be trusted.
+/// The server whose certificate chain is about to be evaluated.
 struct ServerTrust {
     std::string host;
 };
 
-/// Where a server or a proxy asks for authentication.
+/// The server or proxy that asks for authentication, and the kind of authentication.
 struct URLProtectionSpace {
     enum class Method { serverTrust, clientCertificate, basic, digest, ntlm, negotiate };
 
@@ -58,7 +58,7 @@ struct URLProtectionSpace {
     std::uint16_t port = 0;
     Method authenticationMethod = Method::serverTrust;
     bool isProxy = false;
-    /// Only for Method::serverTrust.
+    /// Set for Method::serverTrust only.
     std::optional<ServerTrust> serverTrust;
 };
 
@@ -76,9 +76,9 @@ public:
     virtual void didFailWithError(URLConnection& connection, const std::optional<Error>& error) = 0;
     virtual void didFinishLoading(URLConnection& connection) = 0;
 
-    /// Whether the connection may authenticate against the space. Server-trust spaces are asked for before
-    /// each TLS handshake; whatever the answer, the certificate is then evaluated in the default way. For any
-    /// other space there are no credentials: unless the delegate cancels, the 401 or 407 is the answer.
+    /// Whether the connection may authenticate. For server trust it is called before each TLS handshake; the
+    /// certificate is verified whatever it returns. For the other methods there are no credentials: unless
+    /// the delegate cancels the connection, the 401 or 407 is the answer.
     virtual bool canAuthenticateAgainstProtectionSpace(URLConnection& connection,
                                                        const URLProtectionSpace& space) = 0;
 };
@@ -86,29 +86,30 @@ public:
 /// One asynchronous exchange. It makes progress only while the main run loop runs.
 class URLConnection {
 public:
-    /// Does not start. Keeps `delegate` alive until the exchange has ended or was cancelled.
+    /// Does not start the exchange. Keeps `delegate` alive until the exchange ends or is cancelled.
     URLConnection(URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate);
     /// Cancels.
     ~URLConnection();
     URLConnection(const URLConnection&) = delete;
     URLConnection& operator=(const URLConnection&) = delete;
 
-    /// Any thread; once.
+    /// Call it once, on any thread.
     void start();
 
-    /// Ends the exchange without another delegate operation. Any thread; on another than the main thread an
-    /// operation that has begun may still be running when this returns.
+    /// Ends the exchange. The delegate is not called any more, except that a call that has begun on the main
+    /// thread may still run when another thread returns from `cancel`.
     void cancel();
 
-    /// What a synchronous exchange gave. All three may be there: a failure keeps what had arrived before.
+    /// The result of a synchronous exchange. After an error, `response` and `data` hold what was received
+    /// before.
     struct SynchronousResult {
         std::optional<URLResponse> response;
         std::optional<Data> data;
         std::optional<Error> error;
     };
 
-    /// Sends and waits, on the calling thread and without a run loop, until the exchange has ended. No
-    /// protection space is asked for; a 401 or 407 is simply the answer.
+    /// Sends the request and waits for the end of the exchange on the calling thread, without a run loop.
+    /// There is no delegate, so a 401 or 407 is the answer.
     static SynchronousResult sendSynchronousRequest(const URLRequest& request);
 
 private:

@@ -11,13 +11,13 @@ namespace platform {
 /// The head of an HTTP answer.
 struct HTTPResponseHead {
     std::uint64_t statusCode = 0;
-    /// Names as received; values of repeated names are joined by ", ". UTF-8.
+    /// UTF-8. Names as received; the values of a repeated name are joined by ", ".
     HTTPHeaders allHeaderFields;
 };
 
 struct URLResponse {
     std::optional<URL> url;
-    /// Nothing when the answer is not an HTTP one.
+    /// Null if the answer is not an HTTP answer.
     std::optional<HTTPResponseHead> http;
 };
 

@@ -11,7 +11,7 @@ using testing::HasSubstr;
 
 namespace {
 
-TEST(Request, WritesTheGoldenBodiesThatAnotherParserTakesApart) {
+TEST(Request, WritesBodiesThatAnotherParserReads) {
     const std::string type = "multipart/form-data; boundary=AaB03x";
     for (const std::string name : {"text-and-file.body", "symbol-upload.body"}) {
         const std::string golden(platform::readFile(GOLDEN_FOLDER "/" + name)->bytes());
@@ -27,7 +27,7 @@ TEST(Request, WritesTheGoldenBodiesThatAnotherParserTakesApart) {
     }
 }
 
-TEST(Request, EndsARecordBeforeItsFirstNull) {
+TEST(Request, EndsAFormRecordBeforeItsFirstNull) {
     const auto part = [](const std::string& names, const std::string& bytes,
                          const std::string& type = "text/plain") {
         return "--AaB03x\r\nContent-Disposition: form-data; name=\"" + names + "\"\r\nContent-Type: " + type +
@@ -63,7 +63,7 @@ TEST(Request, EndsARecordBeforeItsFirstNull) {
     }
 }
 
-TEST(Response, TellsHowTheExchangeEnded) {
+TEST(Response, DescribesStatusErrorAndBody) {
     TWLWebResponse response;
     for (const std::uint64_t status : {199u, 200u, 299u, 300u}) {
         response.setStatusCode(status);
@@ -90,7 +90,7 @@ std::string bytesOf(const auto& text, bool isBigEndian) {
     return bytes;
 }
 
-TEST(JSON, DecodesObjectsAndArraysOnlyInAnyEncoding) {
+TEST(JSON, DecodesObjectsAndArraysInEachUnicodeEncoding) {
     EXPECT_EQ(TWLWebClient::decodeJSON(R"([1, -2.5, true, null, "\u00e9", 18446744073709551615, {"k": []}])"),
               Value(Value::Array{1, -2.5, true, nullptr, "\u00e9", 18446744073709551615.0,
                                  Value::Dictionary{{"k", Value::Array{}}}}));
@@ -123,7 +123,7 @@ std::shared_ptr<TWLWebClientTransaction> started() {
 
 void ignore(const std::shared_ptr<TWLWebResponse>&) {}
 
-TEST(ProgrammingErrors, EndTheProcessWithTheirExpression) {
+TEST(ProgrammingErrors, AbortWithTheFailedExpression) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const std::string start = ", function -[TWLWebClientTransaction ";
     const std::string source = ", file apple/TWLWebClient/TWLWebClient/TWLWebClient",

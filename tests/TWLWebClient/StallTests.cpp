@@ -21,12 +21,12 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr const char* hungName = "hung.invalid";
-/// Held for as long as its lookups are to hang.
+/// Look-ups of hungName hang while this is locked.
 std::mutex hanging;
 
 } // namespace
 
-// Stands before the system's for the whole test program.
+// Replaces the C library's function in the whole test program.
 extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** result) {
     using Function = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
     static const auto system = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
@@ -40,12 +40,12 @@ namespace {
 
 struct Case {
     std::string url;
-    /// In which the exchange stalls; empty when it does not.
+    /// The phase in which the exchange stalls; empty if it does not.
     std::string phase;
     std::size_t size = 0;
 };
 
-/// One exchange under way; the last one to end stops the main run loop.
+/// A running exchange. The last one that ends stops the main run loop.
 struct Flight {
     Flight(const Case& one, bool isAsynchronous, std::atomic<std::size_t>& underWay)
         : phase(one.phase), client(*URL::parse(one.url)) {
@@ -79,9 +79,9 @@ void expectEnd(const Flight& flight) {
     EXPECT_LE(flight.time, std::chrono::seconds(18));
 }
 
-TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
+TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEachPhase) {
     const std::scoped_lock hang(hanging);
-    // The queue of the full one holds a single connection.
+    // The backlog of `full` holds a single connection, which is made here.
     const support::ListeningPort silent, full(0);
     const platform::FileDescriptor filling = full.connect();
     const ScriptedServer stopping([](const ScriptedServer::Peer& peer) {
@@ -89,7 +89,7 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEveryPhaseOnBothRoads) {
         peer.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc");
         peer.readUntil("the end of the connection");
     });
-    // Longer than the limit in all, but never without progress for long.
+    // Takes longer than the limit, but makes progress each second.
     const ScriptedServer slow([](const ScriptedServer::Peer& peer) {
         for (const char byte : std::string("HTTP/1.1 200 OK\r\n")) {
             std::this_thread::sleep_for(std::chrono::seconds(1));

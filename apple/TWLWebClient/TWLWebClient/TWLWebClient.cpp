@@ -12,7 +12,7 @@ using platform::Value;
 
 namespace {
 
-/// `completion` with a look at the status before it.
+/// A callback that checks the status before it calls `completion`.
 TWLWebCompletion expecting(std::uint64_t status, TWLWebCompletion completion) {
     return [status, completion = std::move(completion)](const std::shared_ptr<TWLWebResponse>& response) {
         if (!completion)
@@ -27,12 +27,13 @@ TWLWebCompletion expecting(std::uint64_t status, TWLWebCompletion completion) {
 
 } // namespace
 
-/// What the steps on the queue work on. They share it, so that exchanges may outlive their client.
+/// The state that steps on the queue use. Steps share its ownership, so that exchanges may outlive their
+/// client.
 class TWLWebClient::Core : public std::enable_shared_from_this<Core> {
 public:
-    explicit Core(platform::URL base) : URL(std::move(base)) {}
+    Core(platform::URL base, std::string prefix) : URL(std::move(base)), labelPrefix(std::move(prefix)) {}
     ~Core() {
-        // The last step of an exchange may be what held this; it runs on the queue already.
+        // The last owner may be a step that runs on the queue already.
         if (!queue.isCurrent())
             queue.sync([this] { connections.clear(); });
     }
@@ -43,7 +44,8 @@ public:
         if (!request->URL() && request->path())
             request->setURL(platform::URL::parse(*request->path(), URL));
         request->addHeaders(customHeaders);
-        return *connections.insert(TWLWebClientTransaction::transactionWithRequest(request)).first;
+        return *connections.insert(TWLWebClientTransaction::transactionWithRequest(request, labelPrefix))
+                    .first;
     }
 
     void start(const std::shared_ptr<TWLWebRequest>& request, const TWLWebCompletion& completion) {
@@ -69,14 +71,16 @@ public:
     }
 
     const platform::URL URL;
-    const DispatchQueue queue = DispatchQueue::serial(TARNWHISTLE_REVERSE_DNS ".rest-client");
+    const std::string labelPrefix;
+    const DispatchQueue queue = DispatchQueue::serial(labelPrefix + ".rest-client");
 
-    // Only on the queue.
+    // Used on the queue only.
     std::set<std::shared_ptr<TWLWebClientTransaction>> connections;
     platform::HTTPHeaders customHeaders = {{"Accept", "application/json, application/x-plist"}};
 };
 
-TWLWebClient::TWLWebClient(platform::URL URL) : _core(std::make_shared<Core>(std::move(URL))) {}
+TWLWebClient::TWLWebClient(platform::URL URL, std::string labelPrefix)
+    : _core(std::make_shared<Core>(std::move(URL), std::move(labelPrefix))) {}
 
 const platform::URL& TWLWebClient::URL() const {
     return _core->URL;
@@ -109,7 +113,7 @@ void TWLWebClient::syncStartRequest(const std::shared_ptr<TWLWebRequest>& reques
 void TWLWebClient::getPath(const std::string& path, TWLWebCompletion completion) {
     if (auto URL = platform::URL::parse(path, _core->URL))
         return getURL(*std::move(URL), std::move(completion));
-    // No URL: the exchange itself reports that, like every other failure.
+    // The exchange reports a path that gives no URL, like every other failure.
     startRequest(TWLWebRequest::requestWithMethod("GET", path), completion);
 }
 

@@ -16,7 +16,7 @@ constexpr const char* sourceFile = "apple/TWLWebClient/TWLWebClient/TWLWebClient
 constexpr std::string_view plistContentType = "application/x-plist";
 constexpr std::string_view JSONContentType = "application/json";
 
-/// Which of the two the head of an answer names; property lists, when it names both.
+/// The content type to decode by, or null. If an answer names both, it is decoded as a property list.
 std::optional<std::string_view> decodedContentType(const platform::HTTPHeaders& headers) {
     const auto header = headers.find("Content-Type");
     if (header != headers.end())
@@ -29,13 +29,15 @@ std::optional<std::string_view> decodedContentType(const platform::HTTPHeaders& 
 } // namespace
 
 std::shared_ptr<TWLWebClientTransaction>
-TWLWebClientTransaction::transactionWithRequest(std::shared_ptr<TWLWebRequest> request) {
-    return std::make_shared<TWLWebClientTransaction>(std::move(request));
+TWLWebClientTransaction::transactionWithRequest(std::shared_ptr<TWLWebRequest> request,
+                                                const std::string& labelPrefix) {
+    return std::make_shared<TWLWebClientTransaction>(std::move(request), labelPrefix);
 }
 
-TWLWebClientTransaction::TWLWebClientTransaction(std::shared_ptr<TWLWebRequest> request)
+TWLWebClientTransaction::TWLWebClientTransaction(std::shared_ptr<TWLWebRequest> request,
+                                                 const std::string& labelPrefix)
     : _request(std::move(request)),
-      _queue(platform::DispatchQueue::serial(TARNWHISTLE_REVERSE_DNS ".web-transaction")) {}
+      _queue(platform::DispatchQueue::serial(labelPrefix + ".web-transaction")) {}
 
 void TWLWebClientTransaction::startWithCompletionHandler(TWLWebCompletion handler) {
     _queue.async([self = shared_from_this(), handler = std::move(handler)] {

@@ -9,30 +9,32 @@
 #include <optional>
 #include <string_view>
 
-/// Carries one request over one connection and fills one response, asynchronously on the main run loop or
-/// synchronously on the calling thread. Used once; the callback is called exactly once.
+/// Sends one request and fills one response, asynchronously on the main run loop or synchronously on the
+/// calling thread. A transaction is used once; its callback is called exactly once.
 class TWLWebClientTransaction : public platform::URLConnectionDelegate,
                                 public std::enable_shared_from_this<TWLWebClientTransaction> {
 public:
     static std::shared_ptr<TWLWebClientTransaction>
-    transactionWithRequest(std::shared_ptr<TWLWebRequest> request);
-    explicit TWLWebClientTransaction(std::shared_ptr<TWLWebRequest> request);
+    transactionWithRequest(std::shared_ptr<TWLWebRequest> request,
+                           const std::string& labelPrefix = "TWLWebClient");
+    explicit TWLWebClientTransaction(std::shared_ptr<TWLWebRequest> request,
+                                     const std::string& labelPrefix = "TWLWebClient");
 
     /// Returns at once. The callback runs on the transaction's queue. Needs a running main run loop.
     void startWithCompletionHandler(TWLWebCompletion handler);
 
-    /// Returns after the callback has run, on the calling thread. The body is always the received bytes.
+    /// Returns after the callback has run on the calling thread. The body is the received bytes, not decoded.
     void syncStartWithCompletionHandler(TWLWebCompletion handler);
 
     const TWLWebCompletion& completionHandler() const { return _completionHandler; }
     void setCompletionHandler(TWLWebCompletion handler) { _completionHandler = std::move(handler); }
 
-    // The steps of the two roads. Apart from the delegate operations, which come on the main thread, they run
-    // where the transaction's state lives: on its queue, or on the thread of the synchronous start.
+    // The steps of an exchange. The delegate operations run on the main thread. The others run on the
+    // transaction's queue or, if the exchange is synchronous, on the calling thread.
 
     void startConnection();
     void syncStartConnection();
-    /// The received bytes as the answer's content type says; null for no bytes or undecodable ones.
+    /// The received bytes, decoded by the answer's content type; null if there are none or they are invalid.
     platform::Value objectFromReceivedData();
     void complete();
 
@@ -46,7 +48,7 @@ public:
                                                const platform::URLProtectionSpace& space) override;
 
 private:
-    /// What both roads begin with, on behalf of `function`.
+    /// The platform's request. `function` is the caller's name for assertions.
     std::shared_ptr<platform::URLRequest> platformRequest(const char* function);
 
     const std::shared_ptr<TWLWebRequest> _request;

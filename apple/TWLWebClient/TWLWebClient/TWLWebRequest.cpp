@@ -12,10 +12,10 @@ namespace {
 
 constexpr const char* sourceFile = "apple/TWLWebClient/TWLWebClient/TWLWebRequest";
 
-// The same in every request: nothing looks for it in the values.
+// A fixed text; the values are not searched for it.
 constexpr const char* boundary = "AaB03x";
 
-/// A list of keys and values that ends before the first null value.
+/// A dictionary of the members before the first null value.
 Value::Dictionary recordOf(std::initializer_list<std::pair<const char*, Value>> members) {
     Value::Dictionary record;
     for (const auto& [key, value] : members) {
@@ -110,7 +110,7 @@ std::shared_ptr<platform::URLRequest> TWLWebRequest::URLRequest() {
     request->timeoutInterval = std::chrono::seconds(15);
     request->answerLimit = _answerLimit;
     request->method = _method;
-    // Before the headers: the body sets one of them.
+    // Before the headers, because it sets one of them.
     request->body = formData();
     for (const auto& [field, value] : _customHeaders)
         request->appendValueForHTTPHeaderField(value, field);

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-/// One HTTP request before it is sent: method, path or absolute URL, query parameters, headers and form
-/// fields. It writes its own query string and multipart body. Not safe for concurrent use.
+/// An HTTP request: method, path or absolute URL, query parameters, headers and form fields. Makes the query
+/// string and the multipart body. Not safe for concurrent use.
 class TWLWebRequest {
 public:
     using Parameters = std::map<std::string, std::string>;
@@ -29,7 +29,7 @@ public:
     const std::string& method() const { return _method; }
     void setMethod(std::string method) { _method = std::move(method); }
 
-    /// Relative to the client's base URL; not looked at when the request has a URL of its own.
+    /// Relative to the client's base URL. Ignored if the request has a URL.
     const std::optional<std::string>& path() const { return _path; }
     void setPath(std::optional<std::string> path) { _path = std::move(path); }
 
@@ -37,58 +37,58 @@ public:
     const std::optional<platform::URL>& URL() const { return _url; }
     void setURL(std::optional<platform::URL> URL) { _url = std::move(URL); }
 
-    /// What the query string is made of, unescaped. Null or empty: no query string.
+    /// The parameters of the query string, unescaped. If null or empty, there is no query string.
     const std::optional<Parameters>& parameters() const { return _parameters; }
     void setParameters(std::optional<Parameters> parameters) { _parameters = std::move(parameters); }
 
-    /// Decides on server-trust spaces on the asynchronous road; runs on the transaction's queue. A
-    /// certificate that the platform refuses stays refused whatever it returns.
+    /// Answers server-trust questions of asynchronous exchanges, on the transaction's queue. It cannot make
+    /// an invalid certificate trusted.
     const ProtectionSpaceHandler& protectionSpaceHandler() const { return _protectionSpaceHandler; }
     void setProtectionSpaceHandler(ProtectionSpaceHandler handler) {
         _protectionSpaceHandler = std::move(handler);
     }
 
     const platform::HTTPHeaders& customHeaders() const { return _customHeaders; }
-    /// Replaces an earlier value of the same name.
+    /// Sets a header, replacing an earlier value.
     void addValueForHTTPHeaderField(std::string value, std::string field);
-    /// Adds those headers that the request does not have yet.
+    /// Adds the headers that the request does not have yet.
     void addHeaders(const platform::HTTPHeaders& headers);
 
-    /// The form fields in the order in which they were added; null before the first. A record has the keys
-    /// "value" (text or bytes), "field", "mime-type" and, for files, "filename", and ends before the first of
-    /// them that was null when it was added.
+    /// The form fields in the order of the calls; null if there are none. A record has the keys "value" (text
+    /// or bytes), "field", "mime-type" and, for files, "filename". It ends before the first key whose value
+    /// was null.
     const std::optional<std::vector<FormRecord>>& formFields() const { return _formFields; }
     void addFormRecord(FormRecord record);
 
-    /// Adds a text field. Values that are neither text nor bytes are kept in the record, but not sent.
+    /// Adds a text field. Only values that are text or bytes are sent.
     void addValueForFormField(platform::Value value, std::optional<std::string> field);
 
-    /// Adds a file field. The bytes are shared, not copied, up to the socket.
+    /// Adds a file field. The bytes are shared, not copied.
     void addData(std::optional<platform::Data> data, std::optional<std::string> MIMEType,
                  std::optional<std::string> fileName, std::optional<std::string> formField);
 
-    /// Adds each member as a text field named "prefix[key]"; one level only.
+    /// Adds each member as a text field named "prefix[key]". Nested dictionaries are not expanded.
     void addValueForFormFromDict(const platform::Value::Dictionary& dictionary,
                                  const std::string& withPrefix = "");
 
-    /// Adds each member as a text field named by its key. Fields that are there already stay.
+    /// Adds each member as a text field named by its key. Keeps the fields that exist.
     void setFormData(const platform::Value::Dictionary& dictionary);
 
-    /// The URL with the query string, keys and values escaped. Parameters are appended behind a "?" of their
-    /// own even when the URL has a query. Null when the result does not parse.
+    /// The URL with the query string, keys and values escaped. The parameters follow a "?" of their own even
+    /// if the URL has a query. Null if the result is not a valid URL.
     std::optional<platform::URL> fullURL() const;
 
-    /// How many bytes of an answer's body are taken at most; a longer one is an error, and what had arrived
-    /// is kept. Without a limit at first.
+    /// The largest body of an answer, in bytes. A longer one is an error; the bytes up to the limit are kept.
+    /// The default is no limit.
     std::uint64_t answerLimit() const { return _answerLimit; }
     void setAnswerLimit(std::uint64_t answerLimit) { _answerLimit = answerLimit; }
 
-    /// The platform's request, made anew: 15 seconds' timeout, no local cache, and the multipart body when
-    /// there are form fields (which also sets the header "Content-Type").
+    /// Makes the platform's request: 15 seconds timeout, no local cache, and the multipart body if there are
+    /// form fields (which also sets the header "Content-Type").
     std::shared_ptr<platform::URLRequest> URLRequest();
 
-    /// The multipart/form-data body (RFC 7578, boundary "AaB03x"), or null without form fields. Names and
-    /// values are written as they are. Sets the header "Content-Type".
+    /// Makes the multipart/form-data body (RFC 7578, boundary "AaB03x") and sets the header "Content-Type".
+    /// Null if there are no form fields. Names and values are not escaped.
     std::optional<platform::HTTPBody> formData();
 
 private:

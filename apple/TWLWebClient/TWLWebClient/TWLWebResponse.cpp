@@ -7,7 +7,7 @@ void TWLWebResponse::appendData(const platform::Data& data) {
         _responseData = data;
         return;
     }
-    // One owner here and one in _responseData: a third has been handed out and must not see it grow.
+    // Two owners are _growing and _responseData. A third is a copy that must not change.
     if (!_growing || _growing.use_count() > 2)
         _growing = std::make_shared<std::string>(_responseData.bytes());
     _growing->append(data.bytes());
@@ -15,7 +15,7 @@ void TWLWebResponse::appendData(const platform::Data& data) {
 }
 
 bool TWLWebResponse::wasSuccessful() const {
-    // Unsigned: codes below 200 wrap round and fail.
+    // Unsigned arithmetic: codes below 200 wrap around to large numbers.
     return !_error && _statusCode - 200 < 100;
 }
 

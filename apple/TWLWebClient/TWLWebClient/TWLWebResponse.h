@@ -11,15 +11,15 @@
 #include <optional>
 #include <string>
 
-/// How one request ended: what was asked for, status, headers, the bytes received, the decoded body and the
-/// error. Written by the transaction; the completion callback reads it after the last write, without a lock.
+/// The result of one request: status, headers, received bytes, decoded body and error. The transaction writes
+/// it; the callback reads it after the last write, without a lock.
 class TWLWebResponse {
 public:
-    /// URL of the request that was sent.
+    /// The URL of the request.
     const std::optional<platform::URL>& requestURL() const { return _requestURL; }
     void setRequestURL(std::optional<platform::URL> URL) { _requestURL = std::move(URL); }
 
-    /// The HTTP status; 0 when no answer arrived.
+    /// The HTTP status; 0 if there was no answer.
     std::uint64_t statusCode() const { return _statusCode; }
     void setStatusCode(std::uint64_t statusCode) { _statusCode = statusCode; }
 
@@ -36,14 +36,14 @@ public:
         _responseHeaders = std::move(headers);
     }
 
-    /// The bytes received so far. The result keeps what it holds when more is appended.
+    /// The bytes received so far. Copies do not change when more bytes are appended.
     const platform::Data& responseData() const { return _responseData; }
     void appendData(const platform::Data& data);
 
-    /// No error and a status from 200 to 299.
+    /// Whether there is no error and the status is from 200 to 299.
     bool wasSuccessful() const;
 
-    /// One line for people to read; stable for equal responses.
+    /// One line for logs; the same for equal responses.
     std::string description() const;
 
 private:
@@ -56,5 +56,5 @@ private:
     std::shared_ptr<std::string> _growing;
 };
 
-/// Takes the response of an exchange, once. The response may be kept.
+/// Receives the response of an exchange, once. It may keep the response.
 using TWLWebCompletion = std::function<void(const std::shared_ptr<TWLWebResponse>& response)>;

@@ -4,7 +4,6 @@
 #include "platform/foundation/Format.h"
 
 #include <condition_variable>
-#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <system_error>
@@ -17,12 +16,11 @@ namespace {
 
 using Step = std::function<void()>;
 
-/// The threads behind all queues.
+/// The threads that run the asynchronous steps of all queues.
 class Pool {
 public:
     static Pool& shared() {
-        // Never destroyed, because queues may be used until the very end; only its threads end with the
-        // process.
+        // Never destroyed, because other static objects may use queues in their destructors.
         static Pool* const pool = new Pool;
         static const struct Closing {
             ~Closing() { pool->close(); }
@@ -39,16 +37,16 @@ public:
         _wake.notify_one();
     }
 
-    /// Whether the calling thread is one of these.
+    /// Whether the calling thread belongs to the pool.
     static inline thread_local bool isWorker = false;
 
-    /// Counts a thread of the pool out (-1) while it waits for a queue, and in again (1): what it waits for
-    /// may itself need a thread, or have been dropped.
+    /// Changes the number of threads that count towards the limit. A thread that waits for a queue does not
+    /// count, because the step that it waits for may itself need a thread.
     void count(std::ptrdiff_t threads) {
         const std::lock_guard lock(_mutex);
         _present += threads;
         startThreadIfNeeded();
-        _someoneLeft.notify_all();
+        _changed.notify_all();
     }
 
 private:
@@ -61,7 +59,7 @@ private:
             _threads.emplace_back([this] { work(); });
             ++_present;
         } catch (const std::system_error&) {
-            // The threads that there are will get to the step.
+            // The existing threads will run the step later.
             if (_threads.empty())
                 throw;
         }
@@ -86,7 +84,7 @@ private:
             lock.lock();
         }
         --_present;
-        _someoneLeft.notify_all();
+        _changed.notify_all();
     }
 
     void close() {
@@ -95,8 +93,8 @@ private:
         _closed = true;
         dropped.swap(_steps);
         _wake.notify_all();
-        // A step may itself have called exit.
-        _someoneLeft.wait(lock, [this] { return _present == (isWorker ? 1 : 0); });
+        // The caller is a thread of the pool if a step called exit.
+        _changed.wait(lock, [this] { return _present == (isWorker ? 1 : 0); });
         for (std::thread& thread : _threads)
             thread.detach();
         lock.unlock();
@@ -104,10 +102,10 @@ private:
 
     std::mutex _mutex;
     std::condition_variable _wake;
-    std::condition_variable _someoneLeft;
+    std::condition_variable _changed;
     std::deque<Step> _steps;
     std::vector<std::thread> _threads;
-    /// Those of `_threads` that neither wait for a queue nor have ended.
+    /// The threads that neither wait for a queue nor have ended.
     std::ptrdiff_t _present = 0;
     std::size_t _idle = 0;
     bool _closed = false;
@@ -118,7 +116,7 @@ private:
 struct DispatchQueue::State : std::enable_shared_from_this<State> {
     State(std::string name, bool serial) : label(std::move(name)), isSerial(serial) {}
 
-    /// The queues whose steps the thread is in, innermost first.
+    /// The queues whose steps the current thread is running, innermost first.
     struct Frame {
         explicit Frame(const State* state) : queue(state), outer(innermost) { innermost = this; }
         ~Frame() { innermost = outer; }
@@ -129,7 +127,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         Frame* outer;
         static thread_local Frame* innermost;
     };
-    /// A thread that waits for its turn to own the queue.
+    /// A thread that waits until it owns the queue.
     struct Waiter {
         std::condition_variable wake;
         const bool isWorker = Pool::isWorker;
@@ -141,15 +139,15 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         Waiter* waiter;
     };
 
-    /// What the step holds goes while it still counts as running: that may be the last hold on an object
-    /// which uses this queue when it goes.
+    /// Destroys the captures before the step counts as finished. They may own the last reference to an object
+    /// whose destructor checks whether it runs on this queue.
     void runAndRelease(Step& step) const {
         const Frame frame(this);
         step();
         step = nullptr;
     }
 
-    /// Waits for the caller's turn to own the queue, until `release`.
+    /// Waits until the caller owns the queue. The caller must call `release`.
     State* acquire() {
         std::unique_lock lock(mutex);
         if (!std::exchange(isOwned, true))
@@ -167,7 +165,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         state->passOn();
     }
 
-    /// Gives the queue, which the caller owns, to whoever is next. Under the lock.
+    /// Passes the queue from the caller to the next waiting thread or step. Requires the lock.
     void passOn() {
         if (waiting.empty()) {
             isOwned = false;
@@ -247,10 +245,6 @@ bool DispatchQueue::isCurrent() const {
         if (frame->queue == _state.get())
             return true;
     return false;
-}
-
-std::string DispatchQueue::currentLabel() {
-    return State::Frame::innermost ? State::Frame::innermost->queue->label : "";
 }
 
 } // namespace platform

@@ -8,11 +8,11 @@
 
 namespace platform {
 
-// Static objects are made before main, on the thread that will run it.
+// Static objects are initialized before main, on the main thread.
 static const std::thread::id mainThread = std::this_thread::get_id();
 
 RunLoop& RunLoop::mainRunLoop() {
-    // Never destroyed: other threads may post to it until the process has ended.
+    // Never destroyed, because other threads may post steps until the process ends.
     static RunLoop* const loop = new RunLoop;
     return *loop;
 }
@@ -62,7 +62,7 @@ bool RunLoop::takeStop() {
     return std::exchange(_stopIsAsked, false);
 }
 
-/// Nothing when there is none.
+/// Removes and returns the next step, or null.
 std::function<void()> RunLoop::takeStep() {
     const std::lock_guard lock(_mutex);
     if (_steps.empty())
@@ -73,14 +73,14 @@ std::function<void()> RunLoop::takeStep() {
 }
 
 void RunLoop::wait(Clock::time_point end) {
-    // Only this thread changes it.
+    // No lock is needed: only the main thread changes the source.
     if (_source)
         return _source->wait(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
     std::unique_lock lock(_mutex);
     _woken.wait_until(lock, end, [this] { return _stopIsAsked || !_steps.empty(); });
 }
 
-/// Under the lock.
+/// Requires the lock.
 void RunLoop::wake() {
     _woken.notify_one();
     if (_source)

@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// Added to the size of the window, it stands for gzip alone.
+// zlib: added to the window size, it accepts gzip and no other format.
 constexpr int gzipFormat = 16;
 
 static void endStream(z_stream_s* stream) {
@@ -23,9 +23,9 @@ bool GzipReader::read(std::string_view bytes, const Sink& sink) {
     z_stream_s& stream = *_stream;
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
     stream.avail_in = static_cast<uInt>(bytes.size());
-    // What is left to unpack comes before the checksum, so there is input as long as there is output.
+    // A stream ends with its checksum, so input remains while there is output to write.
     while (stream.avail_in > 0) {
-        // Another stream may follow one that has ended.
+        // A gzip file may consist of several streams.
         if (_isComplete && inflateReset(&stream) != Z_OK)
             return false;
         stream.next_out = reinterpret_cast<Bytef*>(_unpacked.data());

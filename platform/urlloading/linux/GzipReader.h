@@ -9,20 +9,19 @@ struct z_stream_s;
 
 namespace platform {
 
-/// Unpacks gzip streams (RFC 1952) piece by piece as they arrive, in constant memory.
+/// Decompresses gzip streams (RFC 1952) in pieces of any size and in constant memory.
 class GzipReader {
 public:
-    /// Gives false to be given no more.
+    /// Receives decompressed bytes. Returning false stops the reading.
     using Sink = std::function<bool(std::string_view)>;
 
-    /// Throws std::bad_alloc when there is no memory for it.
+    /// Throws std::bad_alloc.
     GzipReader();
 
-    /// Gives `sink` what `bytes` unpack to. False when they are no gzip stream, or a damaged one, or when
-    /// `sink` wants no more.
+    /// Decompresses `bytes` into `sink`. False if they are not valid gzip data or if `sink` returned false.
     bool read(std::string_view bytes, const Sink& sink);
 
-    /// Whether nothing is missing: every stream that has begun has come to its end.
+    /// Whether every stream that has begun is complete.
     bool isComplete() const { return _isComplete; }
 
 private:

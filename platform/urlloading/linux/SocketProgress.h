@@ -4,9 +4,9 @@
 
 namespace platform {
 
-/// How many bytes the peer of a TCP socket has acknowledged and sent so far, together; 0 for any other
-/// socket. What only waits in the system's send buffer does not count, so the number stands still exactly
-/// when the connection does.
+/// The number of bytes that the peer of a TCP socket has acknowledged plus the number that it has sent; 0 for
+/// any other socket. Bytes that wait in the send buffer do not count, so the number changes only when the
+/// connection makes progress.
 std::uint64_t bytesMovedThroughSocket(int descriptor);
 
 } // namespace platform

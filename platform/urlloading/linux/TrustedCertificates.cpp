@@ -16,14 +16,14 @@
 namespace platform {
 namespace {
 
-// Folders with a file or link for each certificate, named after the hash of its subject: c_rehash(1).
+// Folders that contain one file per certificate, named by the hash of its subject (c_rehash(1)).
 constexpr const char* usualFolders[] = {
     "/etc/ssl/certs",                                 // Alpine, Arch, Debian, openSUSE
     "/etc/pki/ca-trust/extracted/pem/directory-hash", // Fedora 39 and later
     "/etc/ca-certificates/extracted/cadir",           // Arch
 };
 
-// PEM files with all certificates.
+// PEM files that contain all certificates.
 constexpr const char* usualBundles[] = {
     "/etc/ssl/certs/ca-certificates.crt",                // Alpine, Arch, Debian, Gentoo
     "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem", // Fedora, RHEL 7 and later
@@ -39,20 +39,20 @@ const char* environmentText(const char* variable) {
     return value ? value : "";
 }
 
-/// Opening a pipe would block, so the file is read here first.
+/// OpenSSL would block on a pipe, so readFile, which refuses pipes, reads the file first.
 bool loadBundle(X509_STORE* store, const std::string& path) {
     return readFile(path, bundleLimit) && X509_STORE_load_file(store, path.c_str()) == 1;
 }
 
-/// An OpenSSL look-up method that loads a bundle when a certificate is not found elsewhere. Parsing a bundle
-/// takes 10 ms or more, longer than a whole run. A look-up in a folder reads one file.
+/// An OpenSSL look-up method that loads a bundle only if a certificate is not found in a folder. Parsing a
+/// bundle takes 10 ms or more, longer than a whole run; a look-up in a folder reads one file.
 int findInBundle(X509_LOOKUP* lookup, X509_LOOKUP_TYPE type, const X509_NAME* name, X509_OBJECT* found) {
     const auto* const bundle = static_cast<const char*>(X509_LOOKUP_get_method_data(lookup));
     if (type != X509_LU_X509 || !bundle)
         return 0;
     X509_LOOKUP_set_method_data(lookup, nullptr);
     X509_STORE* const store = X509_LOOKUP_get_store(lookup);
-    // An error that stays in the library's queue would count as one of the TLS connection.
+    // OpenSSL would report an error that stays in its queue as a failure of the TLS connection.
     ERR_set_mark();
     const bool isLoaded = loadBundle(store, bundle);
     ERR_pop_to_mark();
@@ -84,14 +84,14 @@ const char* firstThatExists(const auto& paths, bool (*exists)(const std::string&
     return found == std::end(paths) ? nullptr : *found;
 }
 
-/// Whether there is anything to trust. Folders come first: the library asks in this order.
+/// Adds the machine's certificates to `store`; false if there are none. OpenSSL asks the folder first.
 bool trustMachine(X509_STORE* store) {
     const char* const folder = firstThatExists(usualFolders, &isDirectory);
     const char* const bundle = firstThatExists(usualBundles, &fileExists);
     if (folder && X509_STORE_load_path(store, folder) != 1)
         return false;
     X509_LOOKUP* const lookup = bundle ? X509_STORE_add_lookup(store, bundleMethod()) : nullptr;
-    if (lookup) // takes a pointer to non-const data and does not change it
+    if (lookup) // OpenSSL does not change the data, although its type is not const
         X509_LOOKUP_set_method_data(lookup, const_cast<char*>(bundle));
     if (lookup || !folder)
         return lookup != nullptr;
@@ -107,10 +107,10 @@ Outcome trustCertificateAuthorities(SSL_CTX* context, const std::string& host) {
     const std::string folders = environmentText("SSL_CERT_DIR");
     const auto failure = [&](const std::string& reason) {
         return urlError(URLErrorCode::secureConnectionFailed,
-                        format("No secure connection could be made to %@: %@.", host, reason));
+                        format("The secure connection to %@ failed: %@.", host, reason));
     };
     if (!file.empty() && !loadBundle(store, file))
-        return failure(format("SSL_CERT_FILE names %@, which holds no certificates that can be read", file));
+        return failure(format("SSL_CERT_FILE names %@, which contains no readable certificates", file));
     if (!folders.empty() && X509_STORE_load_path(store, folders.c_str()) != 1)
         return failure(format("SSL_CERT_DIR names %@, which cannot be used", folders));
     const std::vector<std::string_view> named = split(folders, ':');
@@ -118,8 +118,8 @@ Outcome trustCertificateAuthorities(SSL_CTX* context, const std::string& host) {
         named.begin(), named.end(), [](std::string_view folder) { return isDirectory(std::string(folder)); });
     if (!trustMachine(store) && file.empty() && !hasFolder)
         return failure(
-            "this machine has no certificates to verify it with. Install the package ca-certificates, or "
-            "name a file with certificates in the environment variable SSL_CERT_FILE");
+            "this machine has no trusted certificates. Install the certificates of your system, or set the "
+            "environment variable SSL_CERT_FILE to a file with certificates");
     return success;
 }
 
