@@ -5,10 +5,10 @@
 
 namespace platform {
 
-/// The 16 bytes of the MD5 digest (RFC 1321) of `bytes`. It names things here; it protects nothing.
+/// The MD5 digest (RFC 1321) of `bytes`, 16 bytes. For identifiers only, not for security.
 std::string md5(std::string_view bytes);
 
-/// The 20 bytes of the SHA-1 digest (RFC 3174) of `bytes`. It names things here; it protects nothing.
+/// The SHA-1 digest (RFC 3174) of `bytes`, 20 bytes. For identifiers only, not for security.
 std::string sha1(std::string_view bytes);
 
 } // namespace platform

@@ -7,11 +7,11 @@
 
 namespace platform {
 
-/// Puts `bytes` at `path` so that readers find what was there before or all of `bytes`, never less, whenever
-/// this process is ended. Links at `path` are followed. Any path will do at which a file can be created.
-/// Fails on anything at `path` that is no regular file, and leaves no other file behind when it fails. A file
-/// that is there keeps its permissions; a new one gets `permissions`, as chmod(2) writes them, less the
-/// process's mask.
+/// Replaces the contents of the file at `path` by `bytes`. A reader finds the old or the new contents, never
+/// a part, even if this process is killed. Follows links. Works for every path at which a file can be
+/// created. Fails if `path` is not a regular file, and leaves no temporary file after a failure. An existing
+/// file keeps its permissions; a new one gets `permissions` (as for chmod(2)) without those of the process's
+/// umask.
 Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions = 0666);
 
 } // namespace platform

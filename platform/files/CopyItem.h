@@ -11,11 +11,11 @@ struct CopyPaths {
     std::string destination;
 };
 
-/// Copies a file, a link, or a folder with everything inside it, to a path where nothing is yet. Permissions,
-/// modification times and holes are kept; symbolic links are copied as links and never followed. Where the
-/// file system can share blocks between files, nothing is read or written. Owners, extended attributes and
-/// the bits that run a program as its owner are not kept; pipes, sockets and devices are errors. On an error,
-/// which names the file that could not be copied, what has been copied stays.
+/// Copies a file, a symbolic link or a folder with its contents to a path that does not exist yet. Keeps
+/// permissions, modification times and holes. Does not follow links. Where the file system can share blocks
+/// between files, no data is read or written. Does not keep owners, extended attributes and the set-user-ID
+/// and set-group-ID bits. Pipes, sockets and devices are errors. An error names the file that could not be
+/// copied; the files copied before it remain.
 Outcome copyItem(const CopyPaths& paths);
 
 } // namespace platform

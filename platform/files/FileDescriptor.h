@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// Owns a POSIX file descriptor and closes it; -1 stands for none.
+/// Owns a POSIX file descriptor and closes it. -1 means no descriptor.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -22,15 +22,16 @@ public:
     explicit operator bool() const { return _descriptor >= 0; }
     int get() const { return _descriptor; }
 
-    /// Closes now. False when the system reports that earlier writes were lost (close(2)).
+    /// Closes the descriptor now. False if the system reports that earlier writes failed (close(2)).
     bool reset() { return _descriptor < 0 || ::close(std::exchange(_descriptor, -1)) == 0; }
 
 private:
     int _descriptor = -1;
 };
 
-/// The descriptor, moved when it has the number of a standard stream, which the process may have been started
-/// without: that number must stay free, or would be overwritten when the stream is put in place.
+/// Returns the descriptor, duplicated if it has the number of a standard stream. A process may be started
+/// without these streams. A pipe with such a number would be overwritten when the streams of a child are set
+/// up.
 inline FileDescriptor aboveStandardStreams(int descriptor) {
     FileDescriptor original(descriptor);
     if (descriptor > STDERR_FILENO)

@@ -25,7 +25,7 @@ std::optional<struct stat> statusOf(const std::string& path) {
     return status;
 }
 
-/// Where `path` leads: behind the links, when there are any.
+/// The target of `path`, or `path` itself if it cannot be resolved.
 std::string behindLinks(const std::string& path) {
     const CString resolved(realpath(path.c_str(), nullptr), &std::free);
     return resolved ? std::string(resolved.get()) : path;
@@ -75,7 +75,7 @@ Result<std::vector<std::string>> namesInDirectory(const std::string& path) {
 }
 
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
-    // Without O_NONBLOCK, opening a pipe that nobody writes to would wait for ever.
+    // Without O_NONBLOCK, opening a pipe would wait for a writer.
     const FileDescriptor file(hasZeroByte(path) ? -1
                                                 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file)

@@ -7,28 +7,28 @@
 #include <string_view>
 #include <vector>
 
-/// Paths are bytes, as the file system takes them; a path with a zero byte names nothing. Links are followed
-/// unless an operation says otherwise. Errors name the operation, the path and the system's reason.
+/// Paths are bytes. A path that contains a zero byte names no file. Operations follow links unless they say
+/// otherwise. Errors name the operation, the path and the system's reason.
 namespace platform {
 
 bool fileExists(const std::string& path);
 bool isDirectory(const std::string& path);
 
-/// Creates the folder and all that are missing above it. A folder that is there already is a success.
+/// Creates the folder and all missing folders above it. Succeeds if it exists.
 Outcome createDirectories(const std::string& path);
 
-/// The names directly inside a folder, without "." and "..", in the order of the file system.
+/// The names of the entries of a folder, without "." and "..", in the order of the file system.
 Result<std::vector<std::string>> namesInDirectory(const std::string& path);
 
-/// All bytes of a file. Only regular files are read: a pipe or a device is an error, and so is a file of more
-/// than `sizeLimit` bytes.
+/// Reads a whole regular file. Any other type of file is an error, and so is a file of more than `sizeLimit`
+/// bytes.
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit = UINT64_MAX);
 
-/// Deletes one file, or the link itself.
+/// Deletes a file or a link (not its target).
 Outcome removeFile(const std::string& path);
 
-/// `path` without symbolic links, or `path` itself when it is relative or names nothing. A "/" at its end
-/// stays.
+/// `path` with all symbolic links resolved. Returns `path` if it is relative or does not exist. Keeps a "/"
+/// at the end.
 std::string resolveSymbolicLinks(const std::string& path);
 
 } // namespace platform

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-/// What formats and protocols say about ASCII characters. No locale has a say in it.
+/// Operations on ASCII characters, as file formats and protocols define them. Independent of the locale.
 namespace platform {
 
 constexpr bool isDigit(char c) {
@@ -24,14 +24,14 @@ inline bool equalIgnoringCase(std::string_view a, std::string_view b) {
                       [](char x, char y) { return lowerCase(x) == lowerCase(y); });
 }
 
-/// `text` without the characters of `blanks` at its two ends.
+/// `text` without leading and trailing characters of `blanks`.
 constexpr std::string_view trimmed(std::string_view text, std::string_view blanks) {
     const std::size_t first = text.find_first_not_of(blanks);
     return first == std::string_view::npos ? ""
                                            : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-/// The parts of `text` between the separators, without empty ones.
+/// The non-empty parts of `text` between the separators.
 inline std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
     while (!text.empty()) {

@@ -7,19 +7,18 @@
 
 namespace platform {
 
-/// Immutable bytes. Copies share one buffer, so passing Data around never copies what it holds; any number of
-/// threads may read it at once.
+/// Immutable bytes. Copies share one buffer. Any number of threads may read it at once.
 class Data {
 public:
     Data() = default;
     explicit Data(std::string bytes) : Data(std::make_shared<const std::string>(std::move(bytes))) {}
-    /// Shares `bytes`, which nobody may change while a copy of this Data is in other hands.
+    /// Shares `bytes`, which must not change while a copy of this Data exists.
     explicit Data(const std::shared_ptr<const std::string>& bytes) : _owner(bytes), _bytes(*bytes) {}
-    /// `bytes` inside of what `owner` keeps alive; the same holds.
+    /// Shares `bytes`, a part of the memory that `owner` keeps alive. They must not change either.
     Data(std::shared_ptr<const void> owner, std::string_view bytes)
         : _owner(std::move(owner)), _bytes(bytes) {}
 
-    /// Valid as long as any copy of this Data lives.
+    /// Valid as long as a copy of this Data exists.
     std::string_view bytes() const { return _bytes; }
     std::size_t size() const { return _bytes.size(); }
     bool empty() const { return _bytes.empty(); }

@@ -12,7 +12,7 @@
 
 namespace platform {
 
-/// One argument of a format, as text. A missing value (null, an empty optional) reads "(null)".
+/// One argument of a format, as text. A missing value (null, an empty optional) is shown as "(null)".
 class FormatArgument {
 public:
     FormatArgument(std::string text) : _text(std::move(text)) {}
@@ -32,8 +32,8 @@ private:
     std::string _text;
 };
 
-/// A literal that holds "%@" (an object's description), "%i", "%d" or "%lu" (an integer) once for each of
-/// Args, in their order; anything else does not compile. "%%" stands for one "%".
+/// A format literal, checked by the compiler. It contains one of "%@" (an object's description), "%i", "%d"
+/// and "%lu" (an integer) for each of Args, in their order. "%%" is a percent sign.
 template <class... Args>
 class FormatString {
 public:
@@ -71,8 +71,7 @@ private:
 /// The work behind `format`: `text` has been checked against `arguments` when it was compiled.
 std::string formatChecked(std::string_view text, const FormatArgument* arguments);
 
-/// The text of a printf-style format whose arguments are checked when it is compiled. Text in an argument is
-/// never read as a format.
+/// Implements `format`. The compiler has checked `text` against `arguments`.
 template <class... Args>
 std::string format(std::type_identity_t<FormatString<Args...>> formatString, const Args&... arguments) {
     const std::array<FormatArgument, sizeof...(Args) + 1> texts = {FormatArgument(arguments)..., nullptr};

@@ -5,7 +5,7 @@
 
 namespace platform {
 
-/// The bytes as lower-case hexadecimal digits, two a byte, high nibble first.
+/// The bytes as lower-case hexadecimal digits, two for each byte.
 std::string hexadecimal(std::string_view bytes);
 
 } // namespace platform

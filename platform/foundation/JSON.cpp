@@ -9,9 +9,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t depthLimit = 512;
-
-/// Builds a Value while the parser reads. Returning false ends the parse.
+/// Builds a Value from the parser's events. Returning false stops the parser.
 class ValueBuilder : public nlohmann::json_sax<nlohmann::json> {
 public:
     explicit ValueBuilder(Value& root) : _next(&root) {}
@@ -49,9 +47,9 @@ private:
         place() = std::move(value);
         return true;
     }
-    // The containers above the open one do not change before it is closed, so the pointers stay good.
+    // Pointers to open containers stay valid: only the innermost one changes.
     bool open(Value container) {
-        if (_open.size() == depthLimit)
+        if (_open.size() == documentDepthLimit)
             return false;
         Value& opened = place();
         opened = std::move(container);
@@ -70,7 +68,7 @@ private:
 std::optional<Value> parseUTF8(std::string_view text) {
     Value root;
     ValueBuilder builder(root);
-    // The library takes a zero byte for the end and does not read what is behind it.
+    // The parser takes a zero byte as the end of the document and would ignore the rest.
     if (text.find('\0') != std::string_view::npos ||
         !nlohmann::json::sax_parse(text.begin(), text.end(), &builder))
         return std::nullopt;
@@ -79,14 +77,14 @@ std::optional<Value> parseUTF8(std::string_view text) {
 
 struct Encoding {
     std::string_view mark;
-    /// Which of the first bytes are zero in a document without a mark, as its first two characters are ASCII
+    /// The zero bytes at the start of a document without byte order mark. Its first two characters are ASCII
     /// (RFC 4627 section 3).
     std::string_view zeros;
     std::size_t unitSize;
     bool isBigEndian;
 };
 
-// UTF-32 first: what it begins with may be taken for UTF-16.
+// UTF-32 first: its mark begins with the mark of UTF-16.
 constexpr Encoding wideEncodings[] = {{{"\0\0\xFE\xFF", 4}, "000x", 4, true},
                                       {{"\xFF\xFE\0\0", 4}, "x000", 4, false},
                                       {"\xFE\xFF", "0x0x", 2, true},

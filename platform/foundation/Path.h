@@ -7,16 +7,16 @@
 /// Paths as text: bytes, as the file system takes them.
 namespace platform {
 
-/// Whether the system would take only a part of `text`: what stands before the zero byte.
+/// Whether `text` contains a zero byte. System calls would use only the part before it.
 bool hasZeroByte(std::string_view text);
 
-/// `path` with one "/" between it and `component`; `component` itself when `path` is empty.
+/// Joins `path` and `component` with one "/". Returns `component` if `path` is empty.
 std::string pathByAppending(std::string_view path, std::string_view component);
 
-/// The part of the last component behind its last "."; empty when there is none, or nothing before it.
+/// The part of the last component after its last "."; empty if there is none or if nothing precedes it.
 std::string_view pathExtension(std::string_view path);
 
-/// The folder that the process works in, or nothing when it has been deleted or may not be known.
+/// The working directory, or null if it was deleted or is not accessible.
 std::optional<std::string> currentDirectory();
 
 } // namespace platform

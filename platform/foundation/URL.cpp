@@ -18,7 +18,7 @@ bool isReserved(char c) {
     return std::string_view("!*'();:@&=+$,/?#[]").find(c) != std::string_view::npos;
 }
 
-/// The byte for which `text` has an escape at `i`.
+/// The byte that the escape at `i` stands for, if there is one.
 std::optional<unsigned char> escapedByte(std::string_view text, std::size_t i) {
     const std::string_view digits = text.substr(i + 1, 2);
     unsigned char byte = 0;
@@ -45,18 +45,18 @@ std::string escapeAllBut(std::string_view text, bool (*stays)(char)) {
     return result;
 }
 
-/// Cuts `text` at the first of `delimiters` and returns what stood before it.
+/// Removes and returns the part of `text` before the first of `delimiters`.
 std::string_view takeUntil(std::string_view& text, std::string_view delimiters) {
     const std::string_view taken = text.substr(0, text.find_first_of(delimiters));
     text.remove_prefix(taken.size());
     return taken;
 }
 
-/// RFC 3986 section 5.2.4.
+/// Removes "." and ".." segments (RFC 3986 section 5.2.4).
 std::string removeDotSegments(std::string_view path) {
     std::string output;
     while (!path.empty()) {
-        // With the "/" before it, which only the first segment of a relative path lacks.
+        // A segment includes the "/" before it. Only the first segment of a relative path has none.
         const std::string_view segment = path.substr(0, path.find('/', 1));
         path.remove_prefix(segment.size());
         if (segment == "/..")
@@ -118,7 +118,7 @@ std::optional<URL> URL::parse(std::string_view text) {
 }
 
 std::optional<URL> URL::parse(std::string_view text, const URL& base) {
-    // An empty reference names the base itself (RFC 3986 section 4.4).
+    // An empty reference is the base itself (RFC 3986 section 4.4).
     std::optional<URL> reference = text.empty() ? URL() : parse(text);
     if (!reference || !reference->_scheme.empty())
         return reference;

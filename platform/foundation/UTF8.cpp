@@ -7,7 +7,7 @@ namespace platform {
 namespace {
 
 struct Sequence {
-    std::size_t length; // in bytes; of the ill-formed part when `valid` is false
+    std::size_t length; // in bytes; of the ill-formed part if `valid` is false
     char32_t character;
     bool valid;
 };
@@ -16,7 +16,7 @@ bool isContinuation(char c) {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
-/// The first sequence of `bytes`, which must not be empty.
+/// Decodes the first sequence of `bytes`, which must not be empty.
 Sequence firstSequence(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes.front());
     if (lead < 0x80)
@@ -35,7 +35,7 @@ Sequence firstSequence(std::string_view bytes) {
     return {length, character, character >= smallest[length] && character <= 0x10FFFF && !surrogate};
 }
 
-/// `bytes` with U+FFFD in place of what is not UTF-8 and of the characters that may not stay.
+/// Replaces by U+FFFD all invalid parts of `bytes` and the characters that `mayStay` refuses.
 std::string replacing(std::string_view bytes, bool (*stays)(char32_t)) {
     std::string result;
     result.reserve(bytes.size());
@@ -65,7 +65,7 @@ void appendUTF8(std::string& text, char32_t character) {
         text += static_cast<char>(0x80 | (character >> 6 * (i - 1) & 0x3F));
 }
 
-/// The code unit of `size` bytes at `offset`, or 0 behind the end of `bytes`.
+/// The code unit of `size` bytes at `offset`; 0 after the end of `bytes`.
 char32_t unitAt(std::string_view bytes, std::size_t offset, std::size_t size, bool isBigEndian) {
     char32_t unit = 0;
     for (std::size_t i = 0; i < size && offset + size <= bytes.size(); ++i)

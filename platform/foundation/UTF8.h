@@ -7,28 +7,28 @@
 
 namespace platform {
 
-/// `bytes` as text, or nothing when they are not UTF-8 (RFC 3629: no surrogates, no overlong forms, nothing
-/// above U+10FFFF).
+/// `bytes` as text; null if they are not UTF-8 (RFC 3629: no surrogates, no overlong forms, nothing above
+/// U+10FFFF).
 std::optional<std::string> decodeUTF8(std::string_view bytes);
 
-/// Text in UTF-8, with U+FFFD in place of each code unit that is invalid.
+/// Text in UTF-8, with U+FFFD in place of each invalid code unit.
 struct DecodedText {
     std::string text;
-    /// False as well when the last unit is cut short.
+    /// Also false if the last unit is truncated.
     bool isValid = true;
 };
 
-/// UTF-16 (`unitSize` 2) or UTF-32 (`unitSize` 4) as UTF-8.
+/// Decodes UTF-16 (`unitSize` 2) or UTF-32 (`unitSize` 4).
 DecodedText decodeWideText(std::string_view bytes, std::size_t unitSize, bool isBigEndian);
 
-/// How many characters (code points) `text` holds; it must be UTF-8.
+/// The number of characters (code points) in `text`, which must be UTF-8.
 std::size_t characterCount(std::string_view text);
 
-/// `bytes` as text: everything that is not UTF-8 is replaced by U+FFFD.
+/// Replaces all parts of `bytes` that are not UTF-8 by U+FFFD.
 std::string validUTF8(std::string_view bytes);
 
-/// `bytes` as UTF-8 text that XML 1.0 can carry: everything that is not UTF-8 and every character outside the
-/// production Char (https://www.w3.org/TR/xml/#charsets) is replaced by U+FFFD.
+/// `bytes` as UTF-8 text for XML 1.0. Replaces by U+FFFD what is not UTF-8 and all characters outside the
+/// production Char (https://www.w3.org/TR/xml/#charsets).
 std::string textForXML(std::string_view bytes);
 
 } // namespace platform

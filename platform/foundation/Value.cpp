@@ -32,7 +32,7 @@ std::string describe(const Data& data) {
     return result + (bytes.size() > shownDataBytes ? "...}" : "}");
 }
 
-/// The fewest digits that read as the same number; with an exponent only when there would be many zeros.
+/// The fewest digits that identify the number. An exponent is used only to avoid many zeros.
 std::string describeReal(double real) {
     const double size = std::abs(real);
     const bool isPlain = size == 0 || (size >= 1e-4 && size < 1e17);
@@ -99,8 +99,8 @@ std::int32_t integerText(std::string_view text) {
     return clamped(negative ? -number : number);
 }
 
-/// Nothing for values that are no numbers. As a double, no integer becomes zero or leaves its side of a
-/// limit.
+/// Null for values that are not numbers. No integer becomes zero or crosses a limit of the integer types by
+/// the conversion to double.
 std::optional<double> numberIn(const Value& value) {
     if (const auto* boolean = value.as<bool>())
         return *boolean;

@@ -14,15 +14,18 @@
 
 namespace platform {
 
-/// A point in time as property lists hold it: seconds since 2001-01-01 00:00:00 UTC.
+/// Documents that are nested deeper are refused, so that recursion over them is safe.
+inline constexpr std::size_t documentDepthLimit = 512;
+
+/// A point in time of a property list: seconds since 2001-01-01 00:00:00 UTC.
 struct Date {
     double secondsSince2001 = 0;
     friend bool operator==(const Date&, const Date&) = default;
 };
 
 /// "Any object" of property lists, JSON documents, form fields and error information: null, a boolean, an
-/// integer, a real number, text (UTF-8), bytes, a date, an array or a dictionary. Dictionaries are ordered by
-/// key, so that everything made from one is stable.
+/// integer, a real number, text (UTF-8), bytes, a date, an array or a dictionary. Dictionaries are sorted by
+/// key, so that output is stable.
 class Value {
 public:
     using Array = std::vector<Value>;
@@ -40,7 +43,7 @@ public:
     Value(std::string text) : _storage(std::move(text)) {}
     Value(std::string_view text) : _storage(std::string(text)) {}
     Value(const char* text) : _storage(std::string(text)) {}
-    /// Null without a text.
+    /// Null if there is no text.
     Value(const std::optional<std::string>& text) {
         if (text)
             _storage = *text;
@@ -52,9 +55,9 @@ public:
 
     bool isNull() const { return std::holds_alternative<std::monostate>(_storage); }
 
-    /// The value as T (bool, std::int64_t, double, std::string, Data, Date, Array or Dictionary), or null
-    /// when it is of another kind. An integer above INT64_MAX is of the kind std::uint64_t, and no smaller
-    /// one is. Borrows from this Value.
+    /// The value as T (bool, std::int64_t, double, std::string, Data, Date, Array or Dictionary); null if it
+    /// has another type. An integer has the type std::uint64_t if it exceeds INT64_MAX, otherwise
+    /// std::int64_t. Points into this Value.
     template <class T>
     const T* as() const {
         return std::get_if<T>(&_storage);
@@ -64,8 +67,8 @@ public:
         return std::get_if<T>(&_storage);
     }
 
-    /// Readable text, stable for equal values: a null value is "(null)", text stands as it is, and inside an
-    /// array "(...)" or a dictionary "{...}" text is quoted. Long bytes are shortened.
+    /// Readable text, the same for equal values. A null value is "(null)"; text is quoted inside arrays
+    /// "(...)" and dictionaries "{...}". Long bytes are shortened.
     std::string description() const;
 
     friend bool operator==(const Value&, const Value&) = default;
@@ -76,32 +79,32 @@ private:
         _storage;
 };
 
-/// The member of `dictionary` named `key`, or null when it is not there. Borrows from `dictionary`.
+/// The member of `dictionary` named `key`; null if there is none. Points into `dictionary`.
 inline const Value* find(const Value::Dictionary& dictionary, std::string_view key) {
     const auto member = dictionary.find(key);
     return member == dictionary.end() ? nullptr : &member->second;
 }
 
-/// A copy of the member, or a null value when it is not there.
+/// A copy of the member; a null value if there is none.
 inline Value objectForKey(const Value::Dictionary& dictionary, std::string_view key) {
     const Value* member = find(dictionary, key);
     return member ? *member : Value();
 }
 
-/// The member when it is there and of kind T, else null. Borrows from `dictionary`.
+/// The member if it exists and has the type T, otherwise null. Points into `dictionary`.
 template <class T>
 const T* find(const Value::Dictionary& dictionary, std::string_view key) {
     const Value* member = find(dictionary, key);
     return member ? member->as<T>() : nullptr;
 }
 
-/// The platform's boolean reading: text is true for a leading "Y", "y", "T", "t" or a non-zero digit, after
-/// optional blanks, a sign and zeros; numbers are true unless zero; every other kind is false.
+/// Reads a boolean as Apple's frameworks do. Text is true if it begins with "Y", "y", "T", "t" or a non-zero
+/// digit, after optional blanks, a sign and zeros. Numbers are true unless zero. Other types are false.
 bool booleanValue(const Value& value);
 
-/// The platform's integer reading: of text, blanks skipped, an optional sign and leading digits, 0 without
-/// digits; numbers are cut to whole ones; every other kind is 0. What is out of range becomes the nearest
-/// end.
+/// Reads an integer as Apple's frameworks do: from text, the leading digits after optional blanks and a
+/// sign, 0 if there are none; from numbers, the integral part. Other types are 0. Values out of range become
+/// the nearest limit.
 std::int32_t integerValue(const Value& value);
 
 } // namespace platform

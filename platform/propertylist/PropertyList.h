@@ -7,23 +7,21 @@
 #include <string>
 #include <string_view>
 
-/// Apple's property list format. Reading takes XML and binary documents and is safe for any input. Documents
-/// that are malformed, nested deeper than 512 levels or absurdly large are refused with an error that says
-/// so.
+/// Apple's property list format. The reader accepts XML and binary documents and is safe for any input. It
+/// refuses documents that are malformed, nested deeper than documentDepthLimit or absurdly large.
 namespace platform {
 
-/// The value of the document. Text of a binary document may hold U+0000; a surrogate in it without a partner
-/// becomes U+FFFD. Sets become arrays, and an archiver's UIDs dictionaries with the key "CF$UID". On failure,
-/// an error of the domain "NSCocoaErrorDomain" with the platform's code for a property list that cannot be
-/// read, 3840.
+/// Parses a document. Text of a binary document may contain U+0000; an unpaired surrogate becomes U+FFFD.
+/// Sets become arrays; UIDs of keyed archives become dictionaries with the key "CF$UID". Errors have the
+/// domain "NSCocoaErrorDomain" and Apple's code for a property list that cannot be read, 3840.
 Result<Value> parsePropertyList(std::string_view bytes);
 
-/// The dictionary that is the root of the property list in the file at `path`; nothing for any other file,
-/// whatever is wrong with it, and for one of more than 16 MiB.
+/// The root dictionary of the property list in the file at `path`. Null if the file cannot be read, is
+/// larger than 16 MiB, or has no root dictionary.
 std::optional<Value::Dictionary> readDictionary(const std::string& path);
 
-/// `value` as an XML property list. Text that XML cannot carry is made valid first (textForXML). Dates are
-/// rounded down to whole seconds. Null values, which the format does not know, are left out.
+/// Writes `value` as an XML property list. Makes text valid for XML (textForXML), rounds dates down to
+/// seconds and leaves out null values, which the format does not support.
 std::string propertyListXML(const Value& value);
 
 } // namespace platform

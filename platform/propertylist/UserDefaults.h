@@ -7,15 +7,15 @@
 
 namespace platform {
 
-/// The user's settings for one program. Arguments of the form -name value come before the preferences file. A
-/// value does not begin with "-": the argument before such a one has no value.
+/// The user's settings for one program. Arguments of the form "-name value" override the preferences file. A
+/// value does not begin with "-": an argument that precedes such an argument has no value.
 class UserDefaults {
 public:
-    /// `arguments` are those after the program's name. The preferences are "<domain>.plist" in the user's
-    /// configurationFolder(); a file that is missing or unreadable holds no settings.
+    /// `arguments` are those after the program's name. On Linux, the preferences are "<domain>.plist" in
+    /// configurationFolder(); a missing or unreadable file has no settings.
     UserDefaults(const std::vector<std::string>& arguments, const std::string& domain);
 
-    /// The setting, or null when it is absent. Borrows from this object.
+    /// The setting, or null if it is absent. Points into this object.
     const Value* object(const std::string& name) const;
 
 private:

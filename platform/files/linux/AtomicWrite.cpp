@@ -14,23 +14,23 @@
 namespace platform {
 namespace {
 
-/// A file by its folder and its name there. The system takes every such pair, however long a path to the file
-/// would be.
+/// A file, identified by its open folder and its name. This way the path of the temporary file may exceed
+/// the system's limit.
 struct Place {
     FileDescriptor folder;
     std::string name;
 };
 
-/// The file that `path` names, behind all links.
+/// The file at `path`, after following all links.
 Result<Place> placeOf(const std::string& path) {
-    constexpr int mostLinks = 40; // as in the kernel
+    constexpr int mostLinks = 40; // the kernel's limit
     Place place;
     std::string rest = path;
     for (int links = 0; links <= mostLinks; ++links) {
         const std::size_t nameStart = rest.rfind('/') + 1;
         const std::string folder = nameStart == 0 ? "." : rest.substr(0, nameStart);
         const int start = place.folder ? place.folder.get() : AT_FDCWD;
-        // O_PATH: the folder need not be readable.
+        // O_PATH does not require read permission for the folder.
         place.folder = FileDescriptor(::openat(start, folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (!place.folder)
             return posixError(errno, "write", path);
@@ -56,7 +56,7 @@ Outcome writeAll(const FileDescriptor& file, std::string_view bytes, const std::
     return success;
 }
 
-/// Replaces what is at `place` by way of `file`, which is open on `temporary` in the same folder.
+/// Writes `file`, which is open as `temporary` in the same folder, and renames it to `place`.
 Outcome replace(const Place& place, FileDescriptor file, const std::string& temporary, std::string_view bytes,
                 const std::string& path) {
     if (Outcome written = writeAll(file, bytes, path); !written)
@@ -73,7 +73,7 @@ Outcome replace(const Place& place, FileDescriptor file, const std::string& temp
 Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions) {
     if (path.empty() || hasZeroByte(path))
         return posixError(path.empty() ? ENOENT : EINVAL, "write", path);
-    if (path.size() >= PATH_MAX) // with its folder apart it would pass, and nobody could open it
+    if (path.size() >= PATH_MAX) // such a file could be written, but nobody could open it
         return posixError(ENAMETOOLONG, "write", path);
     const Result<Place> place = placeOf(path);
     if (!place)
@@ -89,7 +89,7 @@ Outcome writeFileAtomically(const std::string& path, std::string_view bytes, uns
         ::openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
     if (!file)
         return posixError(errno, "create a file beside", path);
-    // Apart from its creation, which obeys the process's mask.
+    // fchmod sets the exact mode; the mode given to open is subject to the umask.
     Outcome outcome = isThere && ::fchmod(file.get(), status.st_mode & 0777) != 0
                           ? posixError(errno, "write", path)
                           : replace(*place, std::move(file), temporary, bytes, path);

@@ -7,7 +7,7 @@
 
 namespace platform {
 
-// The size of a large page on x86-64 and, with its usual page size, on arm64.
+// The size of a large page on x86-64, and on arm64 with pages of 4 KiB.
 constexpr std::size_t largePage = std::size_t(2) << 20;
 
 std::shared_ptr<char> allocateBuffer(std::size_t size) {
@@ -17,7 +17,7 @@ std::shared_ptr<char> allocateBuffer(std::size_t size) {
     void* const memory = whole < size ? nullptr : std::aligned_alloc(largePage, whole);
     if (!memory)
         throw std::bad_alloc();
-    // Without large pages it works as well, only slower.
+    // An error is ignored: normal pages work too, only slower.
     static_cast<void>(madvise(memory, whole, MADV_HUGEPAGE));
     return {static_cast<char*>(memory), &std::free};
 }

@@ -24,11 +24,11 @@ namespace {
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 constexpr mode_t keptModeBits = 01777;
 
-/// A name in an open folder. Whatever happens to the folders above it meanwhile, it stays inside.
+/// A name in an open folder. Renaming or replacing the folders above it has no effect on it.
 struct Place {
     int folder;
     std::string name;
-    std::string path; // for errors
+    std::string path; // for messages
 };
 
 struct Source : Place {
@@ -58,13 +58,13 @@ private:
     int copyRangeThroughMemory(const FileDescriptor& from, const FileDescriptor& to, Range range);
     Outcome copyAttributes(const Source& from, const FileDescriptor& to, const Place& toPlace);
 
-    std::optional<struct stat> _destination; // the first folder that was made
+    std::optional<struct stat> _destination; // the destination's top folder
     bool _kernelCopies = true;
     std::vector<char> _buffer;
 };
 
 Outcome ItemCopier::copy(const Place& from, const Place& to) {
-    // Nobody could open it by its path; this also bounds the recursion.
+    // A longer path could not be opened. The check also limits the recursion.
     if (to.path.size() >= PATH_MAX)
         return posixError(ENAMETOOLONG, "create", to.path);
     Source source{from};
@@ -83,7 +83,7 @@ Outcome ItemCopier::copy(const Place& from, const Place& to) {
 }
 
 Outcome ItemCopier::copyLink(const Source& from, const Place& to) {
-    // Not on the stack, which the recursion into folders shares.
+    // Not on the stack, because copyFile is called in a recursion.
     std::string target(PATH_MAX, '\0');
     const ssize_t size = readlinkat(from.folder, from.name.c_str(), target.data(), target.size());
     if (size < 0)
@@ -114,7 +114,7 @@ Outcome ItemCopier::copyFolder(const Source& from, const Place& to) {
     if (_destination && status.st_dev == _destination->st_dev && status.st_ino == _destination->st_ino)
         return posixError(EINVAL, "copy a folder into itself:", from.path);
 
-    // Writable until everything is inside.
+    // The folder must be writable until its contents are copied.
     if (mkdirat(to.folder, to.name.c_str(), 0700) != 0)
         return posixError(errno, "create folder", to.path);
     const FileDescriptor toFolder(openat(to.folder, to.name.c_str(), flags));
@@ -143,7 +143,7 @@ Outcome ItemCopier::copyFolderContents(const Source& from, DIR* fromFolder, cons
 
 Outcome ItemCopier::copyFile(const Source& from, const Place& to) {
     Source opened = from;
-    // Without O_NONBLOCK, a pipe that has taken the file's place would be waited for.
+    // O_NONBLOCK: a pipe that replaced the file meanwhile must not block.
     const FileDescriptor input(
         openat(from.folder, from.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!input || fstat(input.get(), &opened.status) != 0)
@@ -165,7 +165,7 @@ Outcome ItemCopier::copyFile(const Source& from, const Place& to) {
 
 int ItemCopier::copyContents(const FileDescriptor& from, const FileDescriptor& to, off_t size) {
     for (off_t position = 0; position < size;) {
-        // A file system without SEEK_DATA reports one piece of data.
+        // A file system without SEEK_DATA reports the whole file as data.
         const off_t data = lseek(from.get(), position, SEEK_DATA);
         if (data < 0 && errno == ENXIO)
             break;
@@ -184,7 +184,7 @@ int ItemCopier::copyRange(const FileDescriptor& from, const FileDescriptor& to, 
         const ssize_t copied = copy_file_range(from.get(), &range.start, to.get(), &output,
                                                static_cast<std::size_t>(range.end - range.start), 0);
         if (copied == 0)
-            return EIO; // cut off while it was being copied
+            return EIO; // the file was truncated while it was copied
         if (copied > 0 || errno == EINTR)
             continue;
         if (errno != EXDEV && errno != EINVAL && errno != EOPNOTSUPP && errno != ENOSYS && errno != EPERM)

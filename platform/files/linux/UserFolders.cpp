@@ -14,7 +14,8 @@
 namespace platform {
 namespace {
 
-/// Reads the file itself: getpwuid(3) may load shared libraries, which a static program cannot do safely.
+/// Reads the file directly, because getpwuid(3) may load shared libraries, which is not safe in a static
+/// program.
 std::optional<std::string> homeInUserDatabase() {
     const std::unique_ptr<FILE, int (*)(FILE*)> users(std::fopen("/etc/passwd", "re"), &std::fclose);
     while (const passwd* const user = users ? fgetpwent(users.get()) : nullptr)

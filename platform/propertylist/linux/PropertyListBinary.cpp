@@ -8,13 +8,14 @@
 namespace platform {
 namespace {
 
-// The layout is that of CFBinaryPList.c: 8 bytes of magic, objects, the table of their offsets, the trailer.
+// The format is described in Apple's CFBinaryPList.c: 8 bytes of magic, the objects, the table of their
+// offsets, the trailer.
 constexpr std::size_t magicSize = 8;
 constexpr std::size_t trailerSize = 32;
 constexpr std::size_t sizeLimit = 1u << 30;
-/// Of an object that is not shared: its reference, marker and offset.
+/// The size of an object in the document besides its content: its reference, marker and offset.
 constexpr std::size_t bytesPerObject = 3;
-/// What a document may gain by sharing objects.
+/// Limits for the size that sharing adds to a document.
 constexpr std::uint64_t sharedObjectLimit = 1'000'000;
 constexpr std::uint64_t sharedContentLimit = 64u << 20;
 constexpr const char* tooMuchShared = "its shared objects unfold to too much";
@@ -24,10 +25,10 @@ enum Kind { simple, integer, real, date, data, ascii, utf16, uid = 8, array = 10
 struct Object {
     unsigned kind;
     std::uint64_t count;      // the marker's low half, or the length that follows it
-    std::string_view content; // and all that follows it
+    std::string_view content; // the object's content and all bytes after it
 };
 
-/// The big-endian number of up to 8 bytes.
+/// Reads a big-endian number of up to 8 bytes.
 std::uint64_t number(std::string_view bytes) {
     std::uint64_t result = 0;
     for (const char byte : bytes)
@@ -61,14 +62,14 @@ public:
     }
 
 private:
-    /// Of several problems the first counts.
+    /// Keeps the first error.
     Value fail(const char* problem) {
         if (!_problem)
             _problem = problem;
         return nullptr;
     }
 
-    /// Finds the head of an object. False when it does not lie inside the document.
+    /// Finds the marker and content of an object. False if it is not inside the document.
     bool object(std::uint64_t index, Object& object) const {
         if (index >= _objectCount)
             return false;
@@ -89,15 +90,15 @@ private:
         return true;
     }
 
-    /// Integers of 1, 2 and 4 bytes are unsigned, those of 8 bytes are signed. Writers use 16 bytes for what
-    /// exceeds INT64_MAX.
+    /// Integers of 1, 2 and 4 bytes are unsigned; those of 8 bytes are signed. Values above INT64_MAX have
+    /// 16 bytes.
     Value numberValue(const Object& object) {
         const std::uint64_t size = object.kind == uid ? object.count + 1 : std::uint64_t(1) << object.count;
         if (size > object.content.size())
             return fail("a number lies outside");
         const std::size_t highSize = size > 8 ? size - 8 : 0;
         const std::uint64_t bits = number(object.content.substr(highSize, size - highSize));
-        if (object.kind == uid && size <= 8) // an archiver's reference, as the XML format shows it
+        if (object.kind == uid && size <= 8) // a reference of a keyed archive, in its XML form
             return Value::Dictionary{{"CF$UID", bits}};
         if (object.kind == real && size == 4)
             return static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
@@ -130,12 +131,13 @@ private:
     }
 
     Value containerValue(const Object& object, std::size_t depth) {
-        if (depth == propertyListDepthLimit)
-            return fail("it contains itself or is nested deeper than 512 levels");
+        if (depth == documentDepthLimit)
+            return fail("it contains itself or is nested deeper than " + std::to_string(documentDepthLimit) +
+                        " levels");
         const std::size_t perEntry = object.kind == dictionary ? 2 : 1;
         if (object.count > object.content.size() / (perEntry * _referenceSize))
             return fail("a container lies outside");
-        // Counted before they are read, so that the reserved memory of nested arrays is limited, too.
+        // Elements count before they are read, so that nested arrays cannot reserve unlimited memory.
         if (object.count * perEntry > _objectsLeft)
             return fail(tooMuchShared);
         _objectsLeft -= object.count * perEntry;

@@ -15,7 +15,7 @@
 namespace platform {
 namespace {
 
-/// 17 digits tell all numbers apart.
+/// 17 digits identify every double.
 std::string realText(double real) {
     if (std::isnan(real))
         return "nan";
@@ -27,7 +27,7 @@ std::string realText(double real) {
     return {text, std::to_chars(text, std::end(text), real, std::chars_format::general, 17).ptr};
 }
 
-/// RFC 4648 section 4.
+/// Base64 (RFC 4648 section 4).
 std::string base64(std::string_view bytes) {
     std::string result;
     for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 3))) {
@@ -40,7 +40,7 @@ std::string base64(std::string_view bytes) {
     return result;
 }
 
-/// Writes values in the form of Apple's own writer: one element in a line, indented by tabs.
+/// Writes values in the layout of Apple's writer: one element per line, indented by tabs.
 class Writer {
 public:
     void write(const Value& value) {
@@ -78,7 +78,7 @@ private:
                 xml += "&gt;";
             else if (c == '&')
                 xml += "&amp;";
-            else if (c == '\r') // readers would take it for a line break
+            else if (c == '\r') // a parser would read it as a line break
                 xml += "&#13;";
             else
                 xml += c;
@@ -99,7 +99,7 @@ private:
             line("</" + name + ">");
     }
 
-    /// Lines fill 76 columns; a tab counts as 8. From the ninth level on they are indented no further.
+    /// Lines fill 76 columns; a tab counts as 8. From the ninth level on the indentation is constant.
     void writeData(std::string_view bytes) {
         const std::size_t indent = std::min<std::size_t>(_depth, 8);
         const std::size_t bytesPerLine = (76 - 8 * indent) / 4 * 3;
@@ -117,7 +117,7 @@ private:
         close("array");
     }
 
-    /// Keys that differ only in what XML cannot carry become equal: the first of them counts.
+    /// Keys that differ only in characters that XML cannot carry become equal. The first one is used.
     void writeDictionary(const Value::Dictionary& dictionary) {
         std::map<std::string, const Value*> members;
         for (const auto& [key, member] : dictionary)
@@ -132,7 +132,7 @@ private:
     }
 
     std::size_t _depth = 0;
-    std::size_t _contentStart = 0; // behind the last opening tag
+    std::size_t _contentStart = 0; // after the last opening tag
 };
 
 } // namespace

@@ -23,7 +23,7 @@ constexpr std::string_view blanks = " \t\r\n";
 constexpr std::array<std::string_view, 8> leaves = {"key",  "string", "integer", "real",
                                                     "date", "data",   "true",    "false"};
 
-/// A sign, blanks, then decimal digits, or hexadecimal ones after "0x".
+/// Parses an optional sign, blanks, and decimal digits or "0x" with hexadecimal digits.
 std::optional<Value> readInteger(std::string_view text) {
     const bool isNegative = text.starts_with('-');
     if (isNegative || text.starts_with('+'))
@@ -40,7 +40,8 @@ std::optional<Value> readInteger(std::string_view text) {
     return isNegative ? Value(static_cast<std::int64_t>(0 - magnitude)) : Value(magnitude);
 }
 
-/// Nothing for what is no number. One that is too large for a double becomes infinity, one too small zero.
+/// Null if the text is not a number. A number that is too large becomes infinity; one that is too small
+/// becomes zero.
 std::optional<double> readReal(std::string_view text) {
     if (text.starts_with('+') && !text.starts_with("+-"))
         text.remove_prefix(1);
@@ -49,7 +50,7 @@ std::optional<double> readReal(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), textEnd, real);
     if (end != textEnd || error == std::errc::invalid_argument)
         return std::nullopt;
-    // The form is known to be right; strtod(3) tells too large from too small.
+    // The syntax has been checked. strtod(3) distinguishes too large from too small numbers.
     return error == std::errc() ? real : std::strtod(std::string(text).c_str(), nullptr);
 }
 
@@ -66,14 +67,14 @@ std::optional<Date> readDate(std::string_view text) {
     fields.tm_year -= 1900;
     --fields.tm_mon;
     Date date{static_cast<double>(timegm(&fields) - epochOfDates)};
-    // What has another form, or names no day of the calendar, comes back changed.
+    // Text in another form, or a day that does not exist, differs after the conversion.
     if (dateText(date) != form)
         return std::nullopt;
     date.secondsSince2001 += isLeapSecond ? 1 : 0;
     return date;
 }
 
-/// RFC 4648 section 4 with blanks anywhere; the padding may be missing.
+/// Base64 (RFC 4648 section 4) with blanks anywhere; the padding may be missing.
 std::optional<Data> readBase64(std::string_view text) {
     std::string bytes;
     unsigned pending = 0;
@@ -109,7 +110,7 @@ std::optional<Value> readLeaf(std::string_view element, std::string text) {
     return content.empty() ? std::optional<Value>(element == "true") : std::nullopt;
 }
 
-/// Builds the value while expat reports the document's parts.
+/// Builds the value from expat's events.
 class Reader {
 public:
     Reader() : _parser(XML_ParserCreate(nullptr), &XML_ParserFree) {
@@ -153,10 +154,10 @@ public:
 private:
     struct Container {
         Value value;
-        std::optional<std::string> key; // of the value to come
+        std::optional<std::string> key; // for the next value
     };
 
-    /// No exception may pass through expat, which is written in C.
+    /// An exception must not pass through expat, which is C code.
     template <class Step>
     static void guarded(void* self, Step step) {
         auto& reader = *static_cast<Reader*>(self);
@@ -170,7 +171,7 @@ private:
         }
     }
 
-    /// Ends the parsing; of several problems the first counts.
+    /// Stops the parser. Keeps the first error.
     void fail(const std::string& reason) {
         if (_problem.empty())
             _problem = reason + " in line " + std::to_string(XML_GetCurrentLineNumber(_parser.get()));
@@ -181,7 +182,7 @@ private:
         fail("<" + std::string(element) + "> " + reason);
     }
 
-    /// expat visits all declared attributes in each element.
+    /// expat processes all declared attributes for each element, which would take quadratic time.
     void declareAttribute() {
         if (++_attributes > 100)
             fail("it declares more than 100 attributes");
@@ -209,8 +210,8 @@ private:
             _leaf.emplace();
         else if (element != "array" && element != "dict")
             failAt(element, "is no element of property lists");
-        else if (_containers.size() == propertyListDepthLimit)
-            fail("it is nested deeper than 512 levels");
+        else if (_containers.size() == documentDepthLimit)
+            fail("it is nested deeper than " + std::to_string(documentDepthLimit) + " levels");
         else
             _containers.push_back({element == "array" ? Value(Value::Array()) : Value::Dictionary(), {}});
     }
@@ -259,7 +260,7 @@ private:
     std::exception_ptr _exception;
     unsigned _attributes = 0;
     bool _insidePlist = false;
-    std::optional<std::string> _leaf; // its text so far, while inside one
+    std::optional<std::string> _leaf; // the text so far of the open leaf element
     std::vector<Container> _containers;
     std::optional<Value> _root;
 };
@@ -267,7 +268,7 @@ private:
 } // namespace
 
 Result<Value> parseXMLPropertyList(std::string_view bytes) {
-    // The platform allows blanks before the XML declaration.
+    // Apple's parser allows blanks before the XML declaration.
     return Reader().read(bytes.substr(std::min(bytes.find_first_not_of(blanks), bytes.size())));
 }
 
