@@ -29,7 +29,7 @@ void failWithTitleAndReason(std::string_view title, std::string_view reason) {
 
 void exitWithFailure() {
     // std::exit would wait for the steps of queues that other threads run, and destroy what they use.
-    std::quick_exit(EXIT_FAILURE);
+    std::_Exit(EXIT_FAILURE);
 }
 
 } // namespace orvane

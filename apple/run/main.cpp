@@ -4,8 +4,6 @@
 #include "run/Console.h"
 #include "run/RunFlow.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <exception>
 #include <new>
@@ -28,11 +26,11 @@ int fail(const char* reason) {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv, char** environment) {
     platform::prepareStandardStreams();
     platform::endWhenAMappedFileIsCutShort();
     try {
-        return orvane::run(argc, argv, environ);
+        return orvane::run(argc, argv, environment);
     } catch (const std::bad_alloc&) {
         return fail(noMemory);
     } catch (const std::exception& failure) {

@@ -5,14 +5,16 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 
 namespace platform {
 namespace {
 
 constexpr std::size_t shownDataBytes = 24;
+constexpr int mostDecimals = 21; // 17 digits tell all numbers apart; 1e-4 begins with four zeros
 constexpr std::string_view blanks = " \t\n\v\f\r";
 
 std::string quoted(std::string_view text) {
@@ -36,9 +38,14 @@ std::string describe(const Data& data) {
 std::string describeReal(double real) {
     const double size = std::abs(real);
     const bool isPlain = size == 0 || (size >= 1e-4 && size < 1e17);
-    const auto form = isPlain ? std::chars_format::fixed : std::chars_format::scientific;
-    std::array<char, 32> text;
-    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), real, form).ptr};
+    // macOS has std::to_chars for real numbers only since 13.3.
+    std::array<char, 64> text;
+    for (int digits = 0; digits <= mostDecimals; ++digits) {
+        std::snprintf(text.data(), text.size(), isPlain ? "%.*f" : "%.*e", digits, real);
+        if (std::strtod(text.data(), nullptr) == real)
+            break;
+    }
+    return text.data();
 }
 
 std::string describeMember(const Value& value) {

@@ -3,13 +3,18 @@
 #include <cstdlib>
 
 // Writes the counts of a coverage build; not there in any other.
-extern "C" [[gnu::weak]] void __gcov_dump(); // NOLINT(bugprone-reserved-identifier)
+extern "C" [[gnu::weak]] void __gcov_dump();           // NOLINT(bugprone-reserved-identifier)
+extern "C" [[noreturn]] void __real__Exit(int status); // NOLINT(bugprone-reserved-identifier)
+
+/// What the linker puts in place of std::_Exit, which does not write them.
+extern "C" [[noreturn]] void __wrap__Exit(int status) { // NOLINT(bugprone-reserved-identifier)
+    if (__gcov_dump)
+        __gcov_dump();
+    __real__Exit(status);
+}
 
 namespace orvane {
 namespace {
-
-/// std::quick_exit does not write them.
-[[maybe_unused]] const int registered = __gcov_dump ? std::at_quick_exit(&__gcov_dump) : 0;
 
 std::string fromEnvironment(const char* variable) {
     const char* const value = std::getenv(variable);
