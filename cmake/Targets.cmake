@@ -14,13 +14,25 @@ function(orvane_library target prefix)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:orvane_options>)
 endfunction()
 
+# orvane_system_sources(<target> <name>...): the sources that exist once for each system: macos/<name>.mm or
+# linux/<name>.cpp.
+function(orvane_system_sources target)
+  foreach(name ${ARGN})
+    if(APPLE)
+      target_sources(${target} PRIVATE macos/${name}.mm)
+    else()
+      target_sources(${target} PRIVATE linux/${name}.cpp)
+    endif()
+  endforeach()
+endfunction()
+
 # orvane_framework_tool(<target>): a program of Orvane.framework. Every build of an app starts it.
 function(orvane_framework_tool target)
   target_link_libraries(${target} PRIVATE orvane_options)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/Orvane.framework)
   if(ORVANE_PORTABLE)
     orvane_link_statically(${target})
-  elseif(NOT ORVANE_SANITIZE)
+  elseif(NOT ORVANE_SANITIZE AND NOT APPLE)
     # Loading these two shared libraries takes a tenth of the start-up time of `run` and a third of that of `ditto`.
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
   endif()

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/files/FileDescriptor.h"
-
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -33,11 +31,10 @@ public:
 
 private:
     friend class Task;
-    Pipe(FileDescriptor readEnd, FileDescriptor writeEnd)
-        : _readEnd(std::move(readEnd)), _writeEnd(std::move(writeEnd)) {}
+    struct Ends; // the system's form
+    explicit Pipe(std::shared_ptr<Ends> ends) : _ends(std::move(ends)) {}
 
-    FileDescriptor _readEnd;
-    FileDescriptor _writeEnd;
+    std::shared_ptr<Ends> _ends;
 };
 
 /// One run of a program, what the platform calls NSTask. An object starts one child. It must wait for it,
@@ -81,7 +78,8 @@ public:
     std::int32_t terminationStatus() const { return _terminationStatus; }
 
 private:
-    int _processIdentifier = -1;
+    struct Child; // the system's form
+    std::shared_ptr<Child> _child;
     std::int32_t _terminationStatus = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "platform/process/Task.h"
 
-#include "platform/foundation/Path.h"
+#include "platform/files/FileDescriptor.h"
+#include "platform/process/TaskSetup.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -71,20 +72,6 @@ private:
     posix_spawnattr_t _attributes;
 };
 
-void checkTexts(const Task::Setup& setup) {
-    bool passable = !hasZeroByte(setup.launchPath) && !hasZeroByte(setup.currentDirectoryPath.value_or(""));
-    for (const std::string& argument : setup.arguments)
-        passable &= !hasZeroByte(argument);
-    for (const auto& [name, value] : setup.environment.value_or(Task::Environment())) {
-        passable &= !hasZeroByte(name) && !hasZeroByte(value);
-        if (name.empty() || name.find('=') != std::string::npos)
-            throw LaunchError(setup.launchPath, "no environment variable can be named \"" + name + "\"");
-    }
-    if (!passable)
-        throw LaunchError(setup.launchPath,
-                          "a path, an argument or an environment variable holds a zero byte");
-}
-
 /// Opened here so that a missing folder can be told from a missing program.
 FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
     const std::string& path = *setup.currentDirectoryPath;
@@ -93,25 +80,6 @@ FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
         throw LaunchError(setup.launchPath,
                           "its working directory " + path + " cannot be entered: " + reasonOf(errno));
     return folder;
-}
-
-std::string programPath(const Task::Setup& setup) {
-    if (setup.launchPath.starts_with('/') || setup.launchPath.empty() || !setup.currentDirectoryPath)
-        return setup.launchPath;
-    return pathByAppending(currentDirectory().value_or("."), setup.launchPath);
-}
-
-void keepExitStatuses() {
-    struct sigaction action;
-    if (sigaction(SIGCHLD, nullptr, &action) != 0)
-        return;
-    const bool ignored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
-    if (!ignored && (action.sa_flags & SA_NOCLDWAIT) == 0)
-        return;
-    action.sa_flags &= ~SA_NOCLDWAIT;
-    if (ignored)
-        action.sa_handler = SIG_DFL;
-    sigaction(SIGCHLD, &action, nullptr);
 }
 
 /// The null-terminated form that the system takes; borrows from `texts`.
@@ -126,22 +94,29 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 } // namespace
 
+struct Pipe::Ends {
+    FileDescriptor read;
+    FileDescriptor write;
+};
+
+struct Task::Child {
+    pid_t identifier = -1;
+};
+
 std::unique_ptr<Pipe> Pipe::create() {
+    std::unique_ptr<Pipe> pipe(new Pipe(std::make_shared<Ends>()));
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return nullptr;
-    FileDescriptor readEnd = aboveStandardStreams(ends[0]);
-    FileDescriptor writeEnd = aboveStandardStreams(ends[1]);
-    if (!readEnd || !writeEnd)
-        return nullptr;
-    return std::unique_ptr<Pipe>(new Pipe(std::move(readEnd), std::move(writeEnd)));
+    *pipe->_ends = {aboveStandardStreams(ends[0]), aboveStandardStreams(ends[1])};
+    return pipe->_ends->read && pipe->_ends->write ? std::move(pipe) : nullptr;
 }
 
 std::string Pipe::readDataToEndOfFile() {
     std::string bytes;
     char buffer[16384];
     while (true) {
-        const ssize_t got = read(_readEnd.get(), buffer, sizeof buffer);
+        const ssize_t got = read(_ends->read.get(), buffer, sizeof buffer);
         if (got == 0)
             return bytes;
         if (got > 0)
@@ -168,9 +143,9 @@ void Task::launch(const Setup& setup) {
         folder = openWorkingDirectory(setup);
         spawn.changeFolder(folder.get());
     }
-    FileDescriptor* const ends[] = {setup.standardInput ? &setup.standardInput->_readEnd : nullptr,
-                                    setup.standardOutput ? &setup.standardOutput->_writeEnd : nullptr,
-                                    setup.standardError ? &setup.standardError->_writeEnd : nullptr};
+    FileDescriptor* const ends[] = {setup.standardInput ? &setup.standardInput->_ends->read : nullptr,
+                                    setup.standardOutput ? &setup.standardOutput->_ends->write : nullptr,
+                                    setup.standardError ? &setup.standardError->_ends->write : nullptr};
     const bool connected = std::find(std::begin(ends), std::end(ends), nullptr) == std::end(ends);
     const FileDescriptor nullDevice = connected ? FileDescriptor() : openNullDevice();
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
@@ -178,8 +153,9 @@ void Task::launch(const Setup& setup) {
     spawn.closeFrom(STDERR_FILENO + 1);
 
     keepExitStatuses();
+    _child = std::make_shared<Child>();
     const std::string program = programPath(setup);
-    const int errorNumber = posix_spawn(&_processIdentifier, program.c_str(), spawn.actions(),
+    const int errorNumber = posix_spawn(&_child->identifier, program.c_str(), spawn.actions(),
                                         spawn.attributes(), arguments.data(), environment);
     if (errorNumber != 0)
         throw LaunchError(setup.launchPath, reasonOf(errorNumber));
@@ -190,7 +166,7 @@ void Task::launch(const Setup& setup) {
 
 void Task::waitUntilExit() {
     int status = 0;
-    while (waitpid(_processIdentifier, &status, 0) < 0)
+    while (waitpid(_child->identifier, &status, 0) < 0)
         if (errno != EINTR)
             throw std::system_error(errno, std::generic_category(), "wait for a child process");
     _terminationStatus = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);

@@ -24,11 +24,4 @@ UserDefaults::UserDefaults(const std::vector<std::string>& arguments, const std:
       _preferences(readDictionary(pathByAppending(configurationFolder(), domain + ".plist"))
                        .value_or(Value::Dictionary())) {}
 
-const Value* UserDefaults::object(const std::string& name) const {
-    for (const Value::Dictionary* settings : {&_arguments, &_preferences})
-        if (const Value* setting = find(*settings, name))
-            return setting;
-    return nullptr;
-}
-
 } // namespace platform

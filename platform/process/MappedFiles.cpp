@@ -11,8 +11,9 @@ namespace platform {
 namespace {
 
 extern "C" void endAtLostPage(int signalNumber, siginfo_t* information, void*) {
-    // Any other cause is a fault of this program, and happens again as soon as this returns.
-    if (information->si_code != BUS_ADRERR) {
+    // macOS reports BUS_ADRALN on arm64. Any other cause is a fault of this program, and happens again as
+    // soon as this returns.
+    if (information->si_code != BUS_ADRERR && information->si_code != BUS_ADRALN) {
         ::signal(signalNumber, SIG_DFL);
         return;
     }

@@ -30,8 +30,7 @@ Result<Place> placeOf(const std::string& path) {
         const std::size_t nameStart = rest.rfind('/') + 1;
         const std::string folder = nameStart == 0 ? "." : rest.substr(0, nameStart);
         const int start = place.folder ? place.folder.get() : AT_FDCWD;
-        // O_PATH does not require read permission for the folder.
-        place.folder = FileDescriptor(::openat(start, folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        place.folder = openFolder(start, folder.c_str());
         if (!place.folder)
             return posixError(errno, "write", path);
         place.name = rest.substr(nameStart);

@@ -1,0 +1,42 @@
+#include "platform/process/TaskSetup.h"
+
+#include "platform/foundation/Path.h"
+
+#include <signal.h>
+
+namespace platform {
+
+void checkTexts(const Task::Setup& setup) {
+    bool passable = !hasZeroByte(setup.launchPath) && !hasZeroByte(setup.currentDirectoryPath.value_or(""));
+    for (const std::string& argument : setup.arguments)
+        passable &= !hasZeroByte(argument);
+    for (const auto& [name, value] : setup.environment.value_or(Task::Environment())) {
+        passable &= !hasZeroByte(name) && !hasZeroByte(value);
+        if (name.empty() || name.find('=') != std::string::npos)
+            throw LaunchError(setup.launchPath, "no environment variable can be named \"" + name + "\"");
+    }
+    if (!passable)
+        throw LaunchError(setup.launchPath,
+                          "a path, an argument or an environment variable holds a zero byte");
+}
+
+std::string programPath(const Task::Setup& setup) {
+    if (setup.launchPath.starts_with('/') || setup.launchPath.empty() || !setup.currentDirectoryPath)
+        return setup.launchPath;
+    return pathByAppending(currentDirectory().value_or("."), setup.launchPath);
+}
+
+void keepExitStatuses() {
+    struct sigaction action;
+    if (sigaction(SIGCHLD, nullptr, &action) != 0)
+        return;
+    const bool ignored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
+    if (!ignored && (action.sa_flags & SA_NOCLDWAIT) == 0)
+        return;
+    action.sa_flags &= ~SA_NOCLDWAIT;
+    if (ignored)
+        action.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &action, nullptr);
+}
+
+} // namespace platform
