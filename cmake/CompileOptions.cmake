@@ -11,6 +11,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # g++ 12 warns about overlapping copies in string concatenation (https://gcc.gnu.org/PR105651).
   target_compile_options(orvane_options INTERFACE -Wno-restrict)
 endif()
+if(APPLE)
+  set(CMAKE_OBJCXX_STANDARD 20)
+  target_compile_options(orvane_options INTERFACE
+    -Wunguarded-availability
+    # "a ?: b" is usual in Objective-C.
+    $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc$<SEMICOLON>-Wno-gnu-conditional-omitted-operand>)
+endif()
 target_compile_definitions(orvane_options INTERFACE _FILE_OFFSET_BITS=64)
 
 if(ORVANE_SANITIZE)

@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+/// On macOS, `bytes` of 4 GiB or more throw std::length_error.
 namespace platform {
 
 /// The MD5 digest (RFC 1321) of `bytes`, 16 bytes. For identifiers only, not for security.

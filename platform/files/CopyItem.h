@@ -16,6 +16,7 @@ struct CopyPaths {
 /// between files, no data is read or written. Does not keep owners, extended attributes and the set-user-ID
 /// and set-group-ID bits. Pipes, sockets and devices are errors. An error names the file that could not be
 /// copied; the files copied before it remain.
+/// On macOS, NSFileManager copies: it keeps extended attributes, and the error is its own.
 Outcome copyItem(const CopyPaths& paths);
 
 } // namespace platform

@@ -6,12 +6,13 @@
 
 /// The user's folders. They may not exist. The home folder is $HOME if that is absolute, otherwise the one
 /// of the user database, and "/" if there is none.
+/// On macOS, only the first two functions exist.
 namespace platform {
 
 /// Whether $HOME or the user database names a home folder.
 bool hasHomeFolder();
 
-/// The folder for caches. On Linux: $XDG_CACHE_HOME if it is absolute, otherwise ~/.cache.
+/// The folder for caches. On macOS: ~/Library/Caches. On Linux: $XDG_CACHE_HOME if it is absolute, otherwise ~/.cache.
 std::string cachesFolder();
 
 /// The folder for preferences. On Linux: $XDG_CONFIG_HOME if it is absolute, otherwise ~/.config.

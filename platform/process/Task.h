@@ -19,7 +19,8 @@ public:
 };
 
 /// A pipe whose two ends belong to this process alone: both close on exec, and neither is one of the
-/// descriptors 0 to 2, even when the process was started with those closed.
+/// descriptors 0 to 2, even when the process was started with those closed. On macOS, NSPipe keeps to
+/// neither: prepareStandardStreams (StandardStreams.h) fills 0 to 2, and Task passes on no other descriptor.
 class Pipe {
 public:
     /// Null when the system has no descriptors left.
@@ -69,9 +70,11 @@ public:
     /// would keep no exit status. Throws LaunchError when the program or the working directory cannot be
     /// used, or when a text cannot be passed on (a zero byte anywhere; an environment name that is empty or
     /// holds "=").
+    /// On macOS, NSTask decides about signals, `newSession` has no effect, and text that is not UTF-8 cannot
+    /// be passed on.
     void launch(const Setup& setup);
 
-    /// Blocks until the child has exited.
+    /// Blocks until the child has exited. On macOS the calling thread's run loop runs meanwhile.
     void waitUntilExit();
 
     /// The exit status of a child that has been waited for, or 128 + N when signal N ended it.

@@ -14,6 +14,7 @@ namespace platform {
 /// Parses a document. Text of a binary document may contain U+0000; an unpaired surrogate becomes U+FFFD.
 /// Sets become arrays; UIDs of keyed archives become dictionaries with the key "CF$UID". Errors have the
 /// domain "NSCocoaErrorDomain" and Apple's code for a property list that cannot be read, 3840.
+/// On macOS, a document with UIDs is an error.
 Result<Value> parsePropertyList(std::string_view bytes);
 
 /// The root dictionary of the property list in the file at `path`. Null if the file cannot be read, is

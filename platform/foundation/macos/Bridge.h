@@ -1,0 +1,22 @@
+#pragma once
+
+#include "platform/foundation/Error.h"
+
+#import <Foundation/Foundation.h>
+
+#include <string>
+#include <string_view>
+
+/// Foundation's texts and errors as the project's, and the other way round.
+namespace platform {
+
+/// Null when `text` is not UTF-8.
+NSString* stringFrom(std::string_view text);
+
+/// UTF-8, with U+FFFD in place of a surrogate without a partner. A null string is empty text.
+std::string textFrom(NSString* string);
+
+/// Keeps the domain, the code and the localized description.
+Error errorFrom(NSError* error);
+
+} // namespace platform
