@@ -1,5 +1,5 @@
-# Toolchain for macOS: on a Mac the system's own, elsewhere clang, lld and libc++ 14 with an SDK, whose folder the variable or the
-# environment variable ORVANE_MACOS_SDK names. The presets set CMAKE_OSX_ARCHITECTURES, to one architecture.
+# Toolchain for macOS: on a Mac the system's own, elsewhere clang, lld and libc++ 14 with an SDK. The variable or the
+# environment variable ORVANE_MACOS_SDK names the SDK's folder. CMAKE_OSX_ARCHITECTURES must be one architecture.
 if(CMAKE_HOST_APPLE)
   return()
 endif()
@@ -39,7 +39,7 @@ file(CONFIGURE OUTPUT ${headers}/nlohmann_jsonConfig.cmake
 set(nlohmann_json_DIR ${headers})
 add_compile_options(-stdlib=libc++ -nostdinc++ "SHELL:-isystem ${headers}" "SHELL:-isystem ${llvm}/include/c++/v1")
 
-# Named one by one: an SDK made of stubs may lack the re-exports of its umbrella frameworks.
+# Named one by one: an SDK that was made of stubs may lack what its frameworks re-export.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-stdlib=libc++ -fuse-ld=lld -lobjc -framework CoreFoundation \
 -F${ORVANE_MACOS_SDK}/System/Library/Frameworks/CoreServices.framework/Versions/A/Frameworks -framework LaunchServices")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

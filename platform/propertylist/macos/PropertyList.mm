@@ -140,7 +140,7 @@ Result<Value> parsePropertyList(std::string_view bytes) {
         id const root = [NSPropertyListSerialization propertyListWithData:data
                                                                   options:NSPropertyListImmutable
                                                                    format:&format
-                                                                    error:nil];
+                                                                    error:nullptr];
         // Almost any text is a document in the format of OpenStep.
         if (!root || format == NSPropertyListOpenStepFormat)
             return corruptPropertyList("it is neither an XML nor a binary document");

@@ -10,7 +10,7 @@ Value::Dictionary settingsIn(NSDictionary* domain) {
     NSData* const data = [NSPropertyListSerialization dataWithPropertyList:domain ?: @{}
                                                                     format:NSPropertyListBinaryFormat_v1_0
                                                                    options:0
-                                                                     error:nil];
+                                                                     error:nullptr];
     Result<Value> settings = parsePropertyList({static_cast<const char*>(data.bytes), data.length});
     return settings ? std::move(*(*settings).as<Value::Dictionary>()) : Value::Dictionary();
 }
