@@ -68,7 +68,7 @@ private:
     std::string_view _text;
 };
 
-/// The work behind `format`: `text` has been checked against `arguments` when it was compiled.
+/// Implements `format`. The compiler has checked `text` against `arguments`.
 std::string formatChecked(std::string_view text, const FormatArgument* arguments);
 
 /// Implements `format`. The compiler has checked `text` against `arguments`.

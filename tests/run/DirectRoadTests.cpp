@@ -293,7 +293,7 @@ TEST_F(DirectRoad, WorksOverHTTPS) {
                                               hide + " && exec \"$@\"", "sh"};
     printed(build.launch(unshare), 0);
     build.environment.erase("SSL_CERT_FILE");
-    EXPECT_THAT(printed(build.launch(unshare), 1), HasSubstr("no certificates"));
+    EXPECT_THAT(printed(build.launch(unshare), 1), HasSubstr("no trusted certificates"));
 }
 
 TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductAllSucceed) {

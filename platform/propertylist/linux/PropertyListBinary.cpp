@@ -58,14 +58,14 @@ public:
         if (_table < magicSize || _table > tableEnd || _objectCount > (tableEnd - _table) / _offsetSize)
             return corruptPropertyList("its offset table lies outside");
         Value root = value(number(trailer.substr(16, 8)), 0);
-        return _problem ? Result<Value>(corruptPropertyList(_problem)) : std::move(root);
+        return _problem.empty() ? std::move(root) : Result<Value>(corruptPropertyList(_problem));
     }
 
 private:
     /// Keeps the first error.
-    Value fail(const char* problem) {
-        if (!_problem)
-            _problem = problem;
+    Value fail(std::string problem) {
+        if (_problem.empty())
+            _problem = std::move(problem);
         return nullptr;
     }
 
@@ -148,7 +148,7 @@ private:
         Value::Array elements;
         Value::Dictionary members;
         elements.reserve(object.kind == dictionary ? 0 : object.count);
-        for (std::uint64_t i = 0; i < object.count && !_problem; ++i) {
+        for (std::uint64_t i = 0; i < object.count && _problem.empty(); ++i) {
             Value first = element(i);
             if (object.kind != dictionary)
                 elements.push_back(std::move(first));
@@ -182,7 +182,7 @@ private:
     std::uint64_t _referenceSize = 0;
     std::uint64_t _objectCount = 0;
     std::uint64_t _table = 0; // also the end of the objects
-    const char* _problem = nullptr;
+    std::string _problem;
 };
 
 } // namespace
