@@ -6,19 +6,20 @@
 #include <optional>
 #include <vector>
 
-/// Which application opens a URL, and opening it. An operating system supplies one implementation.
+/// Which application opens a URL, and opening it.
 namespace platform {
 
-/// The folder of the application that is registered for the scheme of `url`, as a file URL that ends in "/",
-/// or nothing when no application is.
+/// The folder of the application that is registered for the scheme of `url`, as a file URL that ends with
+/// "/". Null if there is none.
 std::optional<URL> applicationForURL(const URL& url);
 
-/// Hands `urls`, all of one scheme, to the application registered for it. Returns 0 once the request is
-/// handed over, and another status when there is no such application, it cannot be started, or `urls` is
-/// empty. The application is not waited for; it shares no standard stream and no session with this process.
+/// Opens `urls`, which must have the same scheme, with the application registered for it. Returns 0 when the
+/// application has been started. Returns another status if there is none, if it cannot be started or if
+/// `urls` is empty. Does not wait for the application, which runs in its own session without this process's
+/// standard streams.
 std::int32_t openURLs(const std::vector<URL>& urls);
 
-/// Asks the user's default browser to show `url`; nothing happens when there is none.
+/// Opens `url` in the user's default browser. Does nothing if there is none.
 void openInBrowser(const URL& url);
 
 } // namespace platform

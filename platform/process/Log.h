@@ -4,16 +4,16 @@
 
 namespace platform {
 
-/// The platform log call. Writes one record to standard error, in one write: a header of local date, time
-/// with milliseconds, process name, process and thread id, then `message` as it stands, then one line break.
-/// Records of processes that share a log do not mix. Never fails, and once SIGPIPE is ignored
-/// (StandardStreams.h) never ends the process: what a closed, broken or full standard error does not take is
-/// dropped. Any thread may call it, and the records of several threads do not mix either.
-/// On macOS, NSLog makes the header, also gives the record to the system's log, and does not keep the records
-/// of processes apart.
+/// Writes one record to standard error, in one write: date and time with milliseconds (local), process name,
+/// process and thread id, `message`, and a line break. Records of several threads or processes do not mix.
+/// Never fails. Once SIGPIPE is ignored (StandardStreams.h) it does not end the process either: text that a
+/// closed or full standard error does not accept is dropped. Any thread.
+///
+/// On macOS, NSLog formats the record and sends it to the system's log too. Records of several processes may
+/// mix.
 void log(std::string_view message);
 
-/// Writes `text` to standard error, in one write and under the same promises as `log`.
+/// Writes `text` to standard error, with the same guarantees as `log`.
 void writeToStandardError(std::string_view text);
 
 } // namespace platform

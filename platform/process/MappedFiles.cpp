@@ -11,15 +11,15 @@ namespace platform {
 namespace {
 
 extern "C" void endAtLostPage(int signalNumber, siginfo_t* information, void*) {
-    // macOS reports BUS_ADRALN on arm64. Any other cause is a fault of this program, and happens again as
-    // soon as this returns.
+    // On arm64, macOS reports BUS_ADRALN. Any other code is a fault of this program: it occurs again, with
+    // the default action, when the handler returns.
     if (information->si_code != BUS_ADRERR && information->si_code != BUS_ADRALN) {
         ::signal(signalNumber, SIG_DFL);
         return;
     }
     writeToStandardError(
-        "The run cannot go on: a file was cut short while it was being read. Run it again when "
-        "nothing writes the build's products any more.\n");
+        "Another program truncated a file while it was being read. Try again when no other program writes the "
+        "build's products.\n");
     ::_exit(EXIT_FAILURE);
 }
 

@@ -2,9 +2,9 @@
 
 namespace platform {
 
-/// From now on, reading a mapped file behind the end that another program has meanwhile given it ends the
-/// process with status 1 and a sentence on standard error, not with a core dump. macOS does not tell it from
-/// a write to protected memory, which ends the process in the same way.
+/// Installs a handler for reads of a mapped file beyond its end, which happen when another program truncates
+/// the file. It ends the process with a message and status 1 instead of a crash. On macOS, a write to
+/// protected memory has the same effect, because the signal is the same.
 void endWhenAMappedFileIsCutShort();
 
 } // namespace platform

@@ -6,19 +6,19 @@
 
 namespace platform {
 
-/// What the kernel's process table says about one process; all zero for a process that is not there.
+/// An entry of the kernel's process table; all zero for a process that does not exist.
 struct ProcessRecord {
     std::uint32_t identifier = 0;
     std::uint32_t parentIdentifier = 0;
-    /// The short command name as the kernel keeps it, cut to its length; any bytes.
+    /// The short command name, truncated by the kernel. Any bytes.
     std::string commandName;
 };
 
 std::uint32_t ownProcessIdentifier();
 
-/// The record of one process. A process that does not exist, is the idle process 0 or is hidden from this
-/// user has the all-zero record. Nothing when the table could not be asked just now. A process that has no
-/// descriptor left can still ask: one is kept for that from the start of the program.
+/// The record of one process. All zero if the process does not exist, is the idle process 0 or is hidden
+/// from this user. Null if the system call failed. Works even if the process has no free descriptor: one is
+/// reserved when the program starts.
 std::optional<ProcessRecord> processRecord(std::uint32_t identifier);
 
 } // namespace platform

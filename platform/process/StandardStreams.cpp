@@ -9,9 +9,9 @@ namespace platform {
 void prepareStandardStreams() {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
         if (fcntl(stream, F_GETFD) == -1)
-            // The lowest free number is taken, which is this stream's.
+            // open returns the lowest free number, which is the number of the closed stream.
             static_cast<void>(::open("/dev/null", O_RDWR));
-    // Both are errors of the write instead.
+    // The failed write reports an error instead.
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
 }

@@ -2,10 +2,9 @@
 
 namespace platform {
 
-/// Makes the three standard streams safe to use, before anything else is opened. A stream that the caller
-/// closed is opened on the null device, so that no file or connection of this process can take its number and
-/// receive what is meant for the log. SIGPIPE and SIGXFSZ are ignored: a log or a server that goes away, or a
-/// file that may not grow, is an error, not the end.
+/// Makes the three standard streams safe to use. Call it first in main. Opens the null device for each
+/// closed stream; otherwise a file or connection could get its number and receive the log. Ignores SIGPIPE
+/// and SIGXFSZ, so that a closed log or connection and a file-size limit are reported as errors.
 void prepareStandardStreams();
 
 } // namespace platform

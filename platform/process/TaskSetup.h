@@ -2,16 +2,16 @@
 
 #include "platform/process/Task.h"
 
-/// What Task::launch does before it starts a child, the same on every system.
+/// The parts of Task::launch that all systems share.
 namespace platform {
 
-/// Throws LaunchError when the system cannot pass on a text of `setup`.
+/// Throws LaunchError if the system cannot pass a text of `setup` to a child.
 void checkTexts(const Task::Setup& setup);
 
-/// The launch path, made absolute when the child is to start in another folder.
+/// The launch path, made absolute if the child starts in another folder.
 std::string programPath(const Task::Setup& setup);
 
-/// Has the system keep the exit statuses of children until they are waited for.
+/// Makes the system keep the exit statuses of children until they are waited for.
 void keepExitStatuses();
 
 } // namespace platform

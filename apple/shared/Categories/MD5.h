@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// The MD5 digest (RFC 1321) of the bytes of `data`, as 32 lower-case hexadecimal digits.
+/// The MD5 digest (RFC 1321) of `data`, as 32 lower-case hexadecimal digits.
 std::string MD5(const platform::Data& data);
 
-/// The same for text: its UTF-8 bytes up to the first zero byte, which does not count.
+/// The digest of a text: of its UTF-8 bytes before the first zero byte.
 std::string MD5(const std::string& string);

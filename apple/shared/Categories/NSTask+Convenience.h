@@ -9,45 +9,45 @@
 #include <string>
 #include <vector>
 
-/// Runs one program to its end. C++ cannot add operations to the platform's process class (platform::Task),
-/// so they stand in a class that bears its name and has no objects.
+/// Runs one program to its end. These operations belong to the platform's process class (platform::Task),
+/// but C++ cannot add operations to a class, so they are static functions of a class with its name.
 ///
-/// Every operation blocks the calling thread until the child has exited, and may be called on any thread. The
-/// path is used as it stands: no shell, no search path. The child's three standard streams are fresh pipes;
-/// nothing comes from its standard input, which does not end either while it runs.
+/// Each operation blocks the calling thread until the child has exited. Any thread. The path is used
+/// unchanged: no shell, no search path. The child's three standard streams are new pipes. Its standard input
+/// stays open and provides no data.
 ///
-/// What the child writes is read only once it has exited. A child that writes more than a pipe holds (64 KiB)
-/// to one stream therefore never exits, and the call never returns: run quiet programs only.
+/// The output is read after the child has exited. A child that writes more than a pipe holds (64 KiB) to one
+/// stream never exits, and the call never returns. Use these operations for programs with little output.
 ///
-/// A program that cannot be started, for a reason of its own or of its working directory, is a
-/// platform::LaunchError (platform/process/Task.h), and no completion is called. When no pipe can be made the
-/// process ends by an assertion.
+/// If the program cannot be started, platform::LaunchError (platform/process/Task.h) is thrown and the
+/// completion is not called. If no pipe can be created, the process ends by an assertion.
 class NSTask {
 public:
     using Arguments = std::vector<std::string>;
     using Environment = std::map<std::string, std::string>;
-    /// Takes all that the child wrote to standard error, all that it wrote to standard output, and its exit
-    /// status, or 128 + N when signal N ended it. What it throws passes to the caller of the operation.
+    /// Receives the child's standard error, standard output and exit status (128 + N if signal N ended it).
+    /// An exception passes to the caller of the operation.
     using Completion = std::function<void(const platform::Data& stderrData, const platform::Data& stdoutData,
                                           std::int32_t terminationStatus)>;
 
     NSTask() = delete;
 
-    /// Calls `completion` once, on the calling thread, before returning. No working directory: the caller's.
-    /// No environment: the caller's; one that is given is the child's whole environment.
+    /// Calls `completion` once, on the calling thread, before it returns. If the working directory or the
+    /// environment is null, the child inherits the caller's; otherwise `environment` is the child's whole
+    /// environment.
     static void launchWithPath(const std::string& path, const std::optional<std::string>& workingDirectory,
                                const std::optional<Arguments>& arguments,
                                const std::optional<Environment>& environment, const Completion& completion);
     static void launchWithPath(const std::string& path, const std::optional<std::string>& workingDirectory,
                                const std::optional<Arguments>& arguments, const Completion& completion);
 
-    /// One stream as text, or nothing when it is not UTF-8. The other stream and the status are dropped.
+    /// The text of one stream; null if it is not UTF-8. Ignores the other stream and the exit status.
     static std::optional<std::string> stdoutWithLaunchPath(const std::string& path,
                                                            const Arguments& arguments);
     static std::optional<std::string> stderrWithLaunchPath(const std::string& path,
                                                            const Arguments& arguments);
 
-    /// True when the exit status is 0. What the child wrote is dropped.
+    /// Whether the exit status is 0. Ignores the output.
     static bool runTaskWithLaunchPath(const std::string& path,
                                       const std::optional<std::string>& currentDirectoryPath,
                                       const Arguments& arguments);

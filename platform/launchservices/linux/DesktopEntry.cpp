@@ -20,7 +20,8 @@ bool isExecutable(const std::string& path) {
     return access(path.c_str(), X_OK) == 0 && !isDirectory(path);
 }
 
-/// The path of an installed program, or "". A path that depends on the working directory names none.
+/// The path of an installed program; empty if there is none. Paths relative to the working directory are not
+/// accepted.
 std::string installedProgram(const std::string& name) {
     if (name.starts_with('/') && isExecutable(name))
         return name;
@@ -31,9 +32,9 @@ std::string installedProgram(const std::string& name) {
     return "";
 }
 
-/// The words of an Exec value, without their quotes. None when a quote or an escape is not ended. The
-/// standard has double quotes around whole words; desktops also take single quotes, quotes around a part of a
-/// word, and escapes outside of quotes.
+/// Splits an Exec value into words and removes the quotes. Empty if a quote or escape is incomplete. The
+/// standard allows double quotes around whole words only. Desktops also accept single quotes, quotes around
+/// a part of a word, and escapes outside quotes.
 std::vector<std::string> wordsOf(std::string_view line) {
     std::vector<std::string> words;
     bool inWord = false;
@@ -61,8 +62,8 @@ std::vector<std::string> wordsOf(std::string_view line) {
     return quote ? std::vector<std::string>() : words;
 }
 
-/// `word` with its field codes replaced; sets `hasURL` when one of them is for a URL. Nothing when the
-/// standard does not know a code: such a line must not be used.
+/// Replaces the field codes of `word`. Sets `hasURL` if one of them stands for a URL. Null if a code is
+/// unknown: the standard forbids the use of such a line.
 std::optional<std::string> expanded(std::string_view word, const std::map<char, std::string>& codes,
                                     bool& hasURL) {
     std::string result;
@@ -88,7 +89,7 @@ DesktopEntry DesktopEntry::find(const std::string& folder, std::string_view iden
     for (std::size_t dash = identifier.find('-'); dash != none && entry.file.empty();
          dash = identifier.find('-', dash + 1)) {
         const std::string below = pathByAppending(folder, identifier.substr(0, dash));
-        // "." and ".." would lead to the same folders again and again.
+        // "." and ".." would cause an endless recursion.
         if (dash > 0 && identifier.front() != '.' && isDirectory(below))
             entry = find(below, identifier.substr(dash + 1));
     }

@@ -7,8 +7,8 @@
 namespace platform {
 namespace {
 
-/// Many times what a desktop with all applications of a distribution needs. The limit on values also limits
-/// what field codes expand to.
+/// Far above the size on a desktop with all applications of a distribution. The limit for values also limits
+/// the expansion of field codes.
 constexpr std::size_t fileSizeLimit = 4 << 20, valueSizeLimit = 16 << 10;
 
 } // namespace
@@ -20,7 +20,7 @@ Data readKeyFile(const std::string& path) {
 
 std::string_view keyFileValue(const Data& file, std::string_view group, std::string_view key) {
     constexpr std::string_view blanks = " \t\r", byteOrderMark = "\xEF\xBB\xBF";
-    if (file.bytes().find(key) == std::string_view::npos) // the fast answer for a large cache
+    if (file.bytes().find(key) == std::string_view::npos) // avoids the line-by-line search of a large cache
         return "";
     const std::string header = std::string("[").append(group).append("]");
     std::string_view rest = file.bytes(), value;
@@ -32,7 +32,7 @@ std::string_view keyFileValue(const Data& file, std::string_view group, std::str
         if (line.starts_with('[')) {
             inGroup = line == header;
         } else if (inGroup && line.starts_with(key)) {
-            // Without "=" here it is another key that begins alike, such as "Name[de]".
+            // A key that only begins with `key`, such as "Name[de]".
             const std::string_view assignment = trimmed(line.substr(key.size()), blanks);
             if (assignment.starts_with('='))
                 value = trimmed(assignment.substr(1), blanks);

@@ -13,25 +13,25 @@
 #include <cstdlib>
 #include <set>
 
-// A desktop's default handlers, as the freedesktop standard "Association between MIME types and applications"
-// 1.0.1 describes them. An application's own MimeType line is not read, only its copy in mimeinfo.cache:
-// otherwise each look-up would read all entries.
+// Default handlers as defined by the freedesktop standard "Association between MIME types and applications"
+// 1.0.1. The MimeType lines of applications are not read, only their copy in mimeinfo.cache: otherwise each
+// look-up would read all desktop entries.
 
 namespace platform {
 namespace {
 
-// OSStatus values of the published LSInfo.h.
+// OSStatus values of Apple's LSInfo.h.
 constexpr std::int32_t parameterError = -50;
 constexpr std::int32_t unknownError = -10810;
 constexpr std::int32_t applicationNotFoundError = -10814;
 
-/// A folder that can hold association files, and whether it holds desktop entries too.
+/// A folder that may contain association files, and whether it contains desktop entries too.
 struct Folder {
     std::string path;
     bool hasEntries;
 };
 
-/// The most important first.
+/// In decreasing order of precedence.
 std::vector<Folder> desktopFolders() {
     std::vector<Folder> folders = {{configurationFolder(), false}};
     for (const std::string& folder : foldersInVariable("XDG_CONFIG_DIRS", "/etc/xdg"))
@@ -42,15 +42,15 @@ std::vector<Folder> desktopFolders() {
     return folders;
 }
 
-/// A desktop file ID that counts only if the first entry that bears it is in the folder `firstFolder` or
-/// after.
+/// A desktop file ID. It is valid only if the first entry with this ID is in the folder `firstFolder` or a
+/// later one.
 struct Candidate {
     std::string identifier;
     std::size_t firstFolder;
 };
 
-/// The names of the files with associations in one folder. Only the last, which is for all desktops, may add
-/// or remove associations.
+/// The names of the association files in one folder. Only the last one, which applies to all desktops, may
+/// add and remove associations.
 std::vector<std::string> listNames() {
     const char* desktops = std::getenv("XDG_CURRENT_DESKTOP");
     std::vector<std::string> names;
@@ -63,7 +63,7 @@ std::vector<std::string> listNames() {
     return names;
 }
 
-/// The applications for a MIME type, the preferred first.
+/// The applications for a MIME type, in order of preference.
 std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<Folder>& folders) {
     std::vector<Candidate> candidates, associated;
     std::set<std::string, std::less<>> removed;
@@ -89,12 +89,12 @@ std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<
     return candidates;
 }
 
-/// The installed application that opens URLs of this scheme; its file is empty when there is none.
+/// The installed application for URLs of this scheme; its file is empty if there is none.
 DesktopEntry handlerForURL(const URL& url) {
     const std::vector<Folder> folders = desktopFolders();
     for (const auto& [identifier, firstFolder] : candidatesFor("x-scheme-handler/" + url.scheme(), folders)) {
         DesktopEntry entry;
-        std::size_t visited = 0; // the entry's folder is the last of them
+        std::size_t visited = 0; // the number of folders up to the entry's folder
         for (; visited < folders.size() && entry.file.empty(); ++visited)
             if (folders[visited].hasEntries)
                 entry = DesktopEntry::find(folders[visited].path, identifier);
@@ -105,7 +105,7 @@ DesktopEntry handlerForURL(const URL& url) {
     return {};
 }
 
-/// The nearest "*.app" folder above `program`.
+/// The innermost "*.app" folder above `program`.
 std::optional<std::string> applicationFolderAbove(const std::string& program) {
     for (std::size_t end = program.rfind('/'); end != std::string::npos && end > 0;
          end = program.rfind('/', end - 1)) {

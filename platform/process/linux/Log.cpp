@@ -19,9 +19,9 @@ namespace {
 
 constexpr int fullStreamPatienceMilliseconds = 1000;
 
-/// Held while a record is written. A pipe takes only PIPE_BUF bytes whole (pipe(7)), so that a longer record
-/// may stop in its middle until somebody reads. The file lock keeps other processes out and ends with this
-/// one at the latest; it does not keep out other threads, which the mutex does.
+/// Locked while a record is written. A pipe accepts only PIPE_BUF bytes in one piece (pipe(7)), so a longer
+/// record can be interrupted by another one. The file lock excludes other processes, the mutex other
+/// threads. The system releases the file lock when the process ends.
 class Turn {
 public:
     Turn() : _thread(threads()) {
@@ -36,7 +36,7 @@ public:
     Turn& operator=(const Turn&) = delete;
 
 private:
-    // Never destroyed: threads may log until the very end.
+    // Never destroyed, because threads may log until the process ends.
     static std::mutex& threads() {
         static auto* const mutex = new std::mutex;
         return *mutex;
@@ -56,7 +56,7 @@ private:
     bool _isLocked = false;
 };
 
-/// Waits until a non-blocking stream takes more; false when it does not in good time.
+/// Waits until a non-blocking stream accepts more data; false after a timeout.
 bool becomesWritable() {
     pollfd stream = {STDERR_FILENO, POLLOUT, 0};
     return poll(&stream, 1, fullStreamPatienceMilliseconds) > 0 && (stream.revents & POLLOUT) != 0;

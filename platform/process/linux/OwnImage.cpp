@@ -16,7 +16,7 @@
 namespace platform {
 namespace {
 
-/// dl_iterate_phdr(3) visits the main program first; its image starts with the segment at file offset 0.
+/// dl_iterate_phdr(3) visits the main program first. Its image starts with the segment at file offset 0.
 int storeFirstImageBase(dl_phdr_info* image, std::size_t, void* result) {
     for (int i = 0; i < image->dlpi_phnum; ++i)
         if (image->dlpi_phdr[i].p_type == PT_LOAD && image->dlpi_phdr[i].p_offset == 0)
@@ -24,8 +24,8 @@ int storeFirstImageBase(dl_phdr_info* image, std::size_t, void* result) {
     return 1;
 }
 
-/// The working directory of the start. It is noted before all other code of the program, and not on the heap:
-/// nobody could report a failed allocation there.
+/// The working directory at the start of the program, read before any other code can change it. Not on the
+/// heap, because an allocation failure at this time could not be reported.
 std::array<char, PATH_MAX> startFolder;
 
 [[gnu::constructor(101)]] void noteStartFolder() {
@@ -41,19 +41,19 @@ std::string startPath() {
     return pathByAppending(startFolder.data(), path);
 }
 
-/// The path that the program was started with, made absolute. The kernel passes it (getauxval(3)), and the
-/// loader corrects it when it was started itself to run the program. argv[0] may be any text. /proc/self/exe
-/// names the loader in that case, and another file once the program's own has been deleted. Never destroyed:
-/// any thread may ask until the very end.
+/// The absolute path with which the program was started. The kernel passes the path (getauxval(3)), and the
+/// loader corrects it if the program was started through the loader. argv[0] may be any text. /proc/self/exe
+/// is wrong in two cases: it names the loader, or a deleted file. Never destroyed, because any thread may
+/// read it until the process ends.
 const std::string& ownPath() {
     static const auto* const path = new std::string(startPath());
     return *path;
 }
 
-/// dladdr(3) does this too, but not in a program that is linked statically.
+/// Like dladdr(3), which does not work in a statically linked program.
 struct Search {
     const std::uintptr_t address;
-    /// Made before the search: no exception may pass through dl_iterate_phdr.
+    /// Allocated before the search, because an exception must not pass through dl_iterate_phdr.
     const char* const mainPath;
     bool isMainProgram = true;
     const char* path = nullptr;

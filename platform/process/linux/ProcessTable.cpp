@@ -17,13 +17,12 @@
 namespace platform {
 namespace {
 
-/// A descriptor that is kept for the time when this process has no other left. Open from the start of the
-/// program.
+/// A descriptor that is open from the start of the program and is closed when no other descriptor is free.
 class Reserve {
 public:
     Reserve() { keep(); }
 
-    /// Calls `step` with one descriptor more to spare. Others may take it first.
+    /// Calls `step` while one more descriptor is free. Another thread may take it first.
     template <class Step>
     auto lendTo(Step step) {
         const std::lock_guard lock(_mutex);
@@ -40,8 +39,8 @@ private:
     FileDescriptor _descriptor;
 };
 
-/// Never destroyed: any thread may ask until the very end. Not on the heap: before main nobody could report a
-/// failed allocation.
+/// Never destroyed, because any thread may use it until the process ends. Not on the heap, because an
+/// allocation failure before main could not be reported.
 Reserve& reserve() {
     alignas(Reserve) static std::array<std::byte, sizeof(Reserve)> memory;
     static auto* const instance = new (memory.data()) Reserve;
@@ -54,8 +53,8 @@ bool saysThatThereIsNoRecord(int errorNumber) {
     return errorNumber == ENOENT || errorNumber == ESRCH || errorNumber == EACCES || errorNumber == EPERM;
 }
 
-/// One line of /proc/<id>/stat, "id (command name) state parent ...", see proc(5). The name may hold blanks,
-/// parentheses and line breaks; nothing behind it does.
+/// Parses /proc/<id>/stat: "id (command name) state parent ..." (proc(5)). The name may contain blanks,
+/// parentheses and line breaks; the fields after it do not.
 ProcessRecord parseStat(std::uint32_t identifier, std::string_view line) {
     const std::size_t open = line.find('(');
     const std::size_t close = line.rfind(')');

@@ -21,16 +21,15 @@ std::string reasonOf(int errorNumber) {
     return std::generic_category().message(errorNumber);
 }
 
-/// A root file system that holds a single program may have no devices. There an empty file in memory takes
-/// the null device's place.
+/// Opens the null device. A root file system that contains only one program may have no devices; an empty
+/// file in memory replaces it there.
 FileDescriptor openNullDevice() {
     const int device = open("/dev/null", O_RDWR | O_CLOEXEC);
     return aboveStandardStreams(device >= 0 ? device : memfd_create("null", MFD_CLOEXEC));
 }
 
-/// What posix_spawn does in the child before it becomes the program. A broken pipe must end the program even
-/// when this process ignores SIGPIPE, and so must a file that may not grow; signals that this process blocks
-/// must reach it.
+/// The signal set-up of the child. The default actions of SIGPIPE and SIGXFSZ are restored because this
+/// process ignores them, and signals that this process blocks are unblocked.
 class SpawnSetup {
 public:
     explicit SpawnSetup(const Task::Setup& setup) : _launchPath(setup.launchPath) {
@@ -72,7 +71,7 @@ private:
     posix_spawnattr_t _attributes;
 };
 
-/// Opened here so that a missing folder can be told from a missing program.
+/// Opened here to distinguish a missing folder from a missing program.
 FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
     const std::string& path = *setup.currentDirectoryPath;
     FileDescriptor folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -82,7 +81,7 @@ FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
     return folder;
 }
 
-/// The null-terminated form that the system takes; borrows from `texts`.
+/// The null-terminated array that execve takes. It points into `texts`.
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     pointers.reserve(texts.size() + 1);
