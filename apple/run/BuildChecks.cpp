@@ -14,10 +14,6 @@ void verifySettingIsPresent(const BuildSettings& buildSettings, std::string_view
                                platform::format("%@ value not found in environment", key));
 }
 
-std::string infoPlistPath(const BuildSettings& buildSettings) {
-    return joinedSettings(buildSettings, "BUILT_PRODUCTS_DIR", "INFOPLIST_PATH");
-}
-
 } // namespace
 
 void verifyEnvironmentIsValid(const BuildSettings& buildSettings) {
@@ -25,7 +21,7 @@ void verifyEnvironmentIsValid(const BuildSettings& buildSettings) {
          {"BUILT_PRODUCTS_DIR", "INFOPLIST_PATH", "DWARF_DSYM_FILE_NAME", "DWARF_DSYM_FOLDER_PATH"})
         verifySettingIsPresent(buildSettings, key);
 
-    const std::string path = infoPlistPath(buildSettings);
+    const std::string path = appInfoPlistPath(buildSettings);
     if (!platform::fileExists(path))
         failWithTitleAndReason(
             "Info.plist Error",
@@ -37,8 +33,7 @@ void verifyEnvironmentIsValid(const BuildSettings& buildSettings) {
 
     verifyInfoPlistValuesAtPath(path);
 
-    const std::string dSYMPath =
-        joinedSettings(buildSettings, "DWARF_DSYM_FOLDER_PATH", "DWARF_DSYM_FILE_NAME");
+    const std::string dSYMPath = appDSYMPath(buildSettings);
     if (!platform::fileExists(dSYMPath))
         failWithTitleAndReason(
             "dSYM Error",
@@ -70,7 +65,7 @@ std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& bui
 }
 
 platform::Value::Dictionary infoPlistDictionary(const BuildSettings& buildSettings) {
-    const std::string path = infoPlistPath(buildSettings);
+    const std::string path = appInfoPlistPath(buildSettings);
     auto infoPlist = platform::readDictionary(path);
     if (!infoPlist)
         failWithTitleAndReason("Failed to Load File",

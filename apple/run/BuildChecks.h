@@ -10,18 +10,18 @@
 /// ends the process with status 1.
 namespace orvane {
 
-/// Returns only when the settings that locate the app's Info.plist and dSYM are there, both exist, and the
-/// Info.plist has a bundle identifier.
+/// Checks that the settings for the app's Info.plist and dSYM are present, that both exist, and that the
+/// Info.plist contains a bundle identifier.
 void verifyEnvironmentIsValid(const BuildSettings& buildSettings);
 
-/// Returns only when the property list at `path` has a CFBundleIdentifier that is text and not empty.
+/// Checks that the property list at `path` contains a CFBundleIdentifier that is a non-empty text.
 void verifyInfoPlistValuesAtPath(const std::string& path);
 
-/// The app's Info.plist, or nothing when a setting is absent, the file cannot be read, or its root is no
-/// dictionary. INFOPLIST_PATH is a path component here: below an empty BUILT_PRODUCTS_DIR it stands alone.
+/// The app's Info.plist. Null if a setting is absent or if the file is not readable or not a dictionary.
+/// INFOPLIST_PATH is appended as a path component: if BUILT_PRODUCTS_DIR is empty, it is used alone.
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings);
 
-/// The app's Info.plist; returns only when it can be read.
+/// The app's Info.plist. Fails as a check if it cannot be read.
 platform::Value::Dictionary infoPlistDictionary(const BuildSettings& buildSettings);
 
 } // namespace orvane

@@ -8,9 +8,8 @@
 
 namespace orvane {
 
-/// The description of one build that the companion app reads as Build.plist: the settings that tell about the
-/// build, the tool's own values, the copied dSYMs, what the app's Info.plist says about the app, and the
-/// whole environment.
+/// The contents of Build.plist, which the companion app reads: settings of the build, values of the tool,
+/// the paths of the copied dSYMs, values of the app's Info.plist, and the whole environment.
 platform::Value::Dictionary buildDescription(const BuildSettings& buildSettings, const std::string& apiKey,
                                              const std::vector<std::string>& dSYMs);
 

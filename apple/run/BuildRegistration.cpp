@@ -1,8 +1,8 @@
+#include "run/BuildRegistration.h"
+
 #include "TWLWebClient/TWLWebClient.h"
 #include "run/BuildChecks.h"
 #include "run/Console.h"
-#include "run/ServiceCalls.h"
-#include "run/ServiceRequest.h"
 #include "run/VendorConfiguration.h"
 
 #include <strings.h>
@@ -45,8 +45,8 @@ bool buildConfigure(const BuildSettings& buildSettings, const Credentials& crede
         if (isFinalAttempt)
             logFailure(*response);
         else
-            // What the second attempt gives is not this call's result.
-            buildConfigure(buildSettings, credentials, isBuildServer, true);
+            // The second attempt's result is not returned.
+            buildConfigure(buildSettings, credentials, isBuildServer, /*isFinalAttempt=*/true);
     });
     return accepted;
 }

@@ -2,6 +2,12 @@
 
 namespace orvane {
 
+static std::string joined(const BuildSettings& buildSettings, std::string_view folderKey,
+                          std::string_view nameKey) {
+    return setting(buildSettings, folderKey).value_or("") + "/" +
+           setting(buildSettings, nameKey).value_or("");
+}
+
 BuildSettings buildSettingsFromEnvironment(const char* const* environment) {
     BuildSettings buildSettings;
     for (; environment && *environment; ++environment) {
@@ -18,10 +24,16 @@ std::optional<std::string> setting(const BuildSettings& buildSettings, std::stri
     return found == buildSettings.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::string joinedSettings(const BuildSettings& buildSettings, std::string_view folderKey,
-                           std::string_view nameKey) {
-    return setting(buildSettings, folderKey).value_or("") + "/" +
-           setting(buildSettings, nameKey).value_or("");
+std::string appInfoPlistPath(const BuildSettings& buildSettings) {
+    return joined(buildSettings, "BUILT_PRODUCTS_DIR", "INFOPLIST_PATH");
+}
+
+std::string appDSYMPath(const BuildSettings& buildSettings) {
+    return joined(buildSettings, "DWARF_DSYM_FOLDER_PATH", "DWARF_DSYM_FILE_NAME");
+}
+
+std::string appExecutablePath(const BuildSettings& buildSettings) {
+    return joined(buildSettings, "BUILT_PRODUCTS_DIR", "EXECUTABLE_PATH");
 }
 
 } // namespace orvane

@@ -28,7 +28,7 @@ void failWithTitleAndReason(std::string_view title, std::string_view reason) {
 }
 
 void exitWithFailure() {
-    // std::exit would wait for the steps of queues that other threads run, and destroy what they use.
+    // std::exit would wait for the steps that other threads run and destroy static objects that they use.
     std::_Exit(EXIT_FAILURE);
 }
 

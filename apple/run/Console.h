@@ -8,39 +8,39 @@
 
 namespace orvane {
 
-/// Whether debug-only lines are printed. False at start, set at most once, before any other thread exists.
+/// Whether debug lines are printed. Set at most once, before other threads exist.
 bool debugMode();
 void setDebugMode();
 
-/// Logs `message` behind the product tag, as "\n\nOrvane: %@".
+/// Logs `message` with the product's name: "
+/// Orvane: %@".
 void logWithTag(std::string_view message);
 
-/// The tool's logging call: formats the arguments ("%@" an object's description, "%i" and "%d" integers) and
-/// logs the text behind the product tag. It does not look at `debugMode`. Any thread may call it.
+/// Formats the arguments ("%@" an object's description, "%i" and "%d" integers) and logs the text with the
+/// product's name. Any thread.
 template <class... Args>
 void TWLLog(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
     logWithTag(platform::format<Args...>(format, arguments...));
 }
 
-/// TWLLog in debug mode; else nothing.
+/// TWLLog, in debug mode only.
 template <class... Args>
 void logDebug(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
     if (debugMode())
         TWLLog<Args...>(format, arguments...);
 }
 
-/// The platform log call with a format and without the tag.
+/// The platform's log call with a format, without the product's name.
 template <class... Args>
 void NSLog(std::type_identity_t<platform::FormatString<Args...>> format, const Args&... arguments) {
     platform::log(platform::format<Args...>(format, arguments...));
 }
 
-/// Logs title and reason and ends the process as exitWithFailure does.
+/// Logs title and reason, then calls exitWithFailure.
 [[noreturn]] void failWithTitleAndReason(std::string_view title, std::string_view reason);
 
-/// Ends the whole process with status 1 at once, after the caller has logged why. Any thread may call it. No
-/// destructor and no handler of std::atexit runs, and buffers of standard streams are not written. Files
-/// written so far stay.
+/// Ends the process with status 1. Any thread. Does not run destructors and std::atexit handlers, and does
+/// not write buffers of standard streams. Files written so far remain. The caller has logged the reason.
 [[noreturn]] void exitWithFailure();
 
 } // namespace orvane

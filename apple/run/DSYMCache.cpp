@@ -1,10 +1,11 @@
+#include "run/DSYMCache.h"
+
 #include "Categories/MD5.h"
 #include "platform/files/CopyItem.h"
 #include "platform/files/Files.h"
 #include "platform/files/UserFolders.h"
 #include "platform/foundation/Path.h"
 #include "run/Console.h"
-#include "run/HandOff.h"
 #include "run/VendorConfiguration.h"
 
 namespace orvane {

@@ -34,8 +34,7 @@ constexpr int minimumOSXMinor = 7;
 } // namespace
 
 std::shared_ptr<TWLMachOBinary> checkDeploymentTarget(const BuildSettings& buildSettings) {
-    auto executable = TWLMachOBinary::MachOBinaryWithPath(
-        joinedSettings(buildSettings, "BUILT_PRODUCTS_DIR", "EXECUTABLE_PATH"));
+    auto executable = TWLMachOBinary::MachOBinaryWithPath(appExecutablePath(buildSettings));
     if (!executable)
         return nullptr;
     const bool isIOS = setting(buildSettings, "TARGETED_DEVICE_FAMILY").has_value();

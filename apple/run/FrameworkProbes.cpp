@@ -11,7 +11,7 @@
 namespace orvane {
 namespace {
 
-/// The newest build of the companion app that does not read Build.plist.
+/// The last build of the companion app that does not read Build.plist.
 constexpr std::int32_t lastLegacyCompanionBuild = 202;
 
 std::optional<platform::URL> companionApp() {

@@ -6,28 +6,28 @@
 #include <string_view>
 #include <vector>
 
-/// Where the tool runs, whether the companion app is there, and which endpoint the app's project asks for.
+/// Facts about the tool's surroundings: its folder, the companion app, and the service endpoint.
 namespace orvane {
 
-/// What every hand-off URL begins with. The companion app is the application registered for its scheme.
+/// The start of each hand-off URL. The companion app is the application registered for its scheme.
 inline constexpr std::string_view handOffURLPrefix = "tarnwhistle://xcode?";
 
-/// Returns only when the working directory is the project folder (SRCROOT), as it is in a target's run-script
-/// build phase and not in a scheme's post-action. The two are compared as text, as they stand and without
-/// symbolic links. Otherwise ends the process with status 1 after saying so.
+/// Checks that the working directory is the project folder (SRCROOT). It is in a run-script build phase, but
+/// not in a post-action of a scheme. The paths are compared as they are and with symbolic links resolved.
+/// Otherwise logs and ends the process with status 1.
 void computePathToFramework(const BuildSettings& buildSettings);
 
 /// Whether an application is registered for the hand-off URL.
 bool isTarnwhistleInstalled();
 
-/// Whether the companion app is there and new enough to read Build.plist.
+/// Whether the companion app is installed and new enough to read Build.plist.
 bool isTarnwhistleBuildPlistCompatible();
 
-/// The endpoint that the app's Info.plist asks for, as it stands there, else the service's default.
+/// The endpoint in the app's Info.plist, unchanged; otherwise the service's default.
 std::string endpoint(const BuildSettings& buildSettings);
 
-/// Splits a search-path setting at each single blank, after removing every double quote. Blanks in a row give
-/// empty elements.
+/// Splits a search-path setting at each blank, after removing all double quotes. Consecutive blanks result
+/// in empty elements.
 std::vector<std::string> searchPathsToArray(std::string_view searchPaths);
 
 } // namespace orvane

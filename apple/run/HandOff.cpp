@@ -20,7 +20,7 @@ std::string pair(std::string_view key, std::string_view encodedValue) {
     return std::string(key).append("=").append(encodedValue);
 }
 
-/// An absent setting gives its pair an empty value.
+/// The build settings as a query. A missing setting has an empty value.
 std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettings) {
     std::string query;
     for (const std::string_view key : legacyKeys)
@@ -28,7 +28,7 @@ std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettin
     query += "&" + pair("TARNWHISTLE_FRAMEWORK_PATH", urlEncode(toolBundlePath()));
     query += "&" + pair("TARNWHISTLE_API_KEY", urlEncode(handOff.apiKey));
     query += "&" + pair("TARNWHISTLE_RUN_VERSION", urlEncode(toolBuildVersion()));
-    // Companion apps of that age expect this one as it stands.
+    // These companion apps expect this value unescaped.
     if (const auto version = setting(buildSettings, "XCODE_VERSION_ACTUAL"))
         query += "&" + pair("XCODE_VERSION_ACTUAL", *version);
     if (const auto searchPaths = setting(buildSettings, "FRAMEWORK_SEARCH_PATHS"))
@@ -57,9 +57,9 @@ std::string urlEncode(std::string_view text) {
 }
 
 std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSettings) {
-    const std::string query =
-        handOff.legacy ? legacyQuery(handOff, buildSettings)
-                       : pair("TARNWHISTLE_BUILD_PLIST_PATH", urlEncode(handOff.buildPlistPath.value_or("")));
+    const std::string query = handOff.buildPlistPath
+                                  ? pair("TARNWHISTLE_BUILD_PLIST_PATH", urlEncode(*handOff.buildPlistPath))
+                                  : legacyQuery(handOff, buildSettings);
     return std::string(handOffURLPrefix) + query;
 }
 

@@ -7,23 +7,23 @@
 #include <optional>
 #include <string_view>
 
-/// Who started the build: the answer lies in the chain of parent processes.
+/// Finds out who started the build, from the chain of parent processes.
 namespace orvane {
 
 using ProcessLookup = std::function<std::optional<platform::ProcessRecord>(std::uint32_t identifier)>;
 
-/// Whether a process in the chain from `start` up to the system's first process, both included, has exactly
-/// the command name `name`. A look-up that gives nothing is repeated without limit: while the process table
-/// cannot be read there is no right answer.
+/// Whether a process in the chain from `start` to the system's first process, both included, has the command
+/// name `name`. A look-up that returns nothing is repeated without limit: while the process table cannot be
+/// read, the answer is unknown.
 bool isProcessNameInHierarchy(std::string_view name, std::uint32_t start, const ProcessLookup& lookup);
 
-/// The same for this process and the kernel's own table.
+/// The same for this process and the kernel's process table.
 bool isProcessNameInHierarchy(std::string_view name);
 
-/// Whether the Xcode app is among the parents. Prints a debug line.
+/// Whether the Xcode app is a parent process. Prints a debug line.
 bool isXcodeInProcessHierarchy();
 
-/// Whether the build daemon of Xcode Bots is among the parents. Prints a debug line.
+/// Whether the build daemon of Xcode Bots is a parent process. Prints a debug line.
 bool isBotsDaemonInProcessHierarchy();
 
 } // namespace orvane

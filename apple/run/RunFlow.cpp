@@ -9,12 +9,14 @@
 #include "platform/propertylist/UserDefaults.h"
 #include "run/BuildChecks.h"
 #include "run/BuildDescription.h"
+#include "run/BuildRegistration.h"
 #include "run/Console.h"
+#include "run/DSYMCache.h"
 #include "run/DeploymentTarget.h"
 #include "run/FrameworkProbes.h"
 #include "run/HandOff.h"
 #include "run/HostDetection.h"
-#include "run/ServiceCalls.h"
+#include "run/SymbolUpload.h"
 #include "run/VendorConfiguration.h"
 
 #include <cstdlib>
@@ -34,18 +36,19 @@ void readDebugDefault(int argc, const char* const* argv) {
         setDebugMode();
 }
 
-/// The first argument; returns only when it is as long as a key. Text that is not UTF-8 has no characters.
+/// The API key. Ends the process if it is not UTF-8 or does not have the length of a key.
 std::string verifiedAPIKey(std::string_view argument) {
     const auto apiKey = platform::decodeUTF8(argument);
     if (!apiKey || platform::characterCount(*apiKey) != apiKeyCharacters)
         failWithTitleAndReason("Configuration Issue",
-                               // The misspelt name is what people search the web for.
+                               // The spelling is kept, because people search the web for this message.
                                "Orvnae API key not valid. Your Orvane run script build phase should contain "
                                "your API key:\n./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n");
     return *apiKey;
 }
 
-/// The second argument when it can be a secret, else nothing at all: "-debug" may stand in its place.
+/// The second argument if it has the length of a secret, otherwise empty. It may be an option such as
+/// "-debug".
 std::string buildSecret(int argc, const char* const* argv) {
     if (argc < 3 || std::string_view(argv[2]).size() != buildSecretBytes)
         return "";
@@ -63,7 +66,7 @@ void writeArtifact(const BuildSettings& buildSettings, const std::string& apiKey
         TWLLog("Failed to write data to artifact path %@\n\n", path);
 }
 
-/// A fresh folder for this build's dSYMs and description.
+/// Creates a folder for this build's dSYMs and description.
 std::string makeBuildFolder(const std::string& apiEndpoint) {
     std::string path = platform::pathByAppending(cacheDirectory(apiEndpoint), platform::makeUUIDString());
     if (const auto created = platform::createDirectories(path); !created) {
@@ -79,31 +82,23 @@ void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& ap
     const auto dSYMs =
         cacheDSYMsAtPath(setting(buildSettings, "BUILT_PRODUCTS_DIR").value_or(""), buildFolder);
     const platform::Value::Dictionary description = buildDescription(buildSettings, apiKey, dSYMs);
-    const auto* bundleIdentifier = platform::find<std::string>(description, "CFBundleIdentifier");
-
-    HandOff handOff;
-    handOff.apiKey = apiKey;
-    handOff.apiEndpoint = apiEndpoint;
-    if (bundleIdentifier)
-        handOff.bundleIdentifier = *bundleIdentifier;
+    HandOff handOff = {.apiKey = apiKey, .buildPlistPath = std::nullopt};
     if (isTarnwhistleBuildPlistCompatible()) {
         handOff.buildPlistPath = platform::pathByAppending(buildFolder, "Build.plist");
-        // A failed write is left to the companion app to report: it names the path that it was given.
-        // The environment may hold secrets, and the app runs as the same user.
+        // The companion app reports a file that is missing. Only its user may read the file, because the
+        // environment may contain secrets.
         static_cast<void>(platform::writeFileAtomically(*handOff.buildPlistPath,
                                                         platform::propertyListXML(description), ownerOnly));
-    } else {
-        handOff.legacy = true;
     }
     sendDataToMacApp(handOff, buildSettings);
 }
 
-/// The exit status: two attempts at most, back to back. A failed registration stops nothing.
+/// Returns the exit status. A failed registration does not prevent the upload, which is tried twice.
 int takeDirectRoad(const BuildSettings& buildSettings, const std::shared_ptr<TWLMachOBinary>& executable,
                    const Credentials& credentials) {
-    buildConfigure(buildSettings, credentials, true, true);
-    const bool uploaded = uploadDSYM(buildSettings, executable, credentials, false) ||
-                          uploadDSYM(buildSettings, executable, credentials, true);
+    buildConfigure(buildSettings, credentials, /*isBuildServer=*/true, /*isFinalAttempt=*/true);
+    const bool uploaded = uploadDSYM(buildSettings, executable, credentials, /*isFinalAttempt=*/false) ||
+                          uploadDSYM(buildSettings, executable, credentials, /*isFinalAttempt=*/true);
     return uploaded ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

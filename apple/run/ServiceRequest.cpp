@@ -7,10 +7,10 @@
 namespace orvane {
 namespace {
 
-/// The same in every request and every run.
+/// The same for all requests and runs.
 constexpr const char* developerToken = "a4c123b1612dd272d1371c17149d439536b3216f";
 
-/// The bodies of the service's answers are not used; an endless one must not keep the build waiting.
+/// The bodies of answers are not used. The limit keeps an endless answer from blocking the build.
 constexpr std::uint64_t answerLimit = 1 << 20;
 
 } // namespace

@@ -3,7 +3,6 @@
 #include "TWLWebClient/TWLWebRequest.h"
 #include "TWLWebClient/TWLWebResponse.h"
 #include "platform/foundation/URL.h"
-#include "run/ServiceCalls.h"
 
 #include <memory>
 #include <optional>
@@ -11,15 +10,22 @@
 
 namespace orvane {
 
-/// A POST to `path` with the headers that every request to the service carries.
+/// Identifies the app's team and the build server.
+struct Credentials {
+    std::string apiKey;
+    /// 64 bytes; empty if the command line contains no valid secret.
+    std::string buildSecret;
+};
+
+/// A POST to `path` with the headers of all requests to the service.
 std::shared_ptr<TWLWebRequest> serviceRequest(const std::string& path, const Credentials& credentials);
 
-/// Why the exchange failed, or nothing. An answer that is longer than the run reads is no failure: only its
-/// status counts.
+/// The error of the exchange, if any. An answer that exceeds the size limit is not an error, because only its
+/// status is used.
 std::optional<platform::Error> failureOf(const TWLWebResponse& response);
 
-/// A base address of the vendor's configuration as a URL. Ends the process with status 1, after saying so,
-/// when the tool was built with an address that is none.
+/// Parses a base address of the vendor's configuration. Logs and ends the process with status 1 if it is
+/// invalid.
 platform::URL serviceURL(const std::string& address);
 
 } // namespace orvane

@@ -1,3 +1,5 @@
+#include "run/SymbolUpload.h"
+
 #include "Categories/NSTask+Convenience.h"
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/files/Files.h"
@@ -5,16 +7,15 @@
 #include "platform/foundation/UTF8.h"
 #include "platform/foundation/UUID.h"
 #include "run/BuildChecks.h"
+#include "run/BuildRegistration.h"
 #include "run/Console.h"
-#include "run/ServiceCalls.h"
-#include "run/ServiceRequest.h"
 #include "run/ToolBundle.h"
 #include "run/VendorConfiguration.h"
 
 namespace orvane {
 namespace {
 
-/// The system's archiver, or the one that ships beside the tool where the system has none.
+/// The system's archiver if there is one, otherwise the one beside the tool.
 std::string archiverPath() {
     const std::string systemArchiver = "/usr/bin/ditto";
     return platform::fileExists(systemArchiver) ? systemArchiver
@@ -25,11 +26,11 @@ void addProjectFields(TWLWebRequest& request, const platform::Value::Dictionary&
                       const BuildSettings& buildSettings) {
     using platform::objectForKey;
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleIdentifier"), "project[identifier]");
-    // The service expects the two versions crossed.
+    // The service expects the two versions under each other's names.
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleVersion"), "project[display_version]");
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleShortVersionString"),
                                  "project[build_version]");
-    // The environment may hold any bytes; the form is UTF-8.
+    // The environment may contain any bytes, but the form must be UTF-8.
     const auto configuration = setting(buildSettings, "CONFIGURATION");
     request.addValueForFormField(configuration ? std::optional(platform::validUTF8(*configuration))
                                                : std::nullopt,
@@ -38,7 +39,7 @@ void addProjectFields(TWLWebRequest& request, const platform::Value::Dictionary&
     request.addValueForFormField(toolBuildVersion(), "com_tarnwhistle_run_version");
 }
 
-/// Adds a pair of fields for each slice and returns the summary that messages show.
+/// Adds two fields for each slice. Returns a summary for messages.
 std::string addSliceFields(TWLWebRequest& request, const std::shared_ptr<TWLMachOBinary>& executable) {
     std::string summary;
     if (!executable)
@@ -55,7 +56,7 @@ std::string addSliceFields(TWLWebRequest& request, const std::shared_ptr<TWLMach
     return summary;
 }
 
-/// Zips `dSYMPath` to `archivePath`; returns only when that has worked.
+/// Zips `dSYMPath` to `archivePath`. Logs and ends the process if that fails.
 void archive(const std::string& dSYMPath, const std::string& archivePath, const std::string& dSYMName) {
     const std::string archiver = archiverPath();
     if (!platform::fileExists(archiver)) {
@@ -109,8 +110,7 @@ bool uploadDSYM(const BuildSettings& buildSettings, const std::shared_ptr<TWLMac
     const std::string summary = addSliceFields(*request, executable);
 
     const std::string dSYMName = setting(buildSettings, "DWARF_DSYM_FILE_NAME").value_or("");
-    const std::string dSYMPath =
-        joinedSettings(buildSettings, "DWARF_DSYM_FOLDER_PATH", "DWARF_DSYM_FILE_NAME");
+    const std::string dSYMPath = appDSYMPath(buildSettings);
     const std::string archiveName = platform::globallyUniqueString() + ".zip";
     const std::string archivePath =
         setting(buildSettings, "DWARF_DSYM_FOLDER_PATH").value_or("") + "/" + archiveName;

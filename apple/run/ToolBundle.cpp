@@ -11,7 +11,7 @@ std::string toolBundlePath() {
     const char* const path = platform::imagePath(platform::ownImageBase());
     const std::string executable = platform::resolveSymbolicLinks(path ? path : "");
     const std::string folder = executable.substr(0, std::max<std::size_t>(executable.rfind('/'), 1));
-    // Again, for a tool that has been deleted: its own path cannot be resolved.
+    // Resolved again for a tool that was deleted: its path cannot be resolved, but that of its folder can.
     return platform::resolveSymbolicLinks(folder);
 }
 

@@ -4,8 +4,8 @@
 
 namespace orvane {
 
-/// The folder that holds the running tool, free of symbolic links: the framework folder. Empty when the
-/// system does not say where that is.
+/// The framework folder: the folder of the running tool, with symbolic links resolved. Empty if the system
+/// does not report it.
 std::string toolBundlePath();
 
 } // namespace orvane

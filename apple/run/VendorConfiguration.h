@@ -2,22 +2,22 @@
 
 #include <string>
 
-/// What the vendor fixed when the tool was built (cmake/VendorConfiguration.cmake). Nothing of it is read
-/// from the environment.
+/// The vendor's values, fixed when the tool is built (cmake/VendorConfiguration.cmake). The environment
+/// cannot change them.
 namespace orvane {
 
-/// Base address of the service's API, as in "https://api.tarnwhistle.example".
+/// The base address of the service's API, for example "https://api.tarnwhistle.example".
 std::string defaultAPIEndpoint();
-/// Base address of the symbol service.
+/// The base address of the symbol service.
 std::string symbolsEndpoint();
-/// The page that people without access are sent to.
+/// The page on which users ask for access.
 std::string signUpURL();
-/// The vendor's reverse-DNS prefix, as in "com.tarnwhistle".
+/// The vendor's reverse-DNS name, for example "com.tarnwhistle".
 std::string reverseDNS();
 
-/// The tool's own CFBundleShortVersionString.
+/// The tool's CFBundleShortVersionString.
 std::string toolVersion();
-/// The tool's own CFBundleVersion.
+/// The tool's CFBundleVersion.
 std::string toolBuildVersion();
 
 } // namespace orvane

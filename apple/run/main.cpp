@@ -14,7 +14,7 @@ constexpr const char* noMemory =
     "There is not enough memory, which must hold the dSYM's archive as a whole. End other programs, or "
     "raise the limit that 'ulimit -v' shows.";
 
-/// Logs why the run ends. When there is no memory for the record either, a line that needs none is written.
+/// Logs why the run ends. If there is not enough memory for that, writes a fixed text.
 int fail(const char* reason) {
     try {
         orvane::TWLLog("The run cannot go on: %@\n\n", reason);
@@ -34,7 +34,8 @@ int main(int argc, char** argv, char** environment) {
     } catch (const std::bad_alloc&) {
         return fail(noMemory);
     } catch (const std::exception& failure) {
-        // An archiver that cannot be started, for one: no build log profits from a core dump.
+        // For example an archiver that cannot be started. A message is more useful in a build log than a
+        // core dump.
         return fail(failure.what());
     }
 }

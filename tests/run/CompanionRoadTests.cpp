@@ -3,6 +3,7 @@
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/files/Files.h"
 #include "platform/propertylist/PropertyList.h"
+#include "run/DSYMCache.h"
 #include "run/FrameworkProbes.h"
 #include "run/HandOff.h"
 #include "support/ReportPipe.h"

@@ -1,8 +1,9 @@
 #include "Printed.h"
 #include "fuzz/MachOImage.h"
 #include "platform/files/Files.h"
+#include "run/BuildRegistration.h"
 #include "run/DeploymentTarget.h"
-#include "run/ServiceCalls.h"
+#include "run/SymbolUpload.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 
