@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-/// The platform's table of architectures (<mach-o/arch.h>), under its published names.
+/// Apple's table of architectures (<mach-o/arch.h>), with its published names.
 namespace macho {
 
 struct NXArchInfo {
@@ -11,11 +11,11 @@ struct NXArchInfo {
     std::int32_t cpusubtype;
 };
 
-/// The entry for a CPU type and subtype, or null. The capability bits of the subtype do not count: Mac
-/// executables carry x86_64 with the subtype 0x80000003.
+/// The entry for a CPU type and subtype; null if there is none. Ignores the capability bits of the subtype:
+/// Mac executables have x86_64 slices with the subtype 0x80000003.
 const NXArchInfo* NXGetArchInfoFromCpuType(std::int32_t cputype, std::int32_t cpusubtype);
 
-/// The entry for the processor that this process runs on, or null when the table does not know it.
+/// The entry for the host's processor; null if there is none.
 const NXArchInfo* NXGetLocalArchInfo();
 
 } // namespace macho

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The parts of Apple's Mach-O format that the reader needs, under their published names (<mach-o/loader.h>,
-/// <mach-o/fat.h>, <mach/machine.h>). Everything is packed: a file promises no alignment, so a pointer to any
-/// of these may point anywhere.
+/// The parts of Apple's Mach-O format that the reader needs, with their published names (<mach-o/loader.h>,
+/// <mach-o/fat.h>, <mach/machine.h>). The structures are packed, because a file does not guarantee any
+/// alignment.
 namespace macho {
 
 inline constexpr std::uint32_t FAT_MAGIC = 0xcafebabe;
@@ -35,12 +35,13 @@ inline constexpr std::int32_t CPU_TYPE_ARM64_32 = CPU_TYPE_ARM | CPU_ARCH_ABI64_
 inline constexpr std::int32_t CPU_TYPE_POWERPC64 = CPU_TYPE_POWERPC | CPU_ARCH_ABI64;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM64_ALL = 0;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM_V7S = 11;
-/// The bits of a subtype that name capabilities (pointer authentication, 64-bit libraries), not a processor.
+/// The bits of a subtype that stand for capabilities (pointer authentication, 64-bit libraries), not for a
+/// processor.
 inline constexpr std::uint32_t CPU_SUBTYPE_MASK = 0xff000000;
 
 #pragma pack(push, 1)
 
-/// Big-endian, as is fat_arch.
+/// Big-endian, like fat_arch.
 struct fat_header {
     std::uint32_t magic;
     std::uint32_t nfat_arch;
@@ -86,7 +87,7 @@ struct uuid_command {
     std::uint8_t uuid[16];
 };
 
-/// A string inside a load command, by its offset from the command's start.
+/// A string in a load command: its offset from the start of the command.
 union lc_str {
     std::uint32_t offset;
 };
@@ -119,7 +120,7 @@ struct encryption_info_command {
     std::uint32_t cryptid;
 };
 
-/// Names of exactly 16 characters have no terminator, here and in the sections.
+/// A name of 16 characters has no terminator, here and in sections.
 struct segment_command {
     std::uint32_t cmd;
     std::uint32_t cmdsize;

@@ -30,19 +30,19 @@ const void* advance(const void* address, std::uint64_t bytes) {
     return static_cast<const char*>(address) + bytes;
 }
 
-std::uint32_t fromBigEndian(std::uint32_t value) {
+std::uint32_t byteSwapped(std::uint32_t value) {
     return __builtin_bswap32(value);
 }
 
-std::int32_t fromBigEndian(std::int32_t value) {
-    return static_cast<std::int32_t>(fromBigEndian(static_cast<std::uint32_t>(value)));
+std::int32_t byteSwapped(std::int32_t value) {
+    return static_cast<std::int32_t>(byteSwapped(static_cast<std::uint32_t>(value)));
 }
 
 bool isMachMagic(std::uint32_t word) {
     return word == MH_MAGIC || word == MH_CIGAM || word == MH_MAGIC_64 || word == MH_CIGAM_64;
 }
 
-/// The size of the header that the first word announces, when it is all there; else 0.
+/// The size of the header according to its magic; 0 if the header is not complete.
 std::uint64_t headerSize(const void* start, std::uint64_t available) {
     if (available < sizeof(mach_header))
         return 0;
@@ -52,7 +52,7 @@ std::uint64_t headerSize(const void* start, std::uint64_t available) {
     return isMachMagic(magic) && available >= sizeof(mach_header_64) ? sizeof(mach_header_64) : 0;
 }
 
-/// Maps what `file.fd` is open on; false leaves the record without a mapping.
+/// Maps the file that is open as `file.fd`. On failure the record has no mapping.
 bool mapRegularFile(TWLMachOFile& file) {
     struct stat status;
     if (fstat(file.fd, &status) != 0 || static_cast<std::uint64_t>(status.st_size) < smallestFile ||
@@ -68,7 +68,7 @@ bool mapRegularFile(TWLMachOFile& file) {
 }
 
 void enumerateUniversal(const void* start, const SliceCallback& callback, std::uint64_t available) {
-    const auto count = fromBigEndian(load<fat_header>(start).nfat_arch);
+    const auto count = byteSwapped(load<fat_header>(start).nfat_arch);
     TWLMachOSlice slice;
     std::uint64_t position = sizeof(fat_header);
     for (std::uint32_t i = 0; i < std::min(count, mostArchitectures); ++i) {
@@ -76,23 +76,23 @@ void enumerateUniversal(const void* start, const SliceCallback& callback, std::u
             return;
         const auto entry = load<fat_arch>(advance(start, position));
         position += sizeof(fat_arch);
-        const std::uint32_t offset = fromBigEndian(entry.offset);
+        const std::uint32_t offset = byteSwapped(entry.offset);
         const bool inside = offset < available;
         slice.startAddress = inside ? advance(start, offset) : nullptr;
-        slice.cputype = fromBigEndian(entry.cputype);
-        slice.cpusubtype = fromBigEndian(entry.cpusubtype);
+        slice.cputype = byteSwapped(entry.cputype);
+        slice.cpusubtype = byteSwapped(entry.cpusubtype);
         slice.bytesAvailable = available == unknownSize ? unknownSize : inside ? available - offset : 0;
         callback(&slice);
     }
 }
 
-/// The platform compares names of sections and segments so: all 16 characters count, a NUL ends them earlier.
+/// Compares names of sections and segments: up to the first NUL, at most 16 characters.
 bool sameName(const char (&name)[16], const char* wanted) {
     return std::strncmp(name, wanted, sizeof name) == 0;
 }
 
-/// The file offset of a section of "__TEXT" when the segment command holds it. The command lies inside the
-/// slice; the number of sections that it claims may not.
+/// The file offset of a section of "__TEXT", if the segment command contains it. The command is inside the
+/// slice, but its number of sections may be wrong.
 template <class Segment, class Section>
 std::optional<std::uint32_t> sectionOffset(const load_command* command, bool isObjectFile, const char* name) {
     const std::uint64_t size = load<load_command>(command).cmdsize;
@@ -121,7 +121,7 @@ bool TWLMachOFileInitWithPath(TWLMachOFile* file, const char* path) {
     if (!file || !path)
         return false;
     *file = TWLMachOFile();
-    // O_NONBLOCK: the open of a pipe waits for its other end otherwise. Regular files do not heed it.
+    // Without O_NONBLOCK, opening a pipe would wait for its other end. It has no effect on regular files.
     file->fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (file->fd < 0)
         return false;

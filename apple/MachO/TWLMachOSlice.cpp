@@ -13,7 +13,7 @@ void take(std::uint64_t& allowance, std::uint64_t bytes) {
     allowance -= std::min(allowance, bytes);
 }
 
-/// The path of a dylib command when it is all there and is text. Takes what it reads off `allowance`.
+/// The path of a dylib command, if it is complete and UTF-8. Reduces `allowance` by the bytes that it reads.
 std::optional<std::string> dylibPath(const macho::TWLMachOSlice& image, const macho::load_command* command,
                                      std::uint64_t& allowance) {
     constexpr std::size_t nameEnd = offsetof(macho::dylib_command, dylib.name) + sizeof(macho::lc_str);

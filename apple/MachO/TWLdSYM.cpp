@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::string_view xcodePrefix = "com.apple.xcode.dsym.";
 
-/// What a recursive listing in the order of names begins with: an entry of the folder itself, as every folder
-/// comes before what it holds.
+/// The first result of a recursive listing in the order of names. It is always an entry of the folder
+/// itself, because a folder comes before its contents.
 std::optional<std::string> firstEntry(const std::string& folder) {
     const auto names = platform::namesInDirectory(folder);
     if (!names || names->empty())

@@ -18,14 +18,15 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{64} << 10;
 
-/// What a signal's handler deletes. Outlives every moment at which a handler might read it.
+/// The file that the signal handler deletes. Never destroyed, because the handler may run at any time.
 std::atomic<const char*> unfinishedFile = nullptr;
 static_assert(std::atomic<const char*>::is_always_lock_free);
 
 extern "C" void deleteUnfinishedFile(int signalNumber) {
     if (const char* path = unfinishedFile)
         ::unlink(path);
-    // Only now: a second signal, handled on another thread, must not end the process before the file is gone.
+    // Unblocked only now: a second signal on another thread must not end the process before the file is
+    // deleted.
     ::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
 }
@@ -39,7 +40,7 @@ void catchSignals() {
         action.sa_handler = &deleteUnfinishedFile;
         sigaction(number, &action, nullptr);
     }
-    // A file that may not grow is an error of the write instead.
+    // The failed write reports the file-size limit.
     ::signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -48,7 +49,7 @@ void refuseImpossiblePlace(const std::string& path) {
     const bool isTaken = stat(path.c_str(), &status) == 0;
     if (isTaken && !S_ISREG(status.st_mode))
         throw Failure("cannot write " + path + ": something that is no file is there");
-    // The temporary file has a short name: only the rename behind all the work would find this out.
+    // The temporary file has a short name, so without this check only the final rename would fail.
     if (!isTaken && errno == ENAMETOOLONG)
         throw Failure(errno, "write", path);
 }
@@ -57,7 +58,7 @@ void refuseImpossiblePlace(const std::string& path) {
 
 ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
     refuseImpossiblePlace(_path);
-    // Short, so that it fits wherever the archive's own name does.
+    // A short name, so that it fits where the archive's name fits.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
     catchSignals();
     unfinishedFile = _temporaryPath.c_str();

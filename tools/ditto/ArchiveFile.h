@@ -8,25 +8,25 @@
 
 namespace ditto {
 
-/// The archive while it is being written: a temporary file beside its final name, which it gets only when it
-/// is whole. Without `commit` nothing is left behind, also when SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM or
-/// SIGXCPU ends the process. There is one at a time. All operations throw Failure.
+/// The archive while it is written: a temporary file beside its final path, to which `commit` renames it.
+/// Without `commit`, nothing remains, even if SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM or SIGXCPU ends the
+/// process. Only one object may exist at a time. All operations throw Failure.
 class ArchiveFile {
 public:
-    /// Refuses a name that is too long for its folder, and something at `path` that is no regular file.
+    /// Fails if the name is too long for its folder or if `path` is not a regular file.
     explicit ArchiveFile(std::string path);
     ~ArchiveFile();
     ArchiveFile(const ArchiveFile&) = delete;
     ArchiveFile& operator=(const ArchiveFile&) = delete;
 
-    /// All bytes appended so far.
+    /// The number of bytes appended so far.
     std::uint64_t size() const { return _writtenSize + _buffer.size(); }
     void append(std::string_view bytes);
-    /// Replaces bytes that have been appended.
+    /// Replaces bytes that were appended before.
     void overwrite(std::uint64_t offset, std::string_view bytes);
 
-    /// Puts the file in the place of whatever was at its path, in one step. The system writes it to the disk
-    /// in its own time: it can be made again, and is read at once.
+    /// Replaces the file at the final path in one step. Does not wait until the data is on the disk: the
+    /// archive is read at once and can be made again.
     void commit();
 
 private:
@@ -36,7 +36,7 @@ private:
     std::string _path;
     std::string _temporaryPath;
     platform::FileDescriptor _file;
-    /// What stands behind the `_writtenSize` bytes in the file.
+    /// The bytes that follow the first `_writtenSize` bytes of the file.
     std::string _buffer;
     std::uint64_t _writtenSize = 0;
 };

@@ -26,7 +26,7 @@ unsigned usableCores() {
     return std::thread::hardware_concurrency();
 }
 
-/// Disks and memory give no more than this many threads can compress.
+/// More threads would exceed the speed of disks and memory.
 constexpr unsigned mostThreads = 64;
 
 class Archiver {
@@ -86,7 +86,7 @@ private:
 
     ZipWriter _zip;
     OrderedDeflater _deflater;
-    /// Of the pieces of the open entry that have been written.
+    /// The bytes of the open entry that were written.
     std::uint32_t _crc32 = 0;
 };
 
@@ -95,7 +95,7 @@ std::string absolute(const std::string& path) {
     return resolved ? resolved.get() : "";
 }
 
-/// An archive inside what it holds would hold itself, and one that replaces it would destroy it.
+/// An archive inside the source would contain itself; one that replaces the source would destroy it.
 void refuseArchiveInsideSource(const std::string& source, const std::string& archive) {
     const std::string held = absolute(source);
     const std::size_t nameStart = archive.rfind('/') + 1;

@@ -4,11 +4,11 @@
 
 namespace ditto {
 
-/// Makes the zip archive `archive` of the folder `source` (or one file): one entry at the top, named like
-/// `source`, with everything that walkTree finds in it. The same content, permissions and times give the same
-/// bytes wherever libdeflate and zlib have the same versions, on however many cores. Takes the cores that
-/// this process may run on, and 8 MiB of memory or less for each of them, however large the files. What was
-/// at `archive` before stays until the new one is whole, and stays when Failure is thrown.
+/// Makes the zip archive `archive` of the folder or file `source`. It has one top-level entry, named like
+/// `source`, and contains everything that walkTree finds. The same contents, permissions and times give the
+/// same bytes for the same versions of libdeflate and zlib, on any number of cores. Uses all cores that the
+/// process may use, and at most 8 MiB of memory for each, for files of any size. A file at `archive` is
+/// replaced when the new archive is complete; it remains if Failure is thrown.
 void makeArchive(const std::string& source, const std::string& archive);
 
 } // namespace ditto

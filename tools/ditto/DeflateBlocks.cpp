@@ -13,7 +13,7 @@ constexpr unsigned endOfBlockSymbol = 256;
 constexpr unsigned literalSymbols = 288;
 constexpr unsigned distanceSymbols = 32;
 
-// RFC 1951, section 3.2.5; the reserved symbols at the end of both never occur.
+// RFC 1951 section 3.2.5. The reserved symbols at the end of both tables never occur.
 constexpr std::array<std::uint8_t, 31> lengthExtraBits = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2,
                                                           3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0, 0, 0};
 constexpr std::array<std::uint8_t, 32> distanceExtraBits = {
@@ -27,8 +27,8 @@ class BitReader {
 public:
     BitReader(const std::uint8_t* bytes, std::size_t size) : _bytes(bytes), _size(size), _next(bytes) {}
 
-    /// Makes at least 56 bits available. A reader looks at most 8 bytes ahead, so that the padding holds what
-    /// it reads behind a stream.
+    /// Makes at least 56 bits available. Reads at most 8 bytes ahead, into the padding at the end of a
+    /// stream.
     void refill() {
         if (_next > _bytes + _size + deflateStreamPadding - sizeof _bits)
             malformed();
@@ -40,7 +40,7 @@ public:
         _next += (63 - _available) / 8;
         _available |= 56;
     }
-    /// The next one lowest.
+    /// The next bit is the lowest.
     std::uint64_t bits() const { return _bits; }
     void drop(unsigned count) {
         _bits >>= count;
@@ -77,16 +77,16 @@ struct Symbol {
 constexpr unsigned tableBits = 10;
 constexpr unsigned tableSize = 1U << tableBits;
 
-/// What follows a symbol, as the offset of the table for it: a literal or a length, the distance of a length,
-/// or nothing. The last one marks codewords that are longer than the table's index.
+/// What follows a symbol, as the offset of the table to use next: for a literal or length, for the distance
+/// of a length, or none. The last value marks codewords that exceed the table's index.
 enum Next : std::uint16_t { literalOrLength = 0, distance = tableSize, nothing, longCodeword };
 
 struct Step {
-    /// How many bits a symbol takes, its extra bits included.
+    /// The number of bits of a symbol, including its extra bits.
     std::uint8_t skip = 0;
     Next next = longCodeword;
 };
-/// For literals and lengths, and behind them for distances.
+/// The entries for literals and lengths, followed by those for distances.
 using StepTable = std::array<Step, std::size_t{2} * tableSize>;
 
 Step stepFor(const Symbol& symbol, Next alphabet) {
@@ -100,7 +100,7 @@ Step stepFor(const Symbol& symbol, Next alphabet) {
     return step(lengthExtraBits.at(symbol.value - endOfBlockSymbol - 1), distance);
 }
 
-/// A canonical Huffman code (RFC 1951, section 3.2.2).
+/// A canonical Huffman code (RFC 1951 section 3.2.2).
 class HuffmanCode {
 public:
     HuffmanCode(const std::uint8_t* lengths, unsigned count) {
@@ -115,7 +115,7 @@ public:
                 _symbols[starts[lengths[symbol]]++] = static_cast<std::uint16_t>(symbol);
     }
 
-    /// The symbol whose codeword stands lowest in `bits`.
+    /// The symbol whose codeword is in the lowest bits.
     Symbol decode(std::uint64_t bits) const {
         unsigned code = 0;
         unsigned first = 0;
@@ -131,7 +131,7 @@ public:
         malformed();
     }
 
-    /// Adds the steps for the codewords of at most tableBits bits.
+    /// Adds entries for the codewords of at most tableBits bits.
     void fill(StepTable& table, Next alphabet) const {
         unsigned code = 0;
         unsigned index = 0;
@@ -146,7 +146,7 @@ public:
     }
 
 private:
-    /// The order in which the stream holds the bits of a codeword.
+    /// Reverses the bits of a codeword, because the stream contains them in reverse order.
     static unsigned reversed(unsigned code, unsigned length) {
         unsigned result = 0;
         for (; length > 0; --length, code >>= 1)
@@ -158,14 +158,14 @@ private:
     std::array<std::uint16_t, literalSymbols> _symbols = {};
 };
 
-/// Skips the symbols of a block. What comes next is looked up, not branched on: matches and literals follow
-/// each other in no order that a processor could foresee.
+/// Skips the symbols of a block. The next step comes from a table instead of a branch, because the processor
+/// cannot predict the order of literals and matches.
 void skipSymbols(BitReader& reader, const HuffmanCode& literalCode, const HuffmanCode& distanceCode) {
     StepTable table;
     table.fill(Step());
     literalCode.fill(table, literalOrLength);
     distanceCode.fill(table, distance);
-    // A copy stays in registers.
+    // A local copy stays in registers.
     BitReader local = reader;
     Next next = literalOrLength;
     const auto skipOne = [&] {
@@ -178,7 +178,7 @@ void skipSymbols(BitReader& reader, const HuffmanCode& literalCode, const Huffma
     while (next != nothing) {
         local.refill();
         skipOne();
-        // Two symbols take 56 bits at most: each a codeword of 15 and 13 extra bits.
+        // Two symbols have at most 56 bits: each a codeword of 15 and 13 extra bits.
         if (next != nothing)
             skipOne();
     }
@@ -194,7 +194,7 @@ void skipFixedBlock(BitReader& reader) {
     skipSymbols(reader, {lengths.data(), literalSymbols}, {distanceLengths.data(), distanceSymbols});
 }
 
-/// RFC 1951, section 3.2.7.
+/// The code lengths of a dynamic block (RFC 1951 section 3.2.7).
 void skipDynamicBlock(BitReader& reader) {
     const unsigned literalCount = reader.take(5) + 257;
     const unsigned distanceCount = reader.take(5) + 1;
@@ -233,10 +233,10 @@ void skipStoredBlock(BitReader& reader) {
     reader.moveToByte(reader.position() / 8 + 2 + length);
 }
 
-/// Bit offsets into a deflate stream; bit 0 is the lowest of the first byte.
+/// Bit offsets in a deflate stream. Bit 0 is the lowest bit of the first byte.
 struct Block {
     std::size_t headerBit;
-    /// The first bit behind the block.
+    /// The first bit after the block.
     std::size_t endBit;
 };
 
@@ -271,7 +271,7 @@ Block findLastBlock(const std::uint8_t* stream, std::size_t size) {
 std::size_t continueDeflateStream(std::uint8_t* stream, std::size_t size) {
     const Block last = findLastBlock(stream, size);
     stream[last.headerBit / 8] &= static_cast<std::uint8_t>(~(1U << last.headerBit % 8));
-    // The header of a stored block that is not the last one is three zero bits, as the rest of the byte is.
+    // The header of a stored block that is not final is three zero bits; so is the rest of the byte.
     if (last.endBit + 3 > size * 8)
         stream[size++] = 0;
     constexpr std::array<std::uint8_t, 4> emptyLengthAndComplement = {0, 0, 0xFF, 0xFF};

@@ -6,7 +6,7 @@
 
 namespace ditto {
 
-/// Why no archive was made, in words for the person who reads the build log. It ends the run.
+/// Why no archive was made, as a message for the build log. Ends the program.
 class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -15,7 +15,7 @@ public:
     Failure(int errorNumber, const std::string& operation, const std::string& path)
         : Failure("cannot " + operation + " " + path + ": " + std::generic_category().message(errorNumber)) {}
 
-    /// For a file that is no longer what it was when it was opened.
+    /// The failure for a file that changed after it was opened.
     static Failure changed(const std::string& path) {
         return Failure(path + " changed while it was being archived; archive it again");
     }

@@ -8,10 +8,10 @@
 namespace ditto {
 namespace {
 
-/// Compressing this much takes some milliseconds, a hundred times what starting threads does.
+/// Compressing this many bytes takes milliseconds, a hundred times as long as starting threads.
 constexpr std::size_t worthThreads = std::size_t{128} << 10;
-/// Enough to keep all threads busy with small files. Each holds a file open, so at most half of what the
-/// process may open: the rest is for the folders on the way to them.
+/// Enough pieces to keep all threads busy with small files. Each piece keeps a file open, so this is at most
+/// half of the limit for open files; the folders above the files need the rest.
 std::size_t mostJobs() {
     constexpr rlim_t enough = 256;
     rlimit openFiles;
@@ -74,7 +74,7 @@ void OrderedDeflater::startThreads() {
         while (_threads.size() + 1 < _threadLimit)
             _threads.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
-        // The system allows no more threads; those that run do the work.
+        // The system allows no more threads. The existing ones do the work.
     }
 }
 

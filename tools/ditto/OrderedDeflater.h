@@ -12,31 +12,31 @@
 
 namespace ditto {
 
-/// Compresses pieces on several threads and gives them back in the order in which they came. One thread uses
-/// an object, and compresses too while it waits for a piece: on one core, for small content, and where the
-/// system allows no more threads, it is the only one.
+/// Compresses pieces on several threads and returns them in their original order. Only one thread may use an
+/// object. That thread compresses too while it waits; it is the only one on one core, for little content,
+/// and if the system allows no more threads.
 class OrderedDeflater {
 public:
-    /// At most `threads` threads, the caller's among them, and about 4 MiB of memory for each.
+    /// Uses at most `threads` threads, including the caller's, and about 4 MiB of memory for each.
     explicit OrderedDeflater(unsigned threads);
-    /// Waits for the pieces that threads are at; drops the others.
+    /// Waits for the pieces that are being compressed and drops the others.
     ~OrderedDeflater();
     OrderedDeflater(const OrderedDeflater&) = delete;
     OrderedDeflater& operator=(const OrderedDeflater&) = delete;
 
     bool empty() const { return _jobs.empty(); }
-    /// No piece may be added until one has been taken.
+    /// Whether `add` may be called. Otherwise `take` a piece first.
     bool full() const;
 
-    /// A piece without content passes as it is.
+    /// A piece without content is not changed.
     void add(Piece piece);
 
     struct Taken {
         Piece piece;
         DeflatedPiece deflated;
     };
-    /// Waits for the piece that came first and removes it. Throws what kept it from being compressed. Not
-    /// when empty.
+    /// Waits for the oldest piece and removes it. Throws the exception that its compression threw. Must not
+    /// be called when empty.
     Taken takeFirst();
 
 private:
@@ -53,10 +53,11 @@ private:
 
     const unsigned _threadLimit;
     const std::size_t _jobLimit;
-    /// For the caller's own thread.
+    /// Used by the caller's thread.
     std::optional<PieceDeflater> _deflater;
     std::size_t _bytesInFlight = 0;
-    /// Its ends and its length belong to the caller; `_mutex` guards the jobs that it holds, and the rest.
+    /// Only the caller adds and removes jobs; `_mutex` guards the contents of the jobs and the members
+    /// below.
     std::deque<Job> _jobs;
     std::deque<Job*> _waiting;
     bool _stopping = false;

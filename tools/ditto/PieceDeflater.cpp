@@ -18,16 +18,16 @@
 namespace ditto {
 namespace {
 
-/// zlib's level for tables: its archives are as large as those of level 6, which takes four times as long.
+/// zlib's level for tables. Its archives are as large as those of level 6, which takes four times as long.
 constexpr int tableLevel = 4;
 
-/// Enough to recognise a table by. To look at all of a piece would take a twentieth of the time of
-/// compressing it, and to set up zlib for less than this takes longer than to compress it.
+/// Enough bytes to recognise a table. Sampling whole pieces would take a twentieth of the compression time.
+/// For smaller pieces, setting up zlib takes longer than compressing.
 constexpr std::size_t sampleSize = std::size_t{32} << 10;
 
-/// Whether the middle of `bytes` looks like a table of rising 32-bit numbers: of the four bytes of each
-/// number, two or three are those of the number before. Where more are the same, few different numbers occur,
-/// which libdeflate compresses well.
+/// Whether the middle of `bytes` looks like a table of increasing 32-bit numbers: two or three of the four
+/// bytes of each number equal those of the number before. If more bytes are equal, there are few different
+/// numbers, which libdeflate compresses well.
 bool looksLikeTable(std::span<const std::uint8_t> bytes) {
     if (bytes.size() < sampleSize)
         return false;
@@ -38,8 +38,8 @@ bool looksLikeTable(std::span<const std::uint8_t> bytes) {
     return same >= sampleSize / 2 && same < sampleSize / 8 * 7;
 }
 
-/// libdeflate leaves out matches of 3 bytes where few different bytes occur. It makes some tables, such as
-/// those of __apple_names, twice as large as zlib does. Joins pieces as continueDeflateStream does.
+/// libdeflate does not use matches of 3 bytes in data with few different bytes. It makes some tables, such
+/// as those of __apple_names, twice as large as zlib does. Pieces are joined as by continueDeflateStream.
 void deflateTable(std::span<const std::uint8_t> input, bool isLast, int memoryLevel, DeflatedPiece& result) {
     z_stream deflater = {};
     if (deflateInit2(&deflater, tableLevel, Z_DEFLATED, -MAX_WBITS, memoryLevel, Z_DEFAULT_STRATEGY) != Z_OK)
@@ -61,8 +61,8 @@ void deflateTable(std::span<const std::uint8_t> input, bool isLast, int memoryLe
     }
 }
 
-/// The check after a file's last piece would notice every change. The checks after the others end the work on
-/// a large file early.
+/// The check after the last piece would detect every change. The checks after other pieces stop early for a
+/// large file.
 void refuseChanged(const SourceFile& file) {
     struct stat status;
     if (fstat(file.descriptor.get(), &status) != 0)
@@ -99,7 +99,7 @@ void PieceDeflater::read(const Piece& piece) {
 void PieceDeflater::deflateContent(const Piece& piece, DeflatedPiece& result) const {
     const std::span<const std::uint8_t> input(_input.get(), piece.size);
     if (looksLikeTable(input)) {
-        // Uniform tables become smallest in the longest blocks that zlib makes, mixed ones in shorter ones.
+        // Uniform tables compress best in zlib's longest blocks, mixed ones in shorter blocks.
         for (const int memoryLevel : {MAX_MEM_LEVEL - 1, MAX_MEM_LEVEL})
             deflateTable(input, piece.isLast(), memoryLevel, result);
         return;

@@ -18,14 +18,13 @@ namespace {
 
 using platform::FileDescriptor;
 
-/// A folder that is being walked.
+/// An open folder of the walk.
 struct Level {
     FileDescriptor folder;
-    /// Both end in "/".
+    /// Both end with "/".
     std::string path;
     std::string archiveName;
-    /// What is still to be visited, last first. Folders end in "/", which gives them their place in the
-    /// order.
+    /// The entries to visit, in reverse order. Folders end with "/", because they are sorted with it.
     std::vector<std::string> names;
 };
 
@@ -80,13 +79,13 @@ std::string linkTarget(int folder, const std::string& name, const std::string& p
     }
 }
 
-/// How to find and name one thing: `name` is looked up in the folder `parent`.
+/// How to open and name one entry: `name` is relative to the folder `parent`.
 struct Place {
     int parent;
     std::string name;
     std::string path;
     std::string archiveName;
-    /// O_NOFOLLOW, or 0 for what the user named.
+    /// O_NOFOLLOW; 0 for the path that the user gave.
     int followFlag = O_NOFOLLOW;
 };
 
@@ -110,7 +109,7 @@ Level openFolder(const Place& place) {
 }
 
 SourceFile openFile(const Place& place) {
-    // Without O_NONBLOCK, a pipe that has just taken the file's place would be waited for.
+    // Without O_NONBLOCK, opening a pipe that replaced the file would block.
     FileDescriptor file(openat(place.parent, place.name.c_str(),
                                O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | place.followFlag));
     if (!file)
@@ -124,7 +123,7 @@ SourceFile openFile(const Place& place) {
     return result;
 }
 
-/// A file or link inside a folder.
+/// A file or link in a folder.
 SourceFile openLeaf(const Place& place) {
     struct stat status;
     if (fstatat(place.parent, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -138,7 +137,7 @@ SourceFile openLeaf(const Place& place) {
     return link;
 }
 
-/// The last component, also of ".", ".." and paths that end in "/".
+/// The last component, also for ".", ".." and paths that end with "/".
 std::string nameOf(const std::string& source) {
     std::string path = source;
     while (path.size() > 1 && path.ends_with('/'))
@@ -189,7 +188,7 @@ void walkTree(const std::string& source, const std::function<void(SourceFile)>& 
         if (!name.ends_with('/')) {
             visit(openLeaf(next));
         } else {
-            // Looked up with its "/", a link would be followed.
+            // With the "/" at its end, a link would be followed.
             next.name.pop_back();
             enter(next);
         }

@@ -11,27 +11,26 @@
 
 namespace ditto {
 
-/// One file, folder or symbolic link of the tree that is archived.
+/// A file, folder or symbolic link of the tree.
 struct SourceFile {
     /// For messages.
     std::string path;
-    /// Below the folder that holds the tree: "App.dSYM/Contents/Info.plist". A folder's ends in "/".
+    /// The name in the archive: "App.dSYM/Contents/Info.plist". The name of a folder ends with "/".
     std::string archiveName;
-    /// Kind and permissions, as stat(2) has them.
+    /// Type and permissions (stat(2)).
     mode_t mode = 0;
     timespec modificationTime = {};
-    /// A regular file's, opened for reading, with its size at that time.
+    /// For a regular file: open for reading, and its size at that time.
     platform::FileDescriptor descriptor = {};
     std::uint64_t size = 0;
-    /// A symbolic link's.
+    /// The target of a symbolic link.
     std::string linkTarget = {};
 };
 
-/// Hands `source` and all that is in it to `visit`, in the bytewise order of the archive names, each folder
-/// before what it holds. `source` is a folder or a file, or a link to one; the first archive name is its last
-/// component. Links inside are never followed, also when one takes a folder's place while the tree is
-/// walked. Throws Failure at the first thing that cannot be read, and at sockets, pipes and devices, which no
-/// archive can hold.
+/// Calls `visit` for `source` and its contents, in the bytewise order of the archive names, folders before
+/// their contents. `source` is a folder, a file, or a link to one; the first archive name is its last
+/// component. Links inside the tree are not followed, even if one replaces a folder during the walk. Throws
+/// Failure if something cannot be read, and for sockets, pipes and devices, which an archive cannot contain.
 void walkTree(const std::string& source, const std::function<void(SourceFile)>& visit);
 
 } // namespace ditto

@@ -15,23 +15,23 @@ namespace {
 constexpr std::uint64_t most16 = 0xFFFF;
 constexpr std::uint64_t most32 = 0xFFFFFFFF;
 constexpr std::uint64_t madeByUnix = 3 << 8;
-/// Versions of the format that a reader must know, times ten.
+/// The version of the format that a reader must support, times ten.
 constexpr std::uint64_t versionForFolders = 20;
 constexpr std::uint64_t versionForZip64 = 45;
 constexpr std::uint64_t nameIsUTF8 = 1 << 11;
 
-/// Where the checksum and both sizes stand in a local header.
+/// The offset of the checksum and both sizes in a local header.
 constexpr std::uint64_t checksumOffset = 14;
 constexpr std::uint64_t localHeaderSize = 30;
 constexpr std::uint64_t extraHeaderSize = 4;
 
-/// Appends `value` in `size` bytes, the lowest first.
+/// Appends `value` as `size` bytes, little-endian.
 void put(std::string& record, unsigned size, std::uint64_t value) {
     for (unsigned i = 0; i < size; ++i)
         record += static_cast<char>(value >> (8 * i) & 0xFF);
 }
 
-/// Compressed content can be a little larger than `size`; the margin is many times that.
+/// Compressed content can be slightly larger than `size`. The margin is much larger than that.
 bool needsZip64(const ZipWriter::Entry& entry) {
     return entry.size > most32 - (most32 >> 4);
 }
@@ -46,7 +46,7 @@ std::uint64_t flagsFor(const ZipWriter::Entry& entry) {
     return !isASCII && platform::decodeUTF8(entry.name) ? nameIsUTF8 : 0;
 }
 
-/// MS-DOS time and date in one number; the format ends at 2107 and starts at 1980.
+/// MS-DOS time and date in one number. The format covers 1980 to 2107.
 std::uint64_t dosTime(std::int64_t time) {
     using namespace std::chrono;
     const sys_seconds earliest = sys_days(year(1980) / 1 / 1);
@@ -64,7 +64,7 @@ std::uint64_t dosTime(std::int64_t time) {
 }
 
 /// Info-ZIP's extended timestamp ("UT"), the same in both headers: a signed 32-bit modification time, which
-/// some readers take for unsigned. Other times have only the MS-DOS one.
+/// some readers take as unsigned. Times outside that range have only the MS-DOS time.
 std::string timeExtra(std::int64_t time) {
     std::string extra;
     if (time < 0 || time > std::numeric_limits<std::int32_t>::max())
@@ -90,7 +90,7 @@ void ZipWriter::begin(Entry entry) {
         throw Failure("cannot archive " + entry.name + ": its name is too long for a zip");
     _entry = std::move(entry);
     _headerOffset = _file.size();
-    // First in the extra field, so that `end` finds it.
+    // First in the extra field, so that `end` can find it.
     std::string extra;
     if (needsZip64(_entry)) {
         putExtraHeader(extra, 16);

@@ -10,21 +10,21 @@
 
 namespace ditto {
 
-/// Writes the zip format (PKWARE's APPNOTE.TXT 6.3), with its 64-bit records where a number needs them, Unix
-/// kinds and permissions, and times to the second in UTC. One entry is open at a time. Throws Failure.
+/// Writes the zip format (PKWARE's APPNOTE.TXT 6.3), with 64-bit records where needed, Unix file types and
+/// permissions, and modification times in seconds (UTC). One entry is open at a time. Throws Failure.
 class ZipWriter {
 public:
     enum class Method : std::uint16_t { stored = 0, deflated = 8 };
 
     struct Entry {
-        /// A folder's ends in "/". Names that are UTF-8 are marked so; others are written byte for byte
-        /// without the mark, so that no two become one.
+        /// The name of a folder ends with "/". A name in UTF-8 is marked as such. Other names are written
+        /// unchanged without the mark, so that different names stay different.
         std::string name;
-        /// As stat(2) has it.
+        /// As in stat(2).
         mode_t mode = 0;
         /// Seconds since 1970.
         std::int64_t modificationTime = 0;
-        /// Of the content, before compression.
+        /// The size of the content before compression.
         std::uint64_t size = 0;
         Method method = Method::stored;
     };
@@ -35,7 +35,7 @@ public:
     void append(std::string_view bytes) { _file.append(bytes); }
     void end(std::uint32_t crc32);
 
-    /// Behind the last entry.
+    /// The central directory.
     void finish();
 
 private:

@@ -15,8 +15,8 @@ namespace {
 constexpr int failed = 1;
 constexpr int misused = 64; // EX_USAGE of sysexits.h
 
-// Deep folders make endless paths. A caller that reads only after this program's end must find room for the
-// message in its pipe, which holds 64 KiB.
+// A path can be very long. A caller that reads the output after the program's end needs room for the message
+// in its pipe, which holds 64 KiB.
 constexpr std::size_t messageLimit = 8192;
 
 int fail(const std::exception& failure) {
@@ -27,7 +27,7 @@ int fail(const std::exception& failure) {
     return failed;
 }
 
-/// A line that needs no memory stands in for a message that there is no memory for.
+/// A fixed text for the case that there is no memory for the message.
 int failForMemory(const char* archive) {
     try {
         return fail(ditto::Failure(ENOMEM, "make", archive));
