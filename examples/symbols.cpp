@@ -1,5 +1,6 @@
-// symbols [--json] PATH...: what the symbols in a Mach-O file or dSYM bundle belong to, slice by slice. Of
-// two paths it also says whether their UUIDs match: only a dSYM whose UUIDs do makes a crash report readable.
+// symbols [--json] PATH...: prints the slices and UUIDs of Mach-O files and dSYM bundles. For two paths it
+// also reports whether their UUIDs match: a crash report can be symbolicated only with the dSYM of the same
+// UUID.
 #include "MachO/TWLdSYM.h"
 #include "platform/foundation/UTF8.h"
 
@@ -34,7 +35,7 @@ static void print(bool json, const TWLMachOSlice& slice) {
     std::cout << (json ? "\"linkedDylibs\": [" + dylibs + "]}" : "linkedDylibs:" + dylibs + "\n");
 }
 
-/// The slices' architectures with their UUIDs; nothing when the path cannot be read.
+/// The slices' architectures and UUIDs; null if the path cannot be read.
 static std::set<std::string> show(const std::string& path, bool json, const char* separator) {
     const auto dSYM = TWLdSYM::initWithURL(platform::URL::fileURLWithPath(path));
     const auto file =
@@ -70,7 +71,7 @@ int main(int argc, char** argv) {
             shown.push_back(uuids);
     std::cout << (!json ? "" : shown.empty() ? "[]\n" : "]\n");
     if (paths.size() == 2 && shown.size() == 2) {
-        shown[0].merge(shown[1]); // leaves in the second what both hold
+        shown[0].merge(shown[1]); // the second one keeps the common elements
         const char* rest = shown[1].empty() ? "UUIDs do not match.\n" : "Only some UUIDs match.\n";
         (json ? std::cerr : std::cout) << (shown[0].size() == shown[1].size() ? "UUIDs match.\n" : rest);
     }

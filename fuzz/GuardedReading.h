@@ -5,8 +5,8 @@
 
 namespace fuzz {
 
-/// Reads Mach-O bytes from memory behind which there is no page: whatever reads past them crashes, with a
-/// sanitizer or without.
+/// Reads Mach-O bytes from memory that is followed by an inaccessible page: a read beyond their end crashes,
+/// with or without a sanitizer.
 class GuardedReading {
 public:
     /// For inputs of up to `size` bytes.
@@ -15,8 +15,8 @@ public:
     GuardedReading(const GuardedReading&) = delete;
     GuardedReading& operator=(const GuardedReading&) = delete;
 
-    /// Makes objects of all slices of a copy of the bytes and asks them for all that they know. False when an
-    /// answer leads outside, or when it took a second.
+    /// Makes objects of all slices of a copy of the bytes and calls all their operations. False if a result
+    /// points outside the bytes or if this takes a second.
     bool read(std::string_view bytes);
 
 private:

@@ -11,7 +11,7 @@ namespace {
 
 using platform::Value;
 
-/// What the XML format keeps of a value. NaN becomes text, because it is not equal to itself.
+/// The value after writing and reading XML. NaN becomes text, because it is not equal to itself.
 Value kept(const Value& value) {
     if (const auto* text = value.as<std::string>())
         return platform::textForXML(*text);
@@ -41,7 +41,7 @@ Value kept(const Value& value) {
 
 } // namespace
 
-/// Checks that what was read comes back equal after it has been written.
+/// Checks that a parsed value is unchanged after writing and parsing it again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto value = platform::parsePropertyList({reinterpret_cast<const char*>(data), size});
     if (!value)

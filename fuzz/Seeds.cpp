@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Writes each seed to a file of its own below "<folder>/<target>".
+/// Writes each seed to a file in "<folder>/<target>".
 void writeSeeds(const std::string& folder, const std::string& target, const std::vector<std::string>& seeds) {
     const std::string path = platform::pathByAppending(folder, target);
     if (const auto made = platform::createDirectories(path); !made) {
@@ -25,7 +25,7 @@ void writeSeeds(const std::string& folder, const std::string& target, const std:
     }
 }
 
-/// An array of one object of each type.
+/// An array with one object of each type.
 std::string binaryPropertyList() {
     const std::string zeros(16, '\0'), zero(1, '\0');
     const std::string objects[] = {"\xAC\1\2\3\4\5\6\7\x8\x9\xA\xB\xC",

@@ -35,7 +35,7 @@ constexpr std::array uploadFields = {"project[identifier]",
                                      "code_mapping[file]"};
 constexpr std::uint64_t largestUpload = 1ULL << 33;
 
-/// The first thing that `request` lacks, as a sentence; empty when it has all.
+/// The first problem of `request` as a sentence; empty if there is none.
 template <class Fields>
 std::string whatIsMissing(const httplib::Request& request, const Fields& fields) {
     for (const char* header : commonHeaders)
@@ -90,8 +90,8 @@ public:
           _server(makeServer(tls)) {
         fs::create_directories(_folder);
         _server->set_payload_max_length(largestUpload);
-        // The library's own choice lets several services share a port, and each would see a part of the
-        // calls.
+        // By default, the library lets several servers share a port, and each would get a part of the
+        // requests.
         _server->set_socket_options([](socket_t socket) {
             const int on = 1;
             setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// The port that `text` names, or nothing when it is no whole number from 0 to 65535.
+/// The port number in `text`; null if it is not an integer from 0 to 65535.
 std::optional<std::uint16_t> portNumber(const char* text) {
     std::uint16_t port = 0;
     const char* end = text + std::strlen(text);

@@ -28,7 +28,7 @@ int fail(const char* reason) {
 
 int main(int argc, char** argv, char** environment) {
     platform::prepareStandardStreams();
-    platform::endWhenAMappedFileIsCutShort();
+    platform::exitIfAMappedFileIsTruncated();
     try {
         return orvane::run(argc, argv, environment);
     } catch (const std::bad_alloc&) {

@@ -25,7 +25,7 @@ extern "C" void endAtLostPage(int signalNumber, siginfo_t* information, void*) {
 
 } // namespace
 
-void endWhenAMappedFileIsCutShort() {
+void exitIfAMappedFileIsTruncated() {
     struct sigaction action = {};
     action.sa_sigaction = &endAtLostPage;
     action.sa_flags = SA_SIGINFO;

@@ -10,8 +10,8 @@
 #include <iostream>
 #include <sstream>
 
-// Stands in for the desktop companion app: it is opened with a hand-off URL, looks at what the URL hands over
-// and appends a report that a person can read and a test can wait for. It uploads nothing.
+// Stands in for the desktop companion app. It is opened with a hand-off URL, examines what the URL refers
+// to, and appends a report for people and tests. It uploads nothing.
 
 namespace {
 
@@ -22,7 +22,7 @@ std::string percentDecoded(const std::string& text) {
     return url ? url->path() : text;
 }
 
-/// The value of the query's pair named `key`, or nothing.
+/// The value of the pair `key` in the query; null if there is none.
 std::optional<std::string> queryValue(const platform::URL& url, const std::string& key) {
     std::istringstream pairs(url.query().value_or(""));
     for (std::string pair; std::getline(pairs, pair, '&');)
@@ -31,7 +31,7 @@ std::optional<std::string> queryValue(const platform::URL& url, const std::strin
     return std::nullopt;
 }
 
-/// Describes what a Build.plist names; true when all of it is there.
+/// Describes the contents of a Build.plist. True if they are complete.
 bool reportBuild(const std::string& path, std::ostream& report) {
     const auto build = platform::readDictionary(path);
     report << "Build.plist: " << path << (build ? "" : " cannot be read") << "\n";
@@ -66,7 +66,7 @@ bool reportOpening(const std::string& text, std::ostream& report) {
     return key.has_value();
 }
 
-/// One write, so that reports of several openings do not mix.
+/// One write, so that reports of several processes do not mix.
 bool append(const std::string& path, const std::string& report) {
     const platform::FileDescriptor file(
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));

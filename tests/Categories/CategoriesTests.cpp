@@ -16,12 +16,12 @@ namespace {
 using namespace std::string_literals;
 using platform::Data;
 
-TEST(MD5, OfDataCountsEveryByteAndOfTextEndsAtTheFirstZero) {
+TEST(MD5, HashesAllDataAndTextUpToItsFirstZero) {
     EXPECT_EQ(MD5("message digest\0 and more"s), "f96b697d7cb7938d525a2f31aaf161d0"); // RFC 1321, A.5
     EXPECT_EQ(MD5(Data("\0"s)), "93b885adfe0da089cdf634904fd59f71");
 }
 
-/// "status|standard output|standard error", once for each call of the completion.
+/// "status|standard output|standard error" for each call of the completion.
 std::string run(const std::string& path, const std::optional<NSTask::Arguments>& arguments,
                 const std::optional<std::string>& workingDirectory = {},
                 const std::optional<NSTask::Environment>& environment = {}) {
@@ -37,18 +37,18 @@ std::string runScript(const std::string& script) {
     return run("/bin/sh", NSTask::Arguments{"-c", script});
 }
 
-TEST(NSTask, HandsOverStatusAndOutputOfWhatItWasGiven) {
+TEST(NSTask, ReturnsStatusAndOutput) {
     EXPECT_EQ(runScript("printf a; printf b >&2; printf $PATH; exit 255"), "255|a"s + getenv("PATH") + "|b");
     EXPECT_EQ(runScript("kill -KILL $$"), "137||");
     EXPECT_EQ(run("/bin/echo", {{"", "$HOME", "a  b", "*\n"}}), "0| $HOME a  b *\n\n|");
     EXPECT_EQ(run("/usr/bin/env", {}, {}, {{{"B", "2=2"}, {"A", ""}}}), "0|A=\nB=2=2\n|");
     EXPECT_EQ(run("/usr/bin/env", {}, {}, NSTask::Environment()), "0||");
     EXPECT_EQ(run(std::filesystem::relative("/bin/pwd"), {}, "/proc"), "0|/proc\n|");
-    // 124 is timeout's status for a command that it had to end: cat saw neither bytes nor an end.
+    // timeout exits with 124 if it had to end the command: cat got neither bytes nor an end of file.
     EXPECT_EQ(run("/usr/bin/timeout", {{"0.2", "/bin/cat"}}), "124||");
 }
 
-TEST(NSTask, WrappersReturnOneThing) {
+TEST(NSTask, WrappersReturnOutputOrSuccess) {
     const NSTask::Arguments both = {"-c", "printf 'd\\303\\251'; printf 'b\\351' >&2; exit 3"};
     EXPECT_EQ(NSTask::stdoutWithLaunchPath("/bin/sh", both), "d\xC3\xA9");
     EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", both), std::nullopt) << "no UTF-8";
@@ -57,7 +57,7 @@ TEST(NSTask, WrappersReturnOneThing) {
     EXPECT_TRUE(NSTask::runTaskWithLaunchPath("/bin/sh", "/proc", {"-c", "test $PWD = /proc"}));
 }
 
-TEST(NSTask, ThrowsWithPathAndReasonWhenNothingCanBeStartedAndLeavesNothingOpen) {
+TEST(NSTask, ThrowsIfAProgramCannotBeStartedAndLeaksNoDescriptors) {
     const support::TemporaryFolder folder;
     const std::string plain = folder.write("plain", "#!/bin/sh\n"), gone = folder.path("gone");
     const std::tuple<std::string, std::optional<std::string>, NSTask::Arguments, std::string> cases[] = {
@@ -78,7 +78,7 @@ TEST(NSTask, ThrowsWithPathAndReasonWhenNothingCanBeStartedAndLeavesNothingOpen)
     EXPECT_EQ(dup(0), lowestFree);
 }
 
-TEST(NSTask, GivesTheChildCleanSignalsAndOnlyThreeDescriptors) {
+TEST(NSTask, StartsChildrenWithDefaultSignalsAndThreeDescriptors) {
     struct sigaction ignored = {}, withoutStatus = {};
     ignored.sa_handler = SIG_IGN;
     withoutStatus.sa_flags = SA_NOCLDWAIT;
@@ -94,8 +94,7 @@ TEST(NSTask, GivesTheChildCleanSignalsAndOnlyThreeDescriptors) {
                 sigset_t all;
                 sigfillset(&all);
                 sigprocmask(SIG_BLOCK, &all, nullptr);
-                // The last seven digits: higher signals are the C library's own.
-                // No pipe behind ls: the shell would hold its ends while ls looks.
+                // The last seven digits: the C library uses the higher signals.
                 const std::string outcome = runScript(
                     "grep -E '^Sig(Blk|Ign)' /proc/self/status | grep -o '.......$'; ls /proc/$$/fd; exit 7");
                 _exit(outcome == "7|0000000\n0000000\n0\n1\n2\n|" ? 42 : 1);
@@ -103,7 +102,7 @@ TEST(NSTask, GivesTheChildCleanSignalsAndOnlyThreeDescriptors) {
             testing::ExitedWithCode(42), "");
 }
 
-TEST(NSTask, AbortsWhenNoPipeCanBeMade) {
+TEST(NSTask, AbortsIfNoPipeCanBeCreated) {
     const rlimit four = {4, 4};
     EXPECT_DEATH(
         (setrlimit(RLIMIT_NOFILE, &four), run("/bin/true", {})),

@@ -25,7 +25,7 @@ struct RealFiles : support::TemporaryFolder {
                                             "x86_64",   "app",      "app.dSYM/Contents/Resources/DWARF/app"};
 };
 
-/// What lipo, dwarfdump and objdump print of a file, with their way to write UUIDs and versions made ours.
+/// The output of lipo, dwarfdump and objdump for a file, with UUIDs and versions in our format.
 std::string theirLines(const std::string& path) {
     return outputOf("PATH=" LLVM ":$PATH; f=" + path + R"(
         llvm-lipo $f -archs
@@ -52,13 +52,13 @@ std::string ourLines(const std::string& path) {
     return architectures + "\n" + uuids + lines;
 }
 
-TEST(RealFile, ReadsAsItsOwnToolsReadIt) {
+TEST(RealFile, IsReadAsLLVMToolsReadIt) {
     const RealFiles files;
     for (const char* name : RealFiles::names)
         EXPECT_EQ(ourLines(files.path(name)), theirLines(files.path(name))) << name;
 }
 
-TEST(Symbols, ShowsSlicesAndWhetherTheUUIDsMatch) {
+TEST(Symbols, PrintsSlicesAndComparesUUIDs) {
     const RealFiles files;
     const std::string symbols = "cd " + files.path() + " && " SYMBOLS " ";
     EXPECT_THAT(outputOf(symbols + "app app.dSYM"), testing::EndsWith("\n\nUUIDs match.\n"));
@@ -70,7 +70,7 @@ TEST(Symbols, ShowsSlicesAndWhetherTheUUIDsMatch) {
               "app.c cannot be read: it is no Mach-O file and no dSYM bundle that holds one.\n");
 }
 
-TEST(HostileFile, EveryTruncationAndEveryCorruptedWordIsReadWithinBounds) {
+TEST(HostileFile, TruncatedAndCorruptedFilesAreReadWithinBounds) {
     std::vector<std::string> all = fuzz::sampleMachOFiles();
     for (const RealFiles files; const char* name : {"arm64.o", "objects", "app"})
         all.emplace_back(platform::readFile(files.path(name))->bytes());
@@ -78,7 +78,7 @@ TEST(HostileFile, EveryTruncationAndEveryCorruptedWordIsReadWithinBounds) {
         fuzz::GuardedReading reading(bytes.size());
         for (std::size_t size = 0; size <= bytes.size(); ++size)
             ASSERT_TRUE(reading.read({bytes.data(), size})) << size;
-        // The last image of a sample stands at an odd offset.
+        // The last image of a sample is at an odd offset.
         for (std::size_t at = 0; at + 4 <= std::min<std::size_t>(bytes.size(), 1100); ++at) {
             const std::string word = bytes.substr(at, 4);
             for (const std::uint32_t value : {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu}) {
@@ -90,7 +90,7 @@ TEST(HostileFile, EveryTruncationAndEveryCorruptedWordIsReadWithinBounds) {
     }
 }
 
-TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheapButSoundOnesMayBeLarge) {
+TEST(HostileFile, OverlappingImagesAndRepeatedPathsTakeLittleTime) {
     const std::uint32_t count = 40000;
     const std::string command = fuzz::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
     const auto image = fuzz::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
@@ -106,21 +106,21 @@ TEST(HostileFile, OverlappingImagesAndRepeatedPathsStayCheapButSoundOnesMayBeLar
     const auto binary = TWLMachOBinary::MachOBinaryWithPath(folder.write("bomb", header + image.bytes()));
     for (const auto& slice : binary->slices())
         EXPECT_TRUE(!slice->ehFrameData() && !slice->unwindInfoData());
-    // Of the processor's time, with room for sanitizers; unbounded work would take hours.
+    // Processor time, with a reserve for sanitizers. Without limits the work would take hours.
     EXPECT_LT(std::clock() - began, 20 * CLOCKS_PER_SEC);
     EXPECT_EQ(binary->slices().size(), count);
     EXPECT_THAT(binary->slices()[0]->linkedDylibs(), testing::SizeIs(testing::Ge(2u)));
 }
 
-TEST(CutShort, WhileItIsMappedAFileEndsTheProcessWithASentence) {
+TEST(TruncatedFile, EndsTheProcessWithAMessageWhileItIsMapped) {
     const support::TemporaryFolder folder;
     const std::string path = folder.write("a", std::string(100'000, 'a'));
     macho::TWLMachOFile file;
     ASSERT_TRUE(TWLMachOFileInitWithPath(&file, path.c_str()));
     std::filesystem::resize_file(path, 0);
     EXPECT_EXIT(
-        (platform::endWhenAMappedFileIsCutShort(), TWLMachOFileEnumerateSlices(&file, [](const auto*) {})),
-        testing::ExitedWithCode(1), "a file was cut short");
+        (platform::exitIfAMappedFileIsTruncated(), TWLMachOFileEnumerateSlices(&file, [](const auto*) {})),
+        testing::ExitedWithCode(1), "truncated a file");
     TWLMachOFileDestroy(&file);
 }
 

@@ -16,8 +16,8 @@ namespace {
 
 using namespace fuzz;
 
-/// "name@offset", or "name@null" for an image that lies outside, and "cmd:cmdsize" for each load command; one
-/// line for each slice. The name is what the record says once its commands have been walked.
+/// One line for each slice: "name@offset" (or "name@null" for an image outside the file) and "cmd:cmdsize"
+/// for each load command. The name is read after the commands were enumerated.
 std::string linesOf(const std::string& bytes) {
     std::string lines;
     const auto addLine = [&](TWLMachOSlice* slice) {
@@ -33,7 +33,7 @@ std::string linesOf(const std::string& bytes) {
     return lines;
 }
 
-TEST(MachOReader, EnumeratesSlicesInTheirOrder) {
+TEST(MachOReader, EnumeratesSlicesInFileOrder) {
     std::string universal = universalHeader(
         {{0x01000007, 0x80000003, 1}, {0x0100000c, 0x80000002, 2}, {12, 12, 107}, {0x07000001, 3, 108}, {}});
     const std::string inOrder = "x86_64@1\narm64e@2\narmv7k@107\nunknown@null\n";
@@ -46,7 +46,7 @@ TEST(MachOReader, EnumeratesSlicesInTheirOrder) {
     EXPECT_EQ(linesOf(endless).size(), 65536 * std::strlen("unknown@0\n"));
 }
 
-TEST(MachOReader, WalksCommandsByTheirSizesAloneAndTakesTheHeadersTypes) {
+TEST(MachOReader, EnumeratesCommandsByTheirSizes) {
     const auto repeated = MachOImage(12, 9).uuid(1).sizedCommand(7, 0, "").uuid(2).commandCount(3);
     const std::string universal = universalHeader({{0x0100000c, 0, 29}}) + '\0' + repeated.bytes();
     EXPECT_EQ(linesOf(universal), "armv7@29 27:24 7:0 7:0\n");
@@ -57,7 +57,7 @@ TEST(MachOReader, WalksCommandsByTheirSizesAloneAndTakesTheHeadersTypes) {
     EXPECT_EQ(linesOf(MachOImage().magic(0xcffaedfe).uuid(1).bytes()), "x86_64@0 27:24\n");
 }
 
-TEST(MachOReader, FindsSectionsAsThePlatformDoes) {
+TEST(MachOReader, FindsSectionsByName) {
     for (const std::uint32_t cputype : {7u, 0x01000007u}) {
         const auto expectAt = [&](int offset, const MachOImage& image, const char* name) {
             const std::string bytes = image.bytes();
@@ -135,7 +135,7 @@ TEST(TWLMachOBinary, ListsAndIdentifiesItsSlices) {
     EXPECT_EQ(TWLMachOBinary::hashNSString({"abc\0d", 5}), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
-TEST(TWLMachOBinary, SlicesOutliveTheirFileWithAllThatTheirLastCommandsSay) {
+TEST(TWLMachOBinary, SlicesOutliveTheirFile) {
     MachOImage image;
     image.segment("__TEXT", {{"__eh_frame", 1}, {"__unwind_info", 0}});
     image.uuid(1).versionMin(0x24, 0x000a0900, 0x000a0a01).uuid('\xfe');
@@ -155,7 +155,7 @@ TEST(TWLMachOBinary, SlicesOutliveTheirFileWithAllThatTheirLastCommandsSay) {
     EXPECT_FALSE(TWLMachOGetEncrypted(littleEndian({0x21, 20, 1, 1, 0}).data()));
 }
 
-TEST(TWLMachOBinary, OpensRegularFilesOfSixteenBytesToManyGigabytes) {
+TEST(TWLMachOBinary, OpensRegularFilesOfAtLeastSixteenBytes) {
     const support::TemporaryFolder folder;
     const std::uint32_t offset = 0xfffff001;
     const std::string large = folder.write("large", universalHeader({{7, 3, offset}}));
@@ -174,7 +174,7 @@ TEST(TWLMachOBinary, OpensRegularFilesOfSixteenBytesToManyGigabytes) {
     EXPECT_EQ(dup(0), lowestFree);
 }
 
-TEST(TWLdSYM, ReadsItsIdentityAndTheFirstEntryOfItsFolderWhateverItIs) {
+TEST(TWLdSYM, ReadsItsInfoPlistAndTheFirstFile) {
     const support::TemporaryFolder folder;
     const std::string dwarf = "A B.dSYM/Contents/Resources/DWARF/";
     const auto bundle = [&] {

@@ -32,7 +32,7 @@ TEST(CopyItem, KeepsContentsHolesModesTimesAndLinks) {
     support::outputOf("cd " + folder.path("a") + R"( && truncate -s 10M sparse && chmod 751 Contents/tool &&
         printf middle | dd of=sparse bs=1M seek=4 conv=notrunc status=none && chmod 555 closed &&
         find . -exec touch -hd @1400000000.123456789 {} +)");
-    // Another file system, where there is one: the kernel does not copy between them.
+    // If the machine has another file system: the kernel does not copy between file systems.
     const TemporaryFolder memory(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path());
     const std::string source = folder.path("a");
     const auto list = [](std::string path) {
@@ -47,7 +47,7 @@ TEST(CopyItem, KeepsContentsHolesModesTimesAndLinks) {
     }
 }
 
-TEST(CopyItem, SaysWhatItCannotCopy) {
+TEST(CopyItem, ReportsWhatItCannotCopy) {
     const TemporaryFolder folder;
     folder.write("a/b/file", "content");
     folder.write("there", "old");

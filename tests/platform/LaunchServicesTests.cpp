@@ -17,7 +17,7 @@ using std::filesystem::create_symlink;
 
 constexpr const char* url = "tarnwhistle://xcode?a=%20b";
 
-/// A user's desktop with the applications a, b and c, all of them in the system's data folder.
+/// A user's desktop with the applications a, b and c in the system's data folder.
 class Desktop {
 public:
     Desktop() {
@@ -33,7 +33,8 @@ public:
         EXPECT_EQ(chmod(path.c_str(), 0755), 0);
         return path;
     }
-    /// A desktop entry that begins in the usual way, or another file, in which "@" stands for the URL's type.
+    /// Writes a desktop entry with the usual first lines, or another file. "@" stands for the URL's MIME
+    /// type.
     void write(const std::string& name, const std::string& text) const {
         const std::string start = "[Desktop Entry]\nType=Application\nName=Or vane\nIcon=ic on\n";
         const bool isEntry = name.ends_with(".desktop") && !text.starts_with('[');
@@ -45,7 +46,7 @@ public:
               "DBusActivatable=true\nTerminal=true\nPath=/\nExec=" + exec + "\n");
         write("data/applications/mimeapps.list", "[Default Applications]\n@=handler.desktop\n");
     }
-    /// The application for the first of `urls` and the status of opening all of them.
+    /// The application for the first of `urls`, and the status of opening all of them.
     std::string open(const std::vector<std::string>& urls) const {
         support::Launch launch = {
             .arguments = {ORVANE_OPEN_URL},
@@ -63,10 +64,11 @@ public:
     support::TemporaryFolder folder;
 };
 
-TEST(LaunchServices, GiveTheHandlerTheURLsAsItsExecLineSays) {
+TEST(LaunchServices, PassURLsAsTheExecLineRequires) {
     const Desktop desktop;
     support::ReportPipe reports(desktop.folder.path("reports"));
-    // Each report is one write, since two programs may write at once. The handler outlives the opening.
+    // Each report is one write, because two programs may write at the same time. The handler may outlive the
+    // opening.
     desktop.writeProgram("a%20b \"$`\\.app/bin/handler", R"sh(#!/bin/sh
 reports=')sh" + desktop.folder.path("reports") + R"sh('
 streams=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2 | tr '\n' ' ')
@@ -88,7 +90,7 @@ while [ -e "$reports" ]; do sleep 0.1; done
           desktop.folder.path("data/applications/handler.desktop|") + own}},
         {R"(%U %d %D %n %N %v %m --x="a  b"'"c' d\\ e \\\\ "\\$" "\x" '\\\\' ""e)",
          {both + "--x=a  b\"c|d e|\\|$|\\x|\\\\|e|" + own}},
-        // A line that takes one URL starts a program for each.
+        // If the line accepts one URL, each URL starts a program.
         {"--url=%U '--u=%f' #$HOME ~ * > < | & ; ( ) \xC3\xA9 \xE9 =",
          {"--url=" + std::string(url) + "|--u=" + url + rest, "--url=" + second + "|--u=" + second + rest}}};
     for (const auto& [arguments, expected] : cases) {
@@ -101,7 +103,7 @@ while [ -e "$reports" ]; do sleep 0.1; done
     }
 }
 
-TEST(LaunchServices, FindTheNearestAppFolderOrTheProgramsOwnAndSayWhatCannotBeOpened) {
+TEST(LaunchServices, FindTheAppFolderAndReportFailures) {
     const Desktop desktop;
     const support::TemporaryFolder& folder = desktop.folder;
     EXPECT_EQ(desktop.open({}), "none\n-50\n");
@@ -139,21 +141,21 @@ TEST(LaunchServices, FindTheNearestAppFolderOrTheProgramsOwnAndSayWhatCannotBeOp
     EXPECT_EQ(desktop.open({"other:x"}), absent);
 }
 
-TEST(LaunchServices, PreferApplicationsInTheOrderOfTheStandard) {
+TEST(LaunchServices, FollowTheStandardsOrderOfPrecedence) {
     const std::string defaults = "Default Applications", added = "Added Associations",
                       removed = "Removed Associations", cache = "MIME Cache";
     const std::string config = "home/.config/", data = "data/applications/", system = "system/applications/";
-    /// The start of a file's path, a group in it, and applications.
+    /// The start of a file's path, a group in the file, and applications.
     using Line = std::array<std::string, 3>;
     const std::pair<std::vector<Line>, std::string> cases[] = {
-        // One folder after the other, in each the desktops' own files first.
+        // Folder by folder; in each folder the files of the current desktop come first.
         {{{config + "odd-", defaults, "a"}, {config + "gnome-", defaults, "b"}}, "a"},
         {{{config + "gnome-", defaults, "a"}, {config, defaults, "b"}}, "a"},
         {{{config, defaults, "a"}, {"xdg/gnome-", defaults, "b"}}, "a"},
         {{{"xdg/", defaults, "a"}, {"xdg2/", defaults, "b"}}, "a"},
         {{{"xdg2/", defaults, "a"}, {data, defaults, "b"}}, "a"},
         {{{data, defaults, "a"}, {system + "odd-", defaults, "b"}}, "a"},
-        // What is not installed is passed over.
+        // Applications that are not installed are skipped.
         {{{"xdg/", defaults, ";x;;b;a;"}}, "b"},
         {{{"xdg/", defaults, "../../system/applications/a;.-a;..-applications-a"}, {"xdg2/", defaults, "b"}},
          "b"},
@@ -163,15 +165,15 @@ TEST(LaunchServices, PreferApplicationsInTheOrderOfTheStandard) {
           {data + "x/y-z.desktop", "Exec=b"},
           {system + "x/y/z.desktop", "Exec=a"}},
          "b"},
-        // Associations come after all defaults.
+        // Associations are used after all defaults.
         {{{"xdg/", added, "a"}, {system, defaults, "b"}}, "b"},
         {{{system, added, "a"}, {system, cache, "b"}}, "a"},
-        // A removal counts from its folder's cache on.
+        // A removal affects the cache of its folder and the folders after it.
         {{{"xdg/", added, "a"}, {"xdg/", removed, "a;b"}, {system, defaults, "b"}}, "a"},
         {{{"xdg/", added, "a"}, {"xdg2/", removed, "a"}}, "a"},
         {{{system, removed, "a"}, {system, cache, "a;b"}}, "b"},
         {{{"xdg/gnome-", removed, "a"}, {"xdg/gnome-", added, "b"}, {system, cache, "a"}}, "a"},
-        // The user's entry hides the system's. It is not associated unless a default names it.
+        // The user's entry hides the system's entry. It is used only if a default names it.
         {{{data + "a.desktop", "Exec=c"}, {system, defaults, "a"}}, "c"},
         {{{data + "a.desktop", "Exec=c"}, {system, cache, "a;b"}}, "b"}};
     for (const auto& [lines, expected] : cases) {
@@ -192,7 +194,7 @@ TEST(LaunchServices, PreferApplicationsInTheOrderOfTheStandard) {
     }
 }
 
-TEST(LaunchServices, ReadFilesAsPeopleWriteThemAndPassOverOthers) {
+TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {
     std::vector<std::array<std::string, 4>> cases = {
         {"c.app/", "xdg/mimeapps.list",
          "\xEF\xBB\xBF[Default Applications]\r\n#@=a\r\n@=a.desktop\r\n  @ \t= c.desktop \r\n[X]\n@=a.desktop"},

@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-/// Prints the application for the first URL and the status of opening all of them.
+/// Prints the application for the first URL and the status of opening all URLs.
 int main(int argc, char** argv) {
     dup2(STDOUT_FILENO, 50);
     std::vector<platform::URL> urls;

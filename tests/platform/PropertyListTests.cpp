@@ -18,7 +18,7 @@ std::string reasonOf(const Result<Value>& result) {
     return result ? "(no error)" : result.error().description();
 }
 
-/// Every kind of value, and text that is easily spoiled on the way.
+/// Every type of value, and text that is difficult to write.
 const Value samples = Value::Dictionary{
     {"", Value::Array{0, -1, INT64_MAX, INT64_MIN, UINT64_MAX, 0.1, -1e300, 5e-324, 2.0, HUGE_VAL, -HUGE_VAL,
                       true, false, Date{650000000}, Date{-6e10}, Date{2e11}}},
@@ -35,7 +35,7 @@ std::string utf16(std::string_view ascii) {
     return bytes;
 }
 
-/// A binary list with one byte for each offset and reference.
+/// A binary property list with one byte for each offset and reference.
 std::string binary(const std::vector<std::string>& objects, unsigned char root = 0) {
     std::string bytes = "bplist00", table;
     for (const std::string& object : objects) {
@@ -47,7 +47,7 @@ std::string binary(const std::vector<std::string>& objects, unsigned char root =
     return bytes + table + std::string(6, '\0') + trailer + static_cast<char>(bytes.size());
 }
 
-TEST(PropertyList, KeepsEveryKindOfValueAsOtherReadersAndWritersDo) {
+TEST(PropertyList, IsCompatibleWithPythonsPlistlib) {
     const support::TemporaryFolder folder;
     const std::string ours = folder.write("ours.plist", propertyListXML(samples));
     const std::string python = R"(python3 -c 'import plistlib, re, sys
@@ -66,7 +66,7 @@ plistlib.dump(value, open(sys.argv[1] + ".bin", "wb"), fmt=plistlib.FMT_BINARY)'
     }
 }
 
-TEST(PropertyList, MakesTextFitAndLeavesNullsOut) {
+TEST(PropertyList, ReplacesInvalidTextAndOmitsNulls) {
     const auto value = parsePropertyList(propertyListXML(Value::Dictionary{
         {"a\x01", "first"}, {"a\x02", "second"}, {"null", nullptr}, {"\xFF", std::string("\0\x1b", 2)}}));
     EXPECT_EQ(*value, Value(Value::Dictionary{{"a\uFFFD", "first"}, {"\uFFFD", "\uFFFD\uFFFD"}}));
@@ -86,7 +86,7 @@ TEST(PropertyList, WritesNumbersAndDatesInFull) {
         EXPECT_THAT(propertyListXML(Value::Array{value}), HasSubstr(std::string("\t") + element + "\n"));
 }
 
-TEST(PropertyList, ReadsWhatItsFormatsAllow) {
+TEST(PropertyList, ReadsAllValidForms) {
     const std::string zero(1, '\0');
     const std::pair<std::string, Value> cases[] = {
         {"<?xml version='1.0' encoding='ISO-8859-1'?><plist><string>\xe4</string></plist>", "\u00e4"},
@@ -119,7 +119,7 @@ TEST(PropertyList, ReadsWhatItsFormatsAllow) {
     }
 }
 
-TEST(PropertyList, RefusesWhatIsNoPropertyList) {
+TEST(PropertyList, RefusesInvalidDocuments) {
     std::vector<std::string> doubled, repeated;
     for (char i = 1; i <= 40; ++i)
         doubled.push_back("\xA2" + std::string(2, i));
@@ -171,13 +171,13 @@ TEST(PropertyList, RefusesWhatIsNoPropertyList) {
         }
 }
 
-TEST(PropertyList, TakesLinearTime) {
+TEST(PropertyList, IsReadInLinearTime) {
     Value::Dictionary many{{"markup", std::string(900'000, '&')}, {"returns", std::string(900'000, '\r')}};
     for (int i = 0; i < 100'000; ++i)
         many.emplace("key" + std::to_string(i), std::string(20, 'x'));
     const std::clock_t start = std::clock();
     EXPECT_TRUE(*parsePropertyList(propertyListXML(many)) == Value(many));
-    // Of the processor's time; quadratic work would take minutes.
+    // Processor time. Quadratic work would take minutes.
     EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 

@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-TEST(BooleanValue, ReadsWhatThePlatformReads) {
+TEST(BooleanValue, IsReadAsByAppleFrameworks) {
     for (const char* yes :
          {"YES", "yes", "true", "T", "1", "  1", "+1", "-007", "0009", "\t\nY", "Yeti", "00T"})
         EXPECT_TRUE(booleanValue(yes)) << yes;
@@ -25,14 +25,14 @@ TEST(IntegerValue, ReadsLeadingDigitsWithinTheRange) {
     EXPECT_EQ(integerValue("-99999999999"), -2147483648);
 }
 
-TEST(Format, PutsArgumentsInOrderAndNeverReadsThemAsFormats) {
+TEST(Format, InsertsArgumentsWithoutReadingThemAsFormats) {
     EXPECT_EQ(format("%@ uploaded 100%% statusCode %i\n%@", "a%@b", 201, std::optional<std::string>()),
               "a%@b uploaded 100% statusCode 201\n(null)");
     EXPECT_EQ(format("%@", Value(Value::Dictionary{{"b", Value::Array{1, nullptr}}, {"a", Data("hi")}})),
               R"({"a" = {length = 2, bytes = 0x6869}, "b" = (1, (null))})");
 }
 
-TEST(UTF8, CountsCharactersAndRefusesOtherBytes) {
+TEST(UTF8, CountsCharactersAndRefusesInvalidBytes) {
     EXPECT_EQ(characterCount("a\u00e9\u20ac\U0001F600"), 4u);
     for (const char* bad :
          {"\x80", "\xC0\xAF", "\xE0\x80\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "a\xE2\x82"})
@@ -50,7 +50,7 @@ TEST(URL, ResolvesReferencesAsRFC3986Does) {
         EXPECT_EQ(URL::parse(reference, base)->absoluteString(), resolved);
 }
 
-TEST(URL, TakesApartWhatItParsesAndRefusesTheRest) {
+TEST(URL, ParsesComponentsAndRefusesInvalidText) {
     const URL url = *URL::parse("HTTPS://user@[::1]:8149/a%20b?x=%31#f");
     EXPECT_EQ(url.scheme() + "|" + url.host() + "|" + url.path(), "https|[::1]|/a b");
     EXPECT_TRUE(url.port() == 8149 && url.query() == "x=%31");

@@ -59,7 +59,7 @@ protected:
     support::ReportPipe reports{desktop + "/report.txt"};
 };
 
-TEST_F(CompanionRoad, IsTakenForTheCompanionOrXcodeButNotBelowXcodeBots) {
+TEST_F(CompanionRoad, IsTakenIfTheCompanionOrXcodeIsThereButNotBelowXcodeBots) {
     const std::string fromXcode = record("Run script build phase called from Xcode.app 1") +
                                   record("Sending data to Orvane.app") + signUp;
     const std::string fromElsewhere = record("Run script build phase called from Xcode.app 0") + unanswered;
@@ -83,14 +83,14 @@ TEST_F(CompanionRoad, IsTakenForTheCompanionOrXcodeButNotBelowXcodeBots) {
     }
 }
 
-TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
+TEST_F(CompanionRoad, PassesABuildPlistThatDescribesTheBuild) {
     for (const char* name : {"Ext.appex.dSYM/Contents/x", "B.dSYM", "C.dsym", "D.DSYM", "E.dSYM.zip", ".dSYM",
                              "dSYM", "deeper/F.dSYM/x"})
         build.writeProduct(name, "");
     for (int i = 0; i < 20; ++i)
         build.environment["LONG_" + std::to_string(i)] = std::string(100'000, 'x');
     build.environment["ODD"] = "a\x01\xff\r\n<&>";
-    // Through the loader, where the kernel takes that for the program.
+    // Started through the loader: the kernel then takes the loader as the program.
     const std::string loader = support::outputOf("ldd /bin/sh | grep -o '/[^ ]*/ld[^ ]*' | tr -d '\\n'");
     support::Launch launch = build.launch({loader});
     launch.environment.insert(launch.environment.end(),
@@ -130,7 +130,7 @@ TEST_F(CompanionRoad, HandsOverABuildPlistThatDescribesTheBuild) {
     EXPECT_EQ(Value(plist), Value(expected));
 }
 
-TEST_F(CompanionRoad, PacksTheSettingsForACompanionThatIsTooOld) {
+TEST_F(CompanionRoad, PassesTheSettingsInTheURLToAnOldCompanion) {
     build.arguments = {"azAZ09-._~ !*'\"();:@&=+$,/?#[]100%25\u00e9<>^"};
     build.environment.erase("CONFIGURATION");
     auto settings = build.environment;
@@ -159,7 +159,7 @@ TEST_F(CompanionRoad, PacksTheSettingsForACompanionThatIsTooOld) {
     EXPECT_FALSE(fileExists(buildFolders().front() + "/Build.plist"));
 }
 
-TEST_F(CompanionRoad, SendsPeopleToTheSignUpPageWhenNothingOpens) {
+TEST_F(CompanionRoad, OpensTheSignUpPageIfNoCompanionOpens) {
     build.folder.write("home/.local/share/applications/browser.desktop", "[Desktop Entry]\nType=Application\n"
                                                                          "Exec=\"" ORVANE_COMPANION
                                                                          "\" report.txt %u\nPath=" +
@@ -182,7 +182,7 @@ TEST_F(CompanionRoad, SendsPeopleToTheSignUpPageWhenNothingOpens) {
     EXPECT_EQ(printed(build, 1), versionLine + signUp);
 }
 
-TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
+TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
     EXPECT_EQ(mkfifo((build.dSYM + "/pipe").c_str(), 0666), 0);
     const std::string copying = printed(build, 1);
     EXPECT_EQ(copying, versionLine + "Unable to copy dSYM at path " + build.products + " to path " +
@@ -203,7 +203,7 @@ TEST_F(CompanionRoad, SaysWhatKeepsItFromFillingTheCache) {
                              "Error Domain=[^\n]* Code=20 [^\n]*\n"));
 }
 
-TEST_F(CompanionRoad, FilesTheBuildUnderAnyEndpoint) {
+TEST_F(CompanionRoad, UsesACacheFolderForEachEndpoint) {
     const std::pair<std::string, std::string> cases[] = {{"<string/>", ""},
                                                          {"<integer>7</integer>", support::nobodyListens},
                                                          {"<string>../../..</string>", "../../.."}};
@@ -217,7 +217,7 @@ TEST_F(CompanionRoad, FilesTheBuildUnderAnyEndpoint) {
     EXPECT_EQ(endpoint({{"BUILT_PRODUCTS_DIR", ""}, {"INFOPLIST_PATH", build.infoPlist}}), "../../..");
 }
 
-TEST_F(CompanionRoad, NeverLeavesHalfABuildPlist) {
+TEST_F(CompanionRoad, NeverLeavesAPartialBuildPlist) {
     for (const char* name : {"LARGE", "LARGER"})
         build.environment[name] = std::string(100'000, '&');
     install("203", "/bin/true");
@@ -236,7 +236,7 @@ TEST_F(CompanionRoad, NeverLeavesHalfABuildPlist) {
                   platform::readDictionary(folder + "/Build.plist").has_value());
 }
 
-TEST(CacheDSYMs, EndTheRunWhenTheFolderCannotBeListed) {
+TEST(CacheDSYMs, EndTheRunIfTheFolderCannotBeListed) {
     const auto failDuringAStep = [] {
         std::latch started(1), never(1);
         platform::DispatchQueue::global().async([&] { started.count_down(), never.wait(); });

@@ -33,7 +33,7 @@ std::vector<support::FormPart> partsOf(const HTTPRequest& request) {
     return support::parseForm(request.header("Content-Type"), request.body);
 }
 
-/// The service that `build` calls: answers each request with the next of its statuses, the last one for ever.
+/// The service for `build`. It answers each request with the next status; the last status repeats.
 class Service {
 public:
     Service(SampleBuild& build, std::vector<int> statuses, const support::TLS& tls = {})
@@ -47,7 +47,7 @@ public:
         const std::scoped_lock lock(_mutex);
         return _requests;
     }
-    /// The names of the archives that came.
+    /// The names of the received archives.
     std::set<std::string> archives() const {
         std::set<std::string> names;
         for (const HTTPRequest& request : requests())
@@ -67,7 +67,7 @@ private:
         _requests.push_back(request);
         support::HTTPAnswer answer;
         answer.status = _statuses[std::min(_requests.size(), _statuses.size()) - 1];
-        // More than a run reads, which makes no difference.
+        // Longer than a run reads, which must not matter.
         answer.body = std::string(answer.status < 400 ? 0 : 2 << 20, ' ');
         return answer;
     }
@@ -78,7 +78,7 @@ private:
     support::HTTPServer _server;
 };
 
-/// An image that was built for `minimumVersion` of iOS.
+/// An image with this minimum version of iOS.
 fuzz::MachOImage image(std::uint32_t cputype, std::uint32_t cpusubtype, std::uint32_t minimumVersion) {
     constexpr std::uint32_t versionMinIPhoneOS = 0x25;
     return fuzz::MachOImage(cputype, cpusubtype).versionMin(versionMinIPhoneOS, minimumVersion, 0x00080000);
@@ -86,7 +86,7 @@ fuzz::MachOImage image(std::uint32_t cputype, std::uint32_t cpusubtype, std::uin
 const fuzz::MachOImage armv7 = image(0xC, 9, 0x00070000).uuid('\x11');
 const fuzz::MachOImage arm64 = image(0x0100000C, 0, 0x00070000).uuid('\x22');
 
-/// A build whose executable and dSYM are there, with the arguments of a build server.
+/// A build with its executable and dSYM, and the arguments of a build server.
 class DirectRoad : public testing::Test {
 protected:
     DirectRoad() {
@@ -110,7 +110,7 @@ protected:
                                 "UUID:22222222222222222222222222222222 Slice:arm64\n";
 };
 
-TEST_F(DirectRoad, SendsBothCallsToTheLetter) {
+TEST_F(DirectRoad, SendsBothRequests) {
     const Service service(build, {201});
     build.environment["CONFIGURATION"] = "\xff\u00e9";
     EXPECT_EQ(printed(build, 0),
@@ -159,7 +159,7 @@ code_mapping[file] = application/zip
     EXPECT_TRUE(partsOf(upload).back().content.starts_with("PK\x03\x04"));
 }
 
-TEST_F(DirectRoad, DoesNotReportWhatARepeatedRegistrationGives) {
+TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
     const Service service(build, {500, 201});
     setenv("ORVANE_TEST_API_ENDPOINT", build.environment["ORVANE_TEST_API_ENDPOINT"].c_str(), 1);
     const BuildSettings settings(build.environment.begin(), build.environment.end());
@@ -168,7 +168,7 @@ TEST_F(DirectRoad, DoesNotReportWhatARepeatedRegistrationGives) {
     EXPECT_EQ(partsOf(service.requests()[1])[1].content, "") << "tool_details of what is no build server";
 }
 
-TEST_F(DirectRoad, JudgesEachSecretAndStatusAndTriesTwice) {
+TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
     const std::string onboarding = "\n\nOrvane: Could not be onboarded statusCode ";
     const std::string uploaded = "\n\nOrvane: Sample App.app.dSYM uploaded statusCode ";
     const std::string refused = "\n\nOrvane: Sample App.app.dSYM could not be uploaded statusCode ";
@@ -189,7 +189,7 @@ TEST_F(DirectRoad, JudgesEachSecretAndStatusAndTriesTwice) {
     }
 }
 
-TEST_F(DirectRoad, ReportsAServiceThatIsDownClosesMidUploadOrHangs) {
+TEST_F(DirectRoad, ReportsAServiceThatIsDownOrStopsResponding) {
     const std::string failure = "could not be uploaded statusCode 0 Error Domain=NSURLErrorDomain Code=";
     EXPECT_THAT(printed(build, 1), ContainsRegex(failure + "-1004 \".*127\\.0\\.0\\.1.*\"\nUUID:1111"));
     for (const auto& [closings, code] : {std::pair(2, "-1005 "), std::pair(1, "-1001 ")}) {
@@ -243,7 +243,7 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
     }
 }
 
-TEST_F(DirectRoad, TakesAnyExecutableAndIdentifier) {
+TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
     const Service service(build, {201});
     const std::string noPairs = record("Unable to extract uuid-architecture pairs from binary " + executable);
     const fuzz::MachOImage withoutUUID = image(0x0100000C, 0, 0x00070000);
@@ -264,7 +264,7 @@ TEST_F(DirectRoad, TakesAnyExecutableAndIdentifier) {
     EXPECT_THAT(upload.body, Not(HasSubstr("executables")));
 }
 
-TEST_F(DirectRoad, StopsABuildForAnOldSystem) {
+TEST_F(DirectRoad, StopsABuildWithAnOldDeploymentTarget) {
     std::ofstream(executable) << fuzz::universalFile({armv7, image(0x0100000C, 0, 0x00040300)});
     const std::string detected =
         "\n\nWe have detected that this build of Sample App uses an unsupported OS Deployment "
@@ -286,7 +286,7 @@ TEST_F(DirectRoad, WorksOverHTTPS) {
     printed(build, 0);
     EXPECT_EQ(service.archives().size(), 1u);
 
-    // A machine without certificates of its own, where the system lets a test make one.
+    // A machine without certificates, if the system lets a test create one.
     const std::string flags = geteuid() == 0 ? "-m" : "-rm", hide = "mount -t tmpfs none /etc/ssl";
     if (support::runShell("unshare " + flags + " " + hide).status != 0)
         GTEST_SKIP() << "no mount namespace";
@@ -297,7 +297,7 @@ TEST_F(DirectRoad, WorksOverHTTPS) {
     EXPECT_THAT(printed(build.launch(unshare), 1), HasSubstr("no trusted certificates"));
 }
 
-TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductAllSucceed) {
+TEST_F(DirectRoad, ConcurrentRunsOnOneProductSucceed) {
     const Service service(build, {201});
     const std::vector<support::Launch> launches(20, build.launch());
     std::list<support::ChildProcess> runs(launches.begin(), launches.end());
@@ -307,7 +307,7 @@ TEST_F(DirectRoad, ManyRunsAtOnceOnOneProductAllSucceed) {
     EXPECT_TRUE(archivesLeft().empty());
 }
 
-TEST_F(DirectRoad, TakesEachKindOfXcodeBuild) {
+TEST_F(DirectRoad, AcceptsEachKindOfXcodeBuild) {
     support::outputOf(ORVANE_SAMPLE "/make-app '" + build.folder.path() + "'");
     for (const std::string kind : {"device", "simulator", "archive"}) {
         build.setKind(kind);
@@ -316,7 +316,7 @@ TEST_F(DirectRoad, TakesEachKindOfXcodeBuild) {
     }
 }
 
-TEST(DeploymentTarget, KnowsWhatTheServiceSupports) {
+TEST(DeploymentTarget, ComparesVersionsWithTheSupportedOnes) {
     const std::tuple<macho::TWLMachOVersion, const char*, bool> iOS[] = {
         {{4, 3, 0}, "9.0", true}, {{5, 0, 0}, "4.3", false},   {{0xFFFFFFFF, 0, 0}, "", false},
         {{0, 9, 9}, "4.3", true}, {{0, 0, 0}, " +5.0", false}, {{0, 0, 0}, "", true}};
@@ -331,7 +331,7 @@ TEST(DeploymentTarget, KnowsWhatTheServiceSupports) {
             << version.major << '.' << version.minor;
 }
 
-TEST(Platform, IsComparedWholeAndWithoutCase) {
+TEST(Platform, IsComparedIgnoringCase) {
     for (const auto& [name, word] :
          {std::pair("MacOSX", "mac"), std::pair("iphoneos", "ios"), std::pair("IPHONESIMULATOR", "ios"),
           std::pair("iphoneos1", "unknown"), std::pair("watchos", "unknown")})

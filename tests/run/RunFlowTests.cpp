@@ -22,7 +22,7 @@ using support::SampleBuild;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(Arguments, WithoutAKeyOfFortyCharactersEndTheRun) {
+TEST(Arguments, RequireAKeyOfFortyCharacters) {
     SampleBuild build;
     const std::vector<std::string> wrong[] = {{},
                                               {std::string(39, 'k')},
@@ -42,7 +42,7 @@ TEST(Arguments, WithoutAKeyOfFortyCharactersEndTheRun) {
     EXPECT_THAT(printed(build, 1), HasSubstr(unanswered));
 }
 
-TEST(FailedCheck, EndsTheRunWithItsTitleAndReason) {
+TEST(FailedCheck, PrintsTitleAndReason) {
     const SampleBuild build;
     const auto missing = [](const std::string& key) {
         return "Failed to Detect Build Environment\n\n" + key + " value not found in environment";
@@ -86,7 +86,7 @@ TEST(FailedCheck, EndsTheRunWithItsTitleAndReason) {
     }
 }
 
-TEST(DebugDefault, ComesFromTheArgumentsOrThePreferences) {
+TEST(DebugDefault, IsReadFromArgumentsAndPreferences) {
     SampleBuild build;
     const std::string folder = build.workingDirectory, link = build.folder.path("link");
     fs::create_symlink(folder, link);
@@ -104,7 +104,7 @@ TEST(DebugDefault, ComesFromTheArgumentsOrThePreferences) {
     EXPECT_THAT(printed(build, 1), StartsWith(versionLine + lines));
 }
 
-TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
+TEST(Artifact, IsWrittenOnBothRoads) {
     SampleBuild build;
     build.arguments = {"<&>" + std::string(37, '\'')};
     const std::string defaultPath = build.products + "/tarnwhistle.plist";
@@ -139,7 +139,7 @@ TEST(Artifact, IsWrittenWhenAskedForWhateverTheRoad) {
     EXPECT_THAT(printed(build, 1), HasSubstr("Failed to write data to artifact path /"));
 }
 
-TEST(Console, KeepsEveryRecordOfManyThreadsAndProcessesWhole) {
+TEST(Console, DoesNotMixRecordsOfThreadsAndProcesses) {
     const support::TemporaryFolder folder;
     const std::string path = folder.path("log"), texts[] = {"short", std::string(12'000, 'x')};
     const auto logAll = [&] {
@@ -172,7 +172,7 @@ TEST(Console, KeepsEveryRecordOfManyThreadsAndProcessesWhole) {
     }
 }
 
-TEST(Console, OutlivesAClosedOrFullStandardError) {
+TEST(Console, IgnoresAClosedOrFullStandardError) {
     for (const char* redirected :
          {"\"$@\" 2>&-; echo $?", "\"$@\" 2>/dev/full; echo $?", "\"$@\" >&- 2>&- <&-; echo $?",
           "\"$@\" 2>&1 | exit 0; echo ${PIPESTATUS[0]}"}) {
@@ -182,7 +182,7 @@ TEST(Console, OutlivesAClosedOrFullStandardError) {
     }
 }
 
-TEST(HostDetection, WalksToTheFirstProcessAndAsksAgainWhileTheTableFails) {
+TEST(HostDetection, WalksToTheFirstProcessAndRepeatsFailedLookUps) {
     const std::map<std::uint32_t, platform::ProcessRecord> table = {
         {70, {70, 1, "run"}}, {1, {1, 0, "launchd"}}, {9, {9, 8, "run"}}};
     int failures = 3;
@@ -208,7 +208,7 @@ TEST(HostDetection, WalksToTheFirstProcessAndAsksAgainWhileTheTableFails) {
         EXPECT_EQ(platform::processRecord(identifier).value().identifier, 0u);
 }
 
-TEST(SearchPaths, AreSplitAtEachBlankWithoutQuotes) {
+TEST(SearchPaths, AreSplitAtBlanksAfterRemovingQuotes) {
     EXPECT_THAT(searchPathsToArray("\"/a b\"  /c\" "), testing::ElementsAre("/a", "b", "", "/c", ""));
 }
 

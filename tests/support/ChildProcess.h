@@ -16,7 +16,7 @@
 
 namespace support {
 
-/// How a program is started. The child has exactly this environment.
+/// How to start a program. The child has exactly this environment.
 struct Launch {
     std::vector<std::string> arguments;        // the program first
     std::vector<std::string> environment = {}; // NAME=value, in order
@@ -29,8 +29,8 @@ struct Ending {
     std::string standardError;
 };
 
-/// A running child in a process group of its own. Its output goes to files, so that it never waits for a
-/// reader. A child that nobody has waited for is killed.
+/// A running child in its own process group. Its output goes to files, so that it never blocks. The
+/// destructor kills a child that was not waited for.
 class ChildProcess {
 public:
     explicit ChildProcess(const Launch& launch) {
@@ -92,7 +92,7 @@ inline Ending runShell(const std::string& command) {
     return run(launch);
 }
 
-/// The standard output of a shell command that is expected to end well.
+/// The standard output of a shell command that must succeed.
 inline std::string outputOf(const std::string& command) {
     const Ending ending = runShell(command);
     EXPECT_EQ(ending.status, 0) << command << "\n" << ending.standardError;

@@ -7,8 +7,8 @@
 namespace support {
 namespace {
 
-// Put before a request's type, so that the server does not take forms apart, and with them the bytes that
-// tests want to see.
+// A prefix for the request's content type. It keeps the server from parsing forms, because tests need the
+// original bytes.
 constexpr std::string_view disguise = "not ";
 
 httplib::Server::HandlerResponse disguiseType(const httplib::Request& request, httplib::Response&) {
@@ -57,7 +57,7 @@ HTTPServer::HTTPServer(Handler handler, const TLS& tls) : _server(makeServer(tls
 }
 
 HTTPServer::~HTTPServer() {
-    // A stop before the server runs is lost.
+    // The server ignores a stop before it runs.
     while (!_server->is_running())
         std::this_thread::yield();
     _server->stop();
@@ -78,7 +78,7 @@ std::vector<FormPart> parseForm(const std::string& contentType, const std::strin
     server.Post("/", [&](const auto&, auto&, const auto& read) { read(begin, extend); });
     const int port = server.bind_to_any_port("127.0.0.1");
     std::thread thread([&] { server.listen_after_bind(); });
-    // This parser does not know the preamble, which readers are to skip (RFC 2046 section 5.1.1).
+    // This parser does not skip the preamble (RFC 2046 section 5.1.1).
     httplib::Client("127.0.0.1", port).Post("/", body.substr(body.find("--")), contentType);
     server.stop();
     thread.join();

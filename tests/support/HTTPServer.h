@@ -14,22 +14,22 @@ class Server;
 
 namespace support {
 
-/// A request as the server received it.
+/// A request as received by the server.
 struct HTTPRequest {
     std::string method;
-    /// Path and query as they were sent.
+    /// Path and query, unchanged.
     std::string target;
     platform::HTTPHeaders headers;
     std::string body;
 
-    /// Empty when the request has no such header.
+    /// Empty if the request has no such header.
     std::string header(const std::string& name) const {
         const auto found = headers.find(name);
         return found == headers.end() ? "" : found->second;
     }
 };
 
-/// Where a file of make-certificates is.
+/// The path of a file of make-certificates.
 inline std::string certificatePath(const std::string& name) {
     return ORVANE_TEST_CERTIFICATES "/" + name;
 }
@@ -42,14 +42,14 @@ struct HTTPAnswer {
 };
 
 struct TLS {
-    /// One of make-certificates; none means HTTP.
+    /// A file of make-certificates; if null, the server uses HTTP.
     std::string certificate = {};
-    /// No client's certificate is accepted.
+    /// The server requires a client certificate and accepts none.
     bool demandsClientCertificate = false;
 };
 
-/// A real HTTP or HTTPS server (cpp-httplib) on a port of its own of 127.0.0.1, until it is destroyed.
-/// The handler runs on the server's threads, several at a time.
+/// A real HTTP or HTTPS server (cpp-httplib) on a port of 127.0.0.1 that the system assigns. It runs until
+/// it is destroyed and calls the handler on several threads.
 class HTTPServer {
 public:
     using Handler = std::function<HTTPAnswer(const HTTPRequest&)>;
@@ -57,7 +57,7 @@ public:
     explicit HTTPServer(Handler handler, const TLS& tls = {});
     ~HTTPServer();
 
-    /// "http://127.0.0.1:<port>" or "https://..." with `path` behind it.
+    /// "http://127.0.0.1:<port>" or "https://...", followed by `path`.
     std::string url(const std::string& path = "/") const { return _origin + path; }
 
 private:
@@ -73,7 +73,7 @@ struct FormPart {
     std::string content;
 };
 
-/// The parts of a multipart/form-data body as cpp-httplib's server parses it.
+/// The parts of a multipart/form-data body, parsed by cpp-httplib.
 std::vector<FormPart> parseForm(const std::string& contentType, const std::string& body);
 
 } // namespace support

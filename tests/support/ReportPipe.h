@@ -12,17 +12,17 @@
 
 namespace support {
 
-/// A named pipe into which processes that a test does not wait for write reports. Each report is written at
-/// once and ends with an empty line.
+/// A named pipe for the reports of processes that the test does not wait for. Each report is one write and
+/// ends with an empty line.
 class ReportPipe {
 public:
     explicit ReportPipe(const std::string& path) {
         EXPECT_EQ(mkfifo(path.c_str(), 0666), 0) << path;
-        // Open for writing too, so that neither side ever waits for the other to come or sees it leave.
+        // Opened for writing too, so that neither side blocks and the pipe has no end of file.
         _pipe = platform::FileDescriptor(open(path.c_str(), O_RDWR | O_CLOEXEC));
     }
 
-    /// The next report, without its empty line. Waits for it; a test that gets none within 30 seconds fails.
+    /// Waits for the next report and returns it without the empty line. Fails the test after 30 seconds.
     std::string next() {
         std::string report;
         pollfd ready = {_pipe.get(), POLLIN, 0};

@@ -7,7 +7,7 @@
 namespace support {
 
 SampleBuild::SampleBuild() {
-    // The environment may name another tool, such as the portable one.
+    // The environment may name another tool, for example the portable one.
     const char* const other = std::getenv("ORVANE_RUN_UNDER_TEST");
     tool = other ? other : ORVANE_RUN_UNDER_TEST;
     setKind("device");
@@ -49,8 +49,8 @@ Launch SampleBuild::launch(const std::vector<std::string>& starter) const {
 Launch SampleBuild::launchBelow(const std::vector<std::string>& parents) const {
     std::vector<std::string> starter;
     for (const std::string& name : parents) {
-        // The kernel names a process after its program's file: a shell under another name, which stays alive
-        // because it has something left to do behind its child.
+        // The kernel names a process after its program's file. This is a copy of the shell; it does not
+        // replace itself by its child, because another command follows.
         const std::string program = folder.makeFolder("parents") + "/" + name;
         std::filesystem::copy_file("/bin/sh", program, std::filesystem::copy_options::skip_existing);
         starter.insert(starter.end(), {program, "-c", "\"$@\"; exit $?", "sh"});

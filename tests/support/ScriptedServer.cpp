@@ -33,7 +33,7 @@ std::string ScriptedServer::Peer::readUntil(std::string_view end) const {
 }
 
 bool ScriptedServer::Peer::send(std::string_view bytes) const {
-    // Blocking: it takes all or fails.
+    // The socket blocks, so send accepts all bytes or fails.
     return ::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
 }

@@ -12,7 +12,7 @@
 
 namespace support {
 
-/// A port of its own of 127.0.0.1. Connections to it wait until they are accepted.
+/// A port of 127.0.0.1 that the system assigns. Connections wait until they are accepted.
 struct ListeningPort {
     explicit ListeningPort(int backlog = SOMAXCONN);
     platform::FileDescriptor connect() const;
@@ -24,14 +24,14 @@ struct ListeningPort {
     }
 };
 
-/// A server that does with each connection, on a thread of its own, what a script says: whatever a real
-/// server would never do.
+/// A server that runs a script for each connection on a thread of its own. A script can do what a real
+/// server would not.
 class ScriptedServer : public ListeningPort {
 public:
     struct Peer {
-        /// Reads until the bytes so far hold `end`, or the peer closes. What was read.
+        /// Reads until the received bytes contain `end` or the peer closes. Returns the bytes.
         std::string readUntil(std::string_view end) const;
-        /// Sends all bytes; false when the peer does not take them.
+        /// Sends all bytes; false if the peer does not accept them.
         bool send(std::string_view bytes) const;
 
         platform::FileDescriptor socket;

@@ -10,7 +10,7 @@
 
 namespace support {
 
-/// A fresh folder that goes with everything in it when the object does.
+/// A new folder. The destructor deletes it and its contents.
 class TemporaryFolder {
 public:
     explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path())
@@ -24,17 +24,17 @@ public:
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-    /// Absolute and free of symbolic links.
+    /// An absolute path without symbolic links.
     const std::string& path() const { return _path; }
     std::string path(std::string_view name) const { return _path + "/" + std::string(name); }
 
-    /// Writes a file below the folder, with the folders above it, and returns its path.
+    /// Writes a file below the folder, creating missing folders, and returns its path.
     std::string write(std::string_view name, std::string_view bytes) const {
         std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
         std::ofstream(path(name), std::ios::binary) << bytes;
         return path(name);
     }
-    /// Makes a folder below this one, with the folders above it, and returns its path.
+    /// Creates a folder below this one, with missing folders above it, and returns its path.
     std::string makeFolder(std::string_view name) const {
         std::filesystem::create_directories(path(name));
         return path(name);

@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
-// Writes the counts of a coverage build; not there in any other.
+// Writes the counters of a coverage build. Other builds do not have this function.
 extern "C" [[gnu::weak]] void __gcov_dump();           // NOLINT(bugprone-reserved-identifier)
 extern "C" [[noreturn]] void __real__Exit(int status); // NOLINT(bugprone-reserved-identifier)
 
-/// What the linker puts in place of std::_Exit, which does not write them.
+/// The linker replaces std::_Exit by this function, because std::_Exit does not write the counters.
 extern "C" [[noreturn]] void __wrap__Exit(int status) { // NOLINT(bugprone-reserved-identifier)
     if (__gcov_dump)
         __gcov_dump();

@@ -14,7 +14,7 @@
 //   ORVANE_FAILING_ALLOCATION   which allocation fails, from 1; 0 lets none fail
 //   ORVANE_ALLOCATION_COUNT     a file that gets the number of allocations when the program ends
 
-// The C library's own implementations, which it exports under these names.
+// The C library's own implementations, exported under these names.
 extern "C" void* libraryMalloc(std::size_t size) __asm__("__libc_malloc");
 extern "C" void* libraryCalloc(std::size_t count, std::size_t size) __asm__("__libc_calloc");
 extern "C" void* libraryRealloc(void* memory, std::size_t size) __asm__("__libc_realloc");
@@ -26,7 +26,7 @@ std::atomic<unsigned long> count = 0;
 unsigned long failing = 0;
 int report = -1;
 
-/// When there is no memory for a lock, the set-up of OpenSSL 3.0 uses it all the same and crashes.
+/// OpenSSL 3.0 crashes if there is no memory for a lock during its set-up.
 bool isSpared(const void* caller) {
     Dl_info library = {};
     return dladdr(caller, &library) != 0 && std::strstr(library.dli_fname, "libcrypto");

@@ -48,7 +48,7 @@ void refuseImpossiblePlace(const std::string& path) {
     struct stat status;
     const bool isTaken = stat(path.c_str(), &status) == 0;
     if (isTaken && !S_ISREG(status.st_mode))
-        throw Failure("cannot write " + path + ": something that is no file is there");
+        throw Failure("cannot write " + path + ": it exists and is not a file");
     // The temporary file has a short name, so without this check only the final rename would fail.
     if (!isTaken && errno == ENAMETOOLONG)
         throw Failure(errno, "write", path);

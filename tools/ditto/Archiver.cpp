@@ -101,8 +101,7 @@ void refuseArchiveInsideSource(const std::string& source, const std::string& arc
     const std::size_t nameStart = archive.rfind('/') + 1;
     const std::string folder = absolute(nameStart == 0 ? "." : archive.substr(0, nameStart));
     if (!held.empty() && ((folder + "/").starts_with(held + "/") || absolute(archive) == held))
-        throw Failure("cannot write " + archive + ": it would lie inside " + source +
-                      ", which it is to hold; choose another folder");
+        throw Failure("cannot write " + archive + ": it is inside " + source + "; choose another folder");
 }
 
 } // namespace

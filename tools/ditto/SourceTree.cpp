@@ -131,7 +131,7 @@ SourceFile openLeaf(const Place& place) {
     if (S_ISREG(status.st_mode))
         return openFile(place);
     if (!S_ISLNK(status.st_mode))
-        throw Failure(place.path + " is neither a file nor a folder nor a link; remove it from the bundle");
+        throw Failure(place.path + " is not a file, folder or link; remove it from the bundle");
     SourceFile link = describe(place, status);
     link.linkTarget = linkTarget(place.parent, place.name, place.path);
     return link;
@@ -151,7 +151,8 @@ std::string nameOf(const std::string& source) {
         name.erase(0, name.rfind('/') + 1);
     }
     if (name.empty())
-        throw Failure("cannot archive \"" + source + "\": it has no name that the archive could bear");
+        throw Failure("cannot archive \"" + source +
+                      "\": its last component cannot be a name in the archive");
     return name;
 }
 
@@ -165,7 +166,7 @@ void walkTree(const std::string& source, const std::function<void(SourceFile)>& 
     if (S_ISREG(status.st_mode))
         return visit(openFile(place));
     if (!S_ISDIR(status.st_mode))
-        throw Failure("cannot archive " + source + ": it is neither a folder nor a file");
+        throw Failure("cannot archive " + source + ": it is not a folder or file");
     if (!place.path.ends_with('/'))
         place.path += '/';
     place.archiveName += '/';

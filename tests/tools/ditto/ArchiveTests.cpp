@@ -17,16 +17,16 @@ using support::TemporaryFolder;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-/// Runs in `folder`, with "$D SOURCE ARCHIVE" for the archiver. The output holds both streams.
+/// Runs a shell command in `folder` with "$D" as the archiver. Returns standard output and standard error.
 support::Ending shell(const TemporaryFolder& folder, const std::string& script) {
     return support::runShell(
         "cd '" + folder.path() +
         "' && exec 2>&1; export LC_ALL=C.UTF-8; D='" DITTO_PATH " -c -k --keepParent'; " + script);
 }
 
-/// A bundle with everything that one may hold, on both sides of each size that the archiver treats apart.
-/// "table" has rising 32-bit numbers, as the look-up tables of a DWARF file have them; "skewed" has bytes so
-/// rare that they get the longest codewords.
+/// A bundle with all kinds of entries and files around each size that the archiver treats differently.
+/// "table" contains increasing 32-bit numbers, like the look-up tables of a DWARF file. "skewed" contains
+/// bytes that are rare enough to get the longest codewords.
 void makeBundle(const TemporaryFolder& folder) {
     folder.write("source/My App.app.dSYM/Contents/d\xC3\xA9j\xC3\xA0/\xF0\x9F\x8D\x8E", "UTF-8");
     const auto made = shell(folder, R"(set -e
@@ -51,10 +51,10 @@ sys.stdout.buffer.write(bytes(int(random.expovariate(0.4)) * 7 % 256 for i in ra
     EXPECT_EQ(made.status, 0) << made.standardOutput;
 }
 
-TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
+TEST(Ditto, OtherToolsUnpackTheSameTree) {
     const TemporaryFolder folder;
     makeBundle(folder);
-    // unzip leaves a link's own time alone, and bsdtar the set-user-ID bit unless root runs it.
+    // unzip does not restore the time of a link; bsdtar restores the set-user-ID bit only for root.
     const auto packed = shell(folder, R"sh(set -e
         mkdir tar zip; $D 'source/My App.app.dSYM' A
         unzip -tqq A; bsdtar -xpf A -C tar; unzip -qqK A -d zip; python3 -m zipfile -t A >/dev/null
@@ -70,7 +70,7 @@ TEST(Ditto, OtherToolsUnpackTheVeryTreeThatWasPacked) {
     EXPECT_EQ(packed.standardOutput, "");
 }
 
-TEST(Ditto, TheSameBundleGivesTheSameSortedBytesHoweverItIsNamedAndMade) {
+TEST(Ditto, TheSameBundleGivesTheSameBytes) {
     const TemporaryFolder folder;
     makeBundle(folder);
     const auto outcome = shell(
@@ -82,9 +82,9 @@ TEST(Ditto, TheSameBundleGivesTheSameSortedBytesHoweverItIsNamedAndMade) {
     EXPECT_EQ(outcome.standardOutput, "True {b'My App.app.dSYM'}\n");
 }
 
-/// Large files have every kind of block but these: without symbols, with literals of eight and of nine bits,
-/// and with matches. The last two leave no room for a block's header in their last byte.
-TEST(DeflateBlocks, FixedBlocksCanBeContinuedAndStreamsThatEndTooEarlyCannot) {
+/// The archives of large files contain all kinds of blocks except these: without symbols, with literals of
+/// eight and nine bits, and with matches. In the last two, the last byte has no room for a block header.
+TEST(DeflateBlocks, ContinuesFixedBlocksAndRefusesTruncatedStreams) {
     using namespace std::string_literals;
     const std::pair<std::string, std::string> cases[] = {
         {"\x03\0"s, "\x02\0"s},
@@ -100,7 +100,7 @@ TEST(DeflateBlocks, FixedBlocksCanBeContinuedAndStreamsThatEndTooEarlyCannot) {
     }
 }
 
-TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
+TEST(ZipWriter, Writes64BitRecordsForManyEntriesAndLargeFiles) {
     const TemporaryFolder folder;
     ditto::ArchiveFile file(folder.path("A"));
     ditto::ZipWriter writer(file);
@@ -123,7 +123,7 @@ TEST(ZipWriter, MoreEntriesAndBytesThanTheFormatHoldsWithout64Bits) {
               "(4294967295, 4294967295, 4, 29, b'huge', 1, 16, 5368709120, 1) b'PK\\x06\\x07'\n");
 }
 
-TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
+TEST(Ditto, PrintsItsUsage) {
     const TemporaryFolder folder;
     for (const char* arguments :
          {"", "-c -k --keepParent S A more", "-k -c --keepParent S A", "-c -k --keepParent '' A"}) {
@@ -133,20 +133,20 @@ TEST(Ditto, AnyOtherUseGetsTheUsageLine) {
     }
 }
 
-TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
+TEST(Ditto, ReportsFailuresAndKeepsTheOldArchive) {
     const std::pair<const char*, const char*> cases[] = {
         {"$D missing A", "cannot open missing: No such file or directory\n"},
         {"$D S missing/A", "cannot create missing/A: No such file or directory\n"},
-        {"$D S S/sub/deep", "it would lie inside S, which it is to hold; choose another folder\n"},
+        {"$D S S/sub/deep", "it is inside S; choose another folder\n"},
         {"$D file file", "cannot write file"},
-        {"$D S /dev/null", "cannot write /dev/null: something that is no file is there\n"},
-        {"$D / A", "cannot archive \"/\": it has no name that the archive could bear\n"},
-        {"$D /dev/null A", "cannot archive /dev/null: it is neither a folder nor a file\n"},
-        {"mkfifo S/z; $D S A", "S/z is neither a file nor a folder nor a link; remove it from the bundle\n"},
+        {"$D S /dev/null", "cannot write /dev/null: it exists and is not a file\n"},
+        {"$D / A", "cannot archive \"/\": its last component cannot be a name in the archive\n"},
+        {"$D /dev/null A", "cannot archive /dev/null: it is not a folder or file\n"},
+        {"mkfifo S/z; $D S A", "S/z is not a file, folder or link; remove it from the bundle\n"},
         {"ulimit -f 64; $D S A", "cannot write A: File too large\n"},
         {"chmod 0 S/sub/deep; $U $D S A", "cannot open S/sub/deep: Permission denied\n"},
         {"chmod 500 folder; $U $D S folder/A", "cannot create folder/A: Permission denied\n"}};
-    // Root may open everything, unless it gives that up.
+    // Root may open all files unless it drops that capability.
     const std::string setUp = geteuid() == 0 ? "U='setpriv --bounding-set=-all'; " : "U=; ";
     for (const auto& [script, message] : cases) {
         const TemporaryFolder folder;
@@ -165,8 +165,8 @@ TEST(Ditto, FailuresSayWhyAndLeaveWhatWasThere) {
     }
 }
 
-/// An archiver at work on a file so large that it cannot end by itself before the test has done its part.
-TEST(Ditto, LeavesNothingWhenASignalEndsItOrAFileChangesWhileItIsRead) {
+/// An archiver that runs on a file so large that it cannot finish during the test.
+TEST(Ditto, LeavesNothingAfterASignalOrAChangedFile) {
     const std::string changed = "ditto: S/sub/huge changed while it was being archived; archive it again\n";
     const std::tuple<const char*, int, std::string> cases[] = {
         {"kill $1", 128 + SIGTERM, ""},
