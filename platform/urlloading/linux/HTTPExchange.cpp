@@ -329,6 +329,9 @@ Error HTTPExchange::undecodable(std::string reason) const {
 }
 
 bool HTTPExchange::checkForStall(Clock::time_point now) {
+    // This is called for each part of a body, and each socket costs a system call.
+    if (!_stall.isDue(now))
+        return false;
     std::uint64_t moved = 0;
     for (const curl_socket_t socket : _sockets)
         moved += bytesMovedThroughSocket(socket);

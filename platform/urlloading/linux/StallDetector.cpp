@@ -4,8 +4,6 @@ namespace platform {
 
 bool StallDetector::recordProgress(Clock::time_point now, int phase, std::uint64_t bytesMoved) {
     const Clock::duration pause = now - _lastCheck;
-    if (pause < checkInterval)
-        return false;
     _lastCheck = now;
     // The polling thread was delayed, for example by a suspended machine; do not count that as a stall.
     if (pause > 4 * checkInterval)
