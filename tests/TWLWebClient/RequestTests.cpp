@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <utility>
+
 using platform::Data;
 using platform::Value;
 using testing::HasSubstr;
@@ -148,11 +150,26 @@ TEST(ProgrammingErrors, AbortWithTheFailedExpression) {
          },
          "(error)" + start + "connection:didFailWithError:" + end},
         {[] {
-             TWLWebClient client(*platform::URL::parse("http://127.0.0.1:1/"));
+             TWLWebClient client(*platform::URL::parse("http://127.0.0.1:1/"), "vendor");
              client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", "/"),
                                      [&](const auto&) { client.connections(); });
          },
-         ".rest-client waits for the same queue"},
+         "the queue vendor.rest-client waits for the same queue"},
+        {[] {
+             // The handler runs as a step of the transaction's queue, so it must not wait for that queue.
+             const auto asked = TWLWebRequest::requestWithMethod("GET", "/");
+             const auto made = TWLWebClientTransaction::transactionWithRequest(asked, "vendor");
+             platform::URLConnection connection({}, nullptr);
+             platform::URLProtectionSpace space;
+             space.serverTrust = platform::ServerTrust{"127.0.0.1"};
+             bool isNested = false;
+             asked->setProtectionSpaceHandler([&](const platform::URLProtectionSpace& same) {
+                 return std::exchange(isNested, true) ||
+                        made->canAuthenticateAgainstProtectionSpace(connection, same);
+             });
+             made->canAuthenticateAgainstProtectionSpace(connection, space);
+         },
+         "the queue vendor.web-transaction waits for the same queue"},
     };
     for (const auto& [mistake, message] : cases)
         EXPECT_DEATH(mistake(), HasSubstr(message));
