@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/urlloading/URLConnection.h"
+#include "platform/urlloading/HTTPTransfer.h"
 #include "platform/urlloading/linux/GzipReader.h"
 #include "platform/urlloading/linux/HTTPHeadParser.h"
 #include "platform/urlloading/linux/StallDetector.h"
@@ -14,18 +14,6 @@
 #include <vector>
 
 namespace platform {
-
-/// Receives the events of an exchange. All but `didEnd` are called inside libcurl's callbacks.
-class HTTPExchangeListener {
-public:
-    virtual ~HTTPExchangeListener() = default;
-    virtual void didReceiveHead(HTTPResponseHead head) = 0;
-    virtual void didReceiveBody(std::string_view bytes) = 0;
-    /// The server or a proxy asks for authentication. Returning false ends the exchange.
-    virtual bool mayContinue(const URLProtectionSpace& space) = 0;
-    /// Called once. May destroy the exchange.
-    virtual void didEnd(const std::optional<Error>& error) = 0;
-};
 
 /// One request on one easy handle of libcurl: sets up the request, passes the answer to the listener, and
 /// turns failures into errors. The owner adds `handle` to a multi handle and drives it.

@@ -1,22 +1,13 @@
 #pragma once
 
-#include "platform/urlloading/URLConnection.h"
+#include "platform/urlloading/URLError.h"
 
 #include <curl/curl.h>
 
 #include <optional>
 #include <string>
 
-/// How failures of HTTP exchanges are reported in urlErrorDomain.
 namespace platform {
-
-Error urlError(URLErrorCode code, std::string description);
-
-/// The host of `url` for messages, with the port if the URL has one.
-std::string shownHost(const std::optional<URL>& url);
-
-/// Why `request` cannot be sent; nothing if it can.
-std::optional<Error> refusal(const URLRequest& request);
 
 /// The state in which an exchange failed.
 struct HTTPFailure {

@@ -1,11 +1,10 @@
-#include "platform/urlloading/URLConnection.h"
+#include "platform/urlloading/HTTPTransfer.h"
 
 #include "platform/dispatch/RunLoop.h"
 #include "platform/urlloading/linux/HTTPExchange.h"
 #include "platform/urlloading/linux/HTTPFailure.h"
 
 #include <algorithm>
-#include <atomic>
 #include <map>
 #include <utility>
 #include <vector>
@@ -101,87 +100,30 @@ private:
     std::map<CURL*, HTTPExchange*> _exchanges;
 };
 
-} // namespace
-
-/// One running asynchronous connection. All operations but `start` and `cancel` run in the main run loop.
-class URLConnection::Loader : public HTTPExchangeListener, public std::enable_shared_from_this<Loader> {
+/// An exchange that the main run loop's transport runs.
+class ScheduledTransfer : public HTTPTransfer {
 public:
-    Loader(URLConnection& connection, URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate)
-        : _connection(connection), _request(std::move(request)), _delegate(std::move(delegate)) {}
-
-    void start() {
-        RunLoop::mainRunLoop().perform([self = shared_from_this()] { self->begin(); });
-    }
-    void cancel() {
-        if (!_isSilent.exchange(true))
-            RunLoop::mainRunLoop().perform([self = shared_from_this()] { self->leave(); });
-    }
-
-    void didReceiveHead(HTTPResponseHead head) override {
-        if (!_isSilent)
-            _delegate->didReceiveResponse(_connection, URLResponse{_request.url, std::move(head)});
-    }
-    void didReceiveBody(std::string_view bytes) override {
-        if (!_isSilent)
-            _delegate->didReceiveData(_connection, Data(std::string(bytes)));
-    }
-    bool mayContinue(const URLProtectionSpace& space) override {
-        if (!_isSilent)
-            _delegate->canAuthenticateAgainstProtectionSpace(_connection, space);
-        return !_isSilent;
-    }
-    void didEnd(const std::optional<Error>& error) override {
-        // The delegate may destroy the connection, which owns this loader.
-        const std::shared_ptr<Loader> self = shared_from_this();
-        const std::shared_ptr<URLConnectionDelegate> delegate = _delegate;
-        leave();
-        if (_isSilent.exchange(true))
-            return;
-        if (error)
-            delegate->didFailWithError(_connection, error);
-        else
-            delegate->didFinishLoading(_connection);
-    }
+    explicit ScheduledTransfer(std::unique_ptr<HTTPExchange> exchange) : _exchange(std::move(exchange)) {}
+    ~ScheduledTransfer() override { Transport::shared().remove(*_exchange); }
+    ScheduledTransfer(const ScheduledTransfer&) = delete;
+    ScheduledTransfer& operator=(const ScheduledTransfer&) = delete;
 
 private:
-    void begin() {
-        if (_isSilent)
-            return;
-        auto exchange = HTTPExchange::make(_request, *this);
-        if (!exchange)
-            return didEnd(exchange.error());
-        _exchange = *std::move(exchange);
-        Transport::shared().add(*_exchange);
-    }
-
-    void leave() {
-        if (_exchange)
-            Transport::shared().remove(*_exchange);
-        _exchange.reset();
-        _delegate.reset();
-    }
-
-    URLConnection& _connection;
-    const URLRequest _request;
-    std::shared_ptr<URLConnectionDelegate> _delegate;
-    std::unique_ptr<HTTPExchange> _exchange;
-    /// True after cancellation or the end: the delegate must not be called any more.
-    std::atomic<bool> _isSilent = false;
+    const std::unique_ptr<HTTPExchange> _exchange;
 };
 
-URLConnection::URLConnection(URLRequest request, std::shared_ptr<URLConnectionDelegate> delegate)
-    : _loader(std::make_shared<Loader>(*this, std::move(request), std::move(delegate))) {}
+} // namespace
 
-URLConnection::~URLConnection() {
-    cancel();
-}
-
-void URLConnection::start() {
-    _loader->start();
-}
-
-void URLConnection::cancel() {
-    _loader->cancel();
+std::unique_ptr<HTTPTransfer> startTransfer(const URLRequest& request, HTTPExchangeListener& listener) {
+    auto exchange = HTTPExchange::make(request, listener);
+    if (!exchange) {
+        listener.didEnd(exchange.error());
+        return nullptr;
+    }
+    HTTPExchange& started = **exchange;
+    auto transfer = std::make_unique<ScheduledTransfer>(*std::move(exchange));
+    Transport::shared().add(started);
+    return transfer;
 }
 
 URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URLRequest& request) {
