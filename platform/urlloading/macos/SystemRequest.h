@@ -1,0 +1,26 @@
+#pragma once
+
+#include "platform/foundation/Error.h"
+#include "platform/urlloading/URLRequest.h"
+#include "platform/urlloading/URLResponse.h"
+
+#import <Foundation/Foundation.h>
+
+/// Requests and responses of the project as those of Foundation, and the other way round.
+namespace platform {
+
+/// Fails if the request cannot be sent. The body shares the memory of the request's pieces.
+Result<NSURLRequest*> systemRequest(const URLRequest& request);
+
+HTTPResponseHead headFrom(NSHTTPURLResponse* response);
+
+/// The size of the body that the head announces, or -1 if it says nothing about the bytes that arrive:
+/// without Content-Length, for a HEAD request and for a content coding.
+long long announcedSize(NSHTTPURLResponse* response, NSURLRequest* request);
+
+/// The error of an answer with fewer bytes than announced.
+Error truncatedAnswer(const std::optional<URL>& url);
+/// The error of an answer that exceeds the request's limit.
+Error tooLongAnswer(const URLRequest& request);
+
+} // namespace platform
