@@ -11,7 +11,7 @@ namespace platform {
 ///
 /// Asynchronous steps run on threads that all queues share: at most 64, not counting those that wait in
 /// `sync`. They are started when needed. `exit` waits for running steps and drops the others. An asynchronous
-/// step must not throw.
+/// step must not throw. On macOS, Grand Central Dispatch limits the threads, and `exit` does not wait.
 class DispatchQueue {
 public:
     /// Creates a serial queue: it runs one step at a time, in the order of the calls.

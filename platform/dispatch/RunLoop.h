@@ -39,7 +39,8 @@ public:
     /// Runs `step` once in the loop, after the steps that were added before. Any thread.
     void perform(std::function<void()> step);
 
-    /// Sets the only source. It must live until the process ends. Call this inside the loop only.
+    /// Sets the only source. It must live until the process ends. Call this inside the loop only. Not defined
+    /// on macOS, where the system's run loop has sources of its own.
     void setSource(Source& source);
 
 private:

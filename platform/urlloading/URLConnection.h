@@ -22,6 +22,9 @@
 ///   SSL_CERT_FILE names and the folders that SSL_CERT_DIR names are trusted too, and the environment
 ///   variables http_proxy, https_proxy, all_proxy and no_proxy choose the proxy.
 /// - Errors are in urlErrorDomain. Their descriptions name the host and the reason.
+///
+/// On macOS, NSURLConnection chooses the TLS version, the content codings and the proxy, and adds headers of
+/// its own. Errors that it reports are passed on unchanged.
 namespace platform {
 
 inline constexpr std::string_view urlErrorDomain = "NSURLErrorDomain";
@@ -110,6 +113,10 @@ public:
 
     /// Sends the request and waits for the end of the exchange on the calling thread, without a run loop.
     /// There is no delegate, so a 401 or 407 is the answer.
+    ///
+    /// On macOS, NSURLConnection's synchronous call has no delegate either. It follows redirects; the result
+    /// is then an error without an answer. It reads the whole answer before the limit is checked, and reports
+    /// a 401 as its error NSURLErrorUserCancelledAuthentication.
     static SynchronousResult sendSynchronousRequest(const URLRequest& request);
 
 private:
