@@ -29,12 +29,13 @@ private:
     int _descriptor = -1;
 };
 
-/// Opens the folder at `path`, relative to the open folder `start`, for use with openat(2) and similar calls. On
-/// failure returns no descriptor and sets errno. On macOS the folder must be readable.
+/// Opens the folder at `path`, relative to the open folder `start`, for use with openat(2) and similar calls.
+/// On failure returns no descriptor and sets errno. On macOS the folder must be readable.
 FileDescriptor openFolder(int start, const char* path);
 
 /// Returns the descriptor, duplicated if it has the number of a standard stream. A process may be started
-/// without these streams. A pipe with such a number would be overwritten when the streams of a child are set up.
+/// without these streams. A pipe with such a number would be overwritten when the streams of a child are set
+/// up.
 inline FileDescriptor aboveStandardStreams(int descriptor) {
     FileDescriptor original(descriptor);
     if (descriptor > STDERR_FILENO)

@@ -12,7 +12,8 @@ namespace platform {
 /// Whether $HOME or the user database names a home folder.
 bool hasHomeFolder();
 
-/// The folder for caches. On macOS: ~/Library/Caches. On Linux: $XDG_CACHE_HOME if it is absolute, otherwise ~/.cache.
+/// The folder for caches. On macOS: ~/Library/Caches. On Linux: $XDG_CACHE_HOME if it is absolute, otherwise
+/// ~/.cache.
 std::string cachesFolder();
 
 /// The folder for preferences. On Linux: $XDG_CONFIG_HOME if it is absolute, otherwise ~/.config.

@@ -13,7 +13,8 @@ class UserDefaults {
 public:
     /// `arguments` are those after the program's name. On Linux, the preferences are "<domain>.plist" in
     /// configurationFolder(); a missing or unreadable file has no settings.
-    /// On macOS, NSUserDefaults reads the arguments of the process instead of `arguments`, and finds the domain.
+    /// On macOS, NSUserDefaults reads the arguments of the process instead of `arguments`, and finds the
+    /// domain.
     UserDefaults(const std::vector<std::string>& arguments, const std::string& domain);
 
     /// The setting, or null if it is absent. Points into this object.
