@@ -1,5 +1,6 @@
 #include "platform/files/FileCalls.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -42,6 +43,20 @@ std::optional<std::string> linkTarget(int folder, const std::string& name) {
 std::optional<std::string> realPath(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
     return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
+}
+
+ssize_t readAll(const FileDescriptor& file, void* buffer, std::size_t size, off_t offset) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t got = ::pread(file.get(), static_cast<char*>(buffer) + done, size - done,
+                                    offset + static_cast<off_t>(done));
+        if (got < 0 && errno != EINTR)
+            return -1;
+        if (got == 0)
+            break;
+        done += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    }
+    return static_cast<ssize_t>(done);
 }
 
 int writeAll(const FileDescriptor& file, std::string_view bytes, off_t offset) {

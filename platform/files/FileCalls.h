@@ -27,6 +27,9 @@ std::optional<std::string> linkTarget(int folder, const std::string& name);
 /// The absolute path without links, "." and "..". Null, with errno set, if the file does not exist.
 std::optional<std::string> realPath(const std::string& path);
 
+/// Reads `size` bytes at `offset`, fewer at the end of the file. Returns their number, or -1 with errno set.
+ssize_t readAll(const FileDescriptor& file, void* buffer, std::size_t size, off_t offset);
+
 /// Writes all of `bytes` at `offset`. Returns 0 or the number of the error.
 int writeAll(const FileDescriptor& file, std::string_view bytes, off_t offset);
 

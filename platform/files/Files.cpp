@@ -66,17 +66,10 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
 
     const auto expected = static_cast<std::size_t>(status.st_size);
     const std::shared_ptr<char> bytes = allocateBuffer(expected);
-    std::size_t size = 0;
-    while (size < expected) {
-        const ssize_t got = ::read(file.get(), bytes.get() + size, expected - size);
-        if (got > 0)
-            size += static_cast<std::size_t>(got);
-        else if (got == 0)
-            break;
-        else if (errno != EINTR)
-            return posixError(errno, "read", path);
-    }
-    return Data(bytes, std::string_view(bytes.get(), size));
+    const ssize_t size = readAll(file, bytes.get(), expected, 0);
+    if (size < 0)
+        return posixError(errno, "read", path);
+    return Data(bytes, std::string_view(bytes.get(), static_cast<std::size_t>(size)));
 }
 
 Outcome removeFile(const std::string& path) {

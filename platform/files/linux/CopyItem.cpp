@@ -165,13 +165,9 @@ private:
         while (range.start < range.end) {
             const auto wanted =
                 std::min<std::size_t>(bufferSize, static_cast<std::size_t>(range.end - range.start));
-            const ssize_t got = pread(from.get(), _buffer.data(), wanted, range.start);
-            if (got == 0)
-                return EIO;
-            if (got < 0 && errno == EINTR)
-                continue;
-            if (got < 0)
-                return errno;
+            const ssize_t got = readAll(from, _buffer.data(), wanted, range.start);
+            if (got <= 0)
+                return got < 0 ? errno : EIO;
             if (const int error = writeAll(to, {_buffer.data(), static_cast<std::size_t>(got)}, range.start);
                 error != 0)
                 return error;
