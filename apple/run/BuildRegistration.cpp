@@ -1,18 +1,13 @@
 #include "run/BuildRegistration.h"
 
 #include "TWLWebClient/TWLWebClient.h"
+#include "platform/foundation/ASCII.h"
 #include "run/BuildChecks.h"
 #include "run/Console.h"
 #include "run/VendorConfiguration.h"
 
-#include <strings.h>
-
 namespace orvane {
 namespace {
-
-bool isSameWord(const std::string& a, const char* b) {
-    return strcasecmp(a.c_str(), b) == 0;
-}
 
 void logFailure(const TWLWebResponse& response) {
     const auto status = static_cast<std::int32_t>(response.statusCode());
@@ -57,9 +52,11 @@ std::string getAppPlatform(const BuildSettings& buildSettings) {
         TWLLog("Failure determining project platform.");
         exitWithFailure();
     }
-    if (isSameWord(name, "macosx"))
+    if (platform::equalIgnoringCase(name, "macosx"))
         return "mac";
-    return isSameWord(name, "iphoneos") || isSameWord(name, "iphonesimulator") ? "ios" : "unknown";
+    const bool isIOS =
+        platform::equalIgnoringCase(name, "iphoneos") || platform::equalIgnoringCase(name, "iphonesimulator");
+    return isIOS ? "ios" : "unknown";
 }
 
 } // namespace orvane

@@ -1,14 +1,11 @@
 #include "platform/files/AtomicWrite.h"
 
-#include "platform/files/FileDescriptor.h"
+#include "platform/files/FileCalls.h"
 #include "platform/foundation/Path.h"
 #include "platform/foundation/UUID.h"
 
-#include <fcntl.h>
 #include <limits.h>
-#include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
 
 namespace platform {
@@ -34,32 +31,19 @@ Result<Place> placeOf(const std::string& path) {
         if (!place.folder)
             return posixError(errno, "write", path);
         place.name = rest.substr(nameStart);
-        std::array<char, PATH_MAX> target;
-        const ssize_t size =
-            ::readlinkat(place.folder.get(), place.name.c_str(), target.data(), target.size());
-        if (size < 0)
+        const std::optional<std::string> target = linkTarget(place.folder.get(), place.name);
+        if (!target)
             return Result<Place>(std::move(place));
-        rest.assign(target.data(), static_cast<std::size_t>(size));
+        rest = *target;
     }
     return posixError(ELOOP, "write", path);
-}
-
-Outcome writeAll(const FileDescriptor& file, std::string_view bytes, const std::string& path) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(file.get(), bytes.data(), bytes.size());
-        if (written >= 0)
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno != EINTR)
-            return posixError(errno, "write", path);
-    }
-    return success;
 }
 
 /// Writes `file`, which is open as `temporary` in the same folder, and renames it to `place`.
 Outcome replace(const Place& place, FileDescriptor file, const std::string& temporary, std::string_view bytes,
                 const std::string& path) {
-    if (Outcome written = writeAll(file, bytes, path); !written)
-        return written;
+    if (const int error = writeAll(file, bytes, 0); error != 0)
+        return posixError(error, "write", path);
     const int folder = place.folder.get();
     if (::fsync(file.get()) != 0 || !file.reset() ||
         ::renameat(folder, temporary.c_str(), folder, place.name.c_str()) != 0)

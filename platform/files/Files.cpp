@@ -1,34 +1,21 @@
 #include "platform/files/Files.h"
 
 #include "platform/files/Buffer.h"
-#include "platform/files/FileDescriptor.h"
+#include "platform/files/FileCalls.h"
 #include "platform/foundation/Path.h"
-
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <memory>
 
 namespace platform {
 namespace {
-
-using CString = std::unique_ptr<char, decltype(&std::free)>;
 
 std::optional<struct stat> statusOf(const std::string& path) {
     struct stat status;
     if (hasZeroByte(path) || stat(path.c_str(), &status) != 0)
         return std::nullopt;
     return status;
-}
-
-/// The target of `path`, or `path` itself if it cannot be resolved.
-std::string behindLinks(const std::string& path) {
-    const CString resolved(realpath(path.c_str(), nullptr), &std::free);
-    return resolved ? std::string(resolved.get()) : path;
 }
 
 } // namespace
@@ -56,33 +43,22 @@ Outcome createDirectories(const std::string& path) {
 }
 
 Result<std::vector<std::string>> namesInDirectory(const std::string& path) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(hasZeroByte(path) ? nullptr : opendir(path.c_str()),
-                                                     &closedir);
-    if (!folder)
-        return posixError(hasZeroByte(path) ? EINVAL : errno, "list folder", path);
+    if (hasZeroByte(path))
+        return posixError(EINVAL, "list folder", path);
+    const FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     std::vector<std::string> names;
-    while (true) {
-        errno = 0;
-        const dirent* entry = readdir(folder.get());
-        if (!entry && errno != 0)
-            return posixError(errno, "list folder", path);
-        if (!entry)
-            return names;
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..")
-            names.emplace_back(name);
-    }
+    const auto add = [&](const dirent& entry) {
+        names.emplace_back(entry.d_name);
+    };
+    const int error = folder ? listFolder(folder, add) : errno;
+    return error == 0 ? Result(std::move(names)) : posixError(error, "list folder", path);
 }
 
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
-    // Without O_NONBLOCK, opening a pipe would wait for a writer.
-    const FileDescriptor file(hasZeroByte(path) ? -1
-                                                : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status;
+    const FileDescriptor file = hasZeroByte(path) ? FileDescriptor() : openToRead(AT_FDCWD, path, status);
     if (!file)
         return posixError(hasZeroByte(path) ? EINVAL : errno, "open", path);
-    struct stat status;
-    if (fstat(file.get(), &status) != 0)
-        return posixError(errno, "open", path);
     if (!S_ISREG(status.st_mode))
         return posixError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path);
     if (static_cast<std::uint64_t>(status.st_size) > sizeLimit)
@@ -90,17 +66,10 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
 
     const auto expected = static_cast<std::size_t>(status.st_size);
     const std::shared_ptr<char> bytes = allocateBuffer(expected);
-    std::size_t size = 0;
-    while (size < expected) {
-        const ssize_t got = ::read(file.get(), bytes.get() + size, expected - size);
-        if (got > 0)
-            size += static_cast<std::size_t>(got);
-        else if (got == 0)
-            break;
-        else if (errno != EINTR)
-            return posixError(errno, "read", path);
-    }
-    return Data(bytes, std::string_view(bytes.get(), size));
+    const ssize_t size = readAll(file, bytes.get(), expected, 0);
+    if (size < 0)
+        return posixError(errno, "read", path);
+    return Data(bytes, std::string_view(bytes.get(), static_cast<std::size_t>(size)));
 }
 
 Outcome removeFile(const std::string& path) {
@@ -112,7 +81,7 @@ Outcome removeFile(const std::string& path) {
 std::string resolveSymbolicLinks(const std::string& path) {
     if (!path.starts_with('/') || hasZeroByte(path))
         return path;
-    std::string result = behindLinks(path);
+    std::string result = realPath(path).value_or(path);
     if (path.ends_with('/') && !result.ends_with('/'))
         result += '/';
     return result;

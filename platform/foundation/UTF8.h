@@ -18,7 +18,7 @@ struct DecodedText {
     bool isValid = true;
 };
 
-/// Decodes UTF-16 (`unitSize` 2) or UTF-32 (`unitSize` 4).
+/// Decodes ISO-8859-1 (`unitSize` 1), UTF-16 (2) or UTF-32 (4).
 DecodedText decodeWideText(std::string_view bytes, std::size_t unitSize, bool isBigEndian);
 
 /// The number of characters (code points) in `text`, which must be UTF-8.

@@ -1,14 +1,11 @@
 #include "ditto/ArchiveFile.h"
 
 #include "ditto/Failure.h"
+#include "platform/files/FileCalls.h"
 #include "platform/foundation/UUID.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -103,15 +100,8 @@ void ArchiveFile::flush() {
 }
 
 void ArchiveFile::write(std::uint64_t offset, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::pwrite(_file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
-        if (written < 0 && errno != EINTR)
-            throw Failure(errno, "write", _path);
-        if (written > 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-            offset += static_cast<std::uint64_t>(written);
-        }
-    }
+    if (const int error = platform::writeAll(_file, bytes, static_cast<off_t>(offset)); error != 0)
+        throw Failure(error, "write", _path);
 }
 
 void ArchiveFile::commit() {

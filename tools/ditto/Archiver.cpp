@@ -5,11 +5,10 @@
 #include "ditto/OrderedDeflater.h"
 #include "ditto/SourceTree.h"
 #include "ditto/ZipWriter.h"
+#include "platform/files/FileCalls.h"
 
 #include <libdeflate.h>
 #include <sched.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -90,17 +89,13 @@ private:
     std::uint32_t _crc32 = 0;
 };
 
-std::string absolute(const std::string& path) {
-    const std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
-    return resolved ? resolved.get() : "";
-}
-
 /// An archive inside the source would contain itself; one that replaces the source would destroy it.
 void refuseArchiveInsideSource(const std::string& source, const std::string& archive) {
-    const std::string held = absolute(source);
+    const std::string held = platform::realPath(source).value_or("");
     const std::size_t nameStart = archive.rfind('/') + 1;
-    const std::string folder = absolute(nameStart == 0 ? "." : archive.substr(0, nameStart));
-    if (!held.empty() && ((folder + "/").starts_with(held + "/") || absolute(archive) == held))
+    const std::string folder =
+        platform::realPath(nameStart == 0 ? "." : archive.substr(0, nameStart)).value_or("");
+    if (!held.empty() && ((folder + "/").starts_with(held + "/") || platform::realPath(archive) == held))
         throw Failure("cannot write " + archive + ": it is inside " + source + "; choose another folder");
 }
 

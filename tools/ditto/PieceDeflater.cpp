@@ -2,10 +2,9 @@
 
 #include "ditto/DeflateBlocks.h"
 #include "ditto/Failure.h"
+#include "platform/files/FileCalls.h"
 
 #include <libdeflate.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -83,16 +82,12 @@ PieceDeflater::PieceDeflater()
 }
 
 void PieceDeflater::read(const Piece& piece) {
-    for (std::size_t filled = 0; filled < piece.size;) {
-        const ssize_t got = pread(piece.file->descriptor.get(), _input.get() + filled, piece.size - filled,
-                                  static_cast<off_t>(piece.offset + filled));
-        if (got > 0)
-            filled += static_cast<std::size_t>(got);
-        else if (got == 0)
-            throw Failure::changed(piece.file->path);
-        else if (errno != EINTR)
-            throw Failure(errno, "read", piece.file->path);
-    }
+    const ssize_t size =
+        platform::readAll(piece.file->descriptor, _input.get(), piece.size, static_cast<off_t>(piece.offset));
+    if (size < 0)
+        throw Failure(errno, "read", piece.file->path);
+    if (static_cast<std::size_t>(size) < piece.size)
+        throw Failure::changed(piece.file->path);
     refuseChanged(*piece.file);
 }
 

@@ -1,16 +1,10 @@
 #include "ditto/SourceTree.h"
 
 #include "ditto/Failure.h"
-
-#include <dirent.h>
-#include <fcntl.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "platform/files/FileCalls.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 #include <vector>
 
 namespace ditto {
@@ -28,55 +22,26 @@ struct Level {
     std::vector<std::string> names;
 };
 
-struct stat statusOf(const FileDescriptor& file, const std::string& path) {
+struct stat statusOf(int parent, const std::string& name, const std::string& path) {
     struct stat status;
-    if (fstat(file.get(), &status) != 0)
+    if (fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         throw Failure(errno, "examine", path);
     return status;
 }
 
-bool isFolder(int parent, const std::string& name, const std::string& path) {
-    struct stat status;
-    if (fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        throw Failure(errno, "examine", path);
-    return S_ISDIR(status.st_mode);
-}
-
 std::vector<std::string> sortedNames(const Level& level) {
-    const int listed = openat(level.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(listed < 0 ? nullptr : fdopendir(listed), &closedir);
-    if (!folder)
-        throw Failure(errno, "list", level.path);
     std::vector<std::string> names;
-    errno = 0;
-    for (const dirent* entry = readdir(folder.get()); entry; entry = readdir(folder.get())) {
-        std::string name = entry->d_name;
-        if (name == "." || name == "..")
-            continue;
-        if (entry->d_type == DT_DIR ||
-            (entry->d_type == DT_UNKNOWN && isFolder(level.folder.get(), name, level.path + name)))
+    const auto add = [&](const dirent& entry) {
+        std::string& name = names.emplace_back(entry.d_name);
+        if (entry.d_type == DT_DIR ||
+            (entry.d_type == DT_UNKNOWN &&
+             S_ISDIR(statusOf(level.folder.get(), name, level.path + name).st_mode)))
             name += '/';
-        names.push_back(std::move(name));
-        errno = 0;
-    }
-    if (errno != 0)
-        throw Failure(errno, "list", level.path);
+    };
+    if (const int error = platform::listFolder(level.folder, add); error != 0)
+        throw Failure(error, "list", level.path);
     std::ranges::sort(names, std::ranges::greater());
     return names;
-}
-
-std::string linkTarget(int folder, const std::string& name, const std::string& path) {
-    std::string target(256, '\0');
-    while (true) {
-        const ssize_t length = readlinkat(folder, name.c_str(), target.data(), target.size());
-        if (length < 0)
-            throw Failure(errno, "read link", path);
-        if (static_cast<std::size_t>(length) < target.size()) {
-            target.resize(static_cast<std::size_t>(length));
-            return target;
-        }
-        target.resize(target.size() * 2);
-    }
 }
 
 /// How to open and name one entry: `name` is relative to the folder `parent`.
@@ -96,25 +61,17 @@ SourceFile describe(const Place& place, const struct stat& status) {
             .modificationTime = status.st_mtim};
 }
 
-Level openFolder(const Place& place) {
-    Level level{.folder = FileDescriptor(openat(place.parent, place.name.c_str(),
-                                                O_RDONLY | O_DIRECTORY | O_CLOEXEC | place.followFlag)),
-                .path = place.path,
-                .archiveName = place.archiveName,
-                .names = {}};
-    if (!level.folder)
+/// Opens a file, or a folder for the flag O_DIRECTORY.
+FileDescriptor open(const Place& place, struct stat& status, int flag = 0) {
+    FileDescriptor opened = platform::openToRead(place.parent, place.name, status, place.followFlag | flag);
+    if (!opened)
         throw Failure(errno, "open", place.path);
-    level.names = sortedNames(level);
-    return level;
+    return opened;
 }
 
 SourceFile openFile(const Place& place) {
-    // Without O_NONBLOCK, opening a pipe that replaced the file would block.
-    FileDescriptor file(openat(place.parent, place.name.c_str(),
-                               O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | place.followFlag));
-    if (!file)
-        throw Failure(errno, "open", place.path);
-    const struct stat status = statusOf(file, place.path);
+    struct stat status;
+    FileDescriptor file = open(place, status);
     if (!S_ISREG(status.st_mode))
         throw Failure::changed(place.path);
     SourceFile result = describe(place, status);
@@ -125,15 +82,16 @@ SourceFile openFile(const Place& place) {
 
 /// A file or link in a folder.
 SourceFile openLeaf(const Place& place) {
-    struct stat status;
-    if (fstatat(place.parent, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        throw Failure(errno, "examine", place.path);
+    const struct stat status = statusOf(place.parent, place.name, place.path);
     if (S_ISREG(status.st_mode))
         return openFile(place);
     if (!S_ISLNK(status.st_mode))
         throw Failure(place.path + " is not a file, folder or link; remove it from the bundle");
     SourceFile link = describe(place, status);
-    link.linkTarget = linkTarget(place.parent, place.name, place.path);
+    auto target = platform::linkTarget(place.parent, place.name);
+    if (!target)
+        throw Failure(errno, "read link", place.path);
+    link.linkTarget = *std::move(target);
     return link;
 }
 
@@ -144,11 +102,10 @@ std::string nameOf(const std::string& source) {
         path.pop_back();
     std::string name = path.substr(path.rfind('/') + 1);
     if (name == "." || name == "..") {
-        const std::unique_ptr<char, decltype(&free)> absolute(realpath(path.c_str(), nullptr), &free);
+        const std::optional<std::string> absolute = platform::realPath(path);
         if (!absolute)
             throw Failure(errno, "open", source);
-        name = absolute.get();
-        name.erase(0, name.rfind('/') + 1);
+        name = absolute->substr(absolute->rfind('/') + 1);
     }
     if (name.empty())
         throw Failure("cannot archive \"" + source +
@@ -173,8 +130,10 @@ void walkTree(const std::string& source, const std::function<void(SourceFile)>& 
 
     std::vector<Level> levels;
     const auto enter = [&](const Place& folder) {
-        levels.push_back(openFolder(folder));
-        visit(describe(folder, statusOf(levels.back().folder, folder.path)));
+        FileDescriptor opened = open(folder, status, O_DIRECTORY);
+        levels.push_back({std::move(opened), folder.path, folder.archiveName, {}});
+        levels.back().names = sortedNames(levels.back());
+        visit(describe(folder, status));
     };
     enter(place);
     while (!levels.empty()) {

@@ -74,7 +74,7 @@ private:
 /// Opened here to distinguish a missing folder from a missing program.
 FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
     const std::string& path = *setup.currentDirectoryPath;
-    FileDescriptor folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor folder = openFolder(AT_FDCWD, path.c_str());
     if (!folder || faccessat(folder.get(), ".", X_OK, AT_EACCESS) != 0)
         throw LaunchError(setup.launchPath,
                           "its working directory " + path + " cannot be entered: " + reasonOf(errno));

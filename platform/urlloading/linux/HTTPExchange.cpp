@@ -4,10 +4,11 @@
 #include "platform/foundation/Format.h"
 #include "platform/urlloading/linux/HTTPChallenge.h"
 #include "platform/urlloading/linux/HTTPFailure.h"
-#include "platform/urlloading/linux/SocketProgress.h"
 #include "platform/urlloading/linux/TrustedCertificates.h"
 
 #include <fcntl.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <stdio.h>
 #include <sys/socket.h>
@@ -30,6 +31,16 @@ constexpr long receiveBufferSize = 128L * 1024;
 CURLcode setUpLibrary() {
     static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
     return result;
+}
+
+/// The number of bytes that the peer of a TCP socket has acknowledged plus the number that it has sent; 0 for
+/// any other socket. Bytes that wait in the send buffer are not progress.
+std::uint64_t bytesMovedThroughSocket(curl_socket_t socket) {
+    tcp_info info = {};
+    socklen_t size = sizeof info;
+    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+        return 0;
+    return info.tcpi_bytes_acked + info.tcpi_bytes_received;
 }
 
 } // namespace

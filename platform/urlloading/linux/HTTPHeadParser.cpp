@@ -12,19 +12,10 @@ namespace {
 // Without a limit, a server could send headers until the memory is full.
 constexpr std::size_t sizeLimit = std::size_t(256) * 1024;
 
-/// `bytes` as UTF-8 text (RFC 9110 section 5.5).
+/// `bytes` as UTF-8 text. Those that are not UTF-8 are taken as ISO-8859-1 (RFC 9110 section 5.5).
 std::string headerText(std::string_view bytes) {
-    if (auto text = decodeUTF8(bytes))
-        return *std::move(text);
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x80)
-            text += c;
-        else
-            text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 0x3F))};
-    }
-    return text;
+    auto text = decodeUTF8(bytes);
+    return text ? *std::move(text) : decodeWideText(bytes, 1, true).text;
 }
 
 } // namespace
