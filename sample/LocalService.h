@@ -6,24 +6,23 @@
 
 namespace sample {
 
-/// A stand-in for the crash-reporting service on 127.0.0.1. It accepts build registrations and symbol uploads
-/// and keeps them in a folder. It refuses a call that lacks a header or a field with 400 and a sentence.
+/// A local replacement for the crash-reporting service, on 127.0.0.1. It accepts build registrations and
+/// symbol uploads and stores them in a folder. If a header or field is missing, it answers 400 and the name.
 ///
-/// The folder gets one folder for each call, "1-registration", "2-upload", ... in the order of the calls,
-/// with "request" (method, path, headers and fields, a line each) and, for uploads, the archive under its own
-/// name.
+/// Each call is stored in a folder "1-registration", "2-upload", ..., numbered in the order of the calls. It
+/// contains the file "request" (method, path, headers and fields, one per line) and an upload's archive.
 class LocalService {
 public:
-    /// PEM files. Empty: HTTP instead of HTTPS.
+    /// Paths of PEM files. If empty, the service uses HTTP.
     struct TLS {
         std::string certificate;
         std::string key;
     };
 
-    /// Starts to listen; `port` 0 lets the system pick one. Throws std::runtime_error, which names the port,
-    /// the folder or the certificate, when it cannot.
+    /// Starts to listen. If `port` is 0, the system assigns one. Throws a std::runtime_error that names the
+    /// port, the folder or the certificate if it fails.
     LocalService(std::string folder, std::uint16_t port, const TLS& tls = {});
-    /// Finishes the calls in progress.
+    /// Waits for the calls in progress.
     ~LocalService();
     LocalService(const LocalService&) = delete;
     LocalService& operator=(const LocalService&) = delete;

@@ -20,7 +20,7 @@ std::optional<std::uint16_t> portNumber(const char* text) {
 
 } // namespace
 
-/// local-service FOLDER [PORT [CERTIFICATE KEY]]: runs the stand-in service until SIGINT or SIGTERM.
+/// local-service FOLDER [PORT [CERTIFICATE KEY]]: runs the service until SIGINT or SIGTERM.
 int main(int argc, char** argv) {
     if (argc < 2 || argc == 4 || argc > 5) {
         std::cerr << "usage: local-service FOLDER [PORT [CERTIFICATE KEY]]\n";

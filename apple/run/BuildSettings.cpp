@@ -2,10 +2,9 @@
 
 namespace orvane {
 
-static std::string joined(const BuildSettings& buildSettings, std::string_view folderKey,
-                          std::string_view nameKey) {
-    return setting(buildSettings, folderKey).value_or("") + "/" +
-           setting(buildSettings, nameKey).value_or("");
+static std::string joined(const BuildSettings& buildSettings, std::string_view folder,
+                          std::string_view name) {
+    return setting(buildSettings, folder).value_or("") + "/" + setting(buildSettings, name).value_or("");
 }
 
 BuildSettings buildSettingsFromEnvironment(const char* const* environment) {

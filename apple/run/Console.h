@@ -12,8 +12,7 @@ namespace orvane {
 bool debugMode();
 void setDebugMode();
 
-/// Logs `message` with the product's name: "
-/// Orvane: %@".
+/// Logs `message` with the product's name, as "\n\nOrvane: %@".
 void logWithTag(std::string_view message);
 
 /// Formats the arguments ("%@" an object's description, "%i" and "%d" integers) and logs the text with the

@@ -6,12 +6,10 @@
 #include "run/ToolBundle.h"
 #include "run/VendorConfiguration.h"
 
-#include <array>
-
 namespace orvane {
 namespace {
 
-constexpr std::array<std::string_view, 10> legacyKeys = {
+constexpr const char* legacyKeys[] = {
     "BUILT_PRODUCTS_DIR",   "PRODUCT_NAME",  "WRAPPER_NAME",      "DWARF_DSYM_FOLDER_PATH",
     "DWARF_DSYM_FILE_NAME", "PLATFORM_NAME", "PROJECT_FILE_PATH", "INFOPLIST_PATH",
     "CONFIGURATION",        "SDKROOT"};
@@ -23,7 +21,7 @@ std::string pair(std::string_view key, std::string_view encodedValue) {
 /// The build settings as a query. A missing setting has an empty value.
 std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettings) {
     std::string query;
-    for (const std::string_view key : legacyKeys)
+    for (const char* key : legacyKeys)
         query += (query.empty() ? "" : "&") + pair(key, urlEncode(setting(buildSettings, key).value_or("")));
     query += "&" + pair("TARNWHISTLE_FRAMEWORK_PATH", urlEncode(toolBundlePath()));
     query += "&" + pair("TARNWHISTLE_API_KEY", urlEncode(handOff.apiKey));
@@ -34,6 +32,13 @@ std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettin
     if (const auto searchPaths = setting(buildSettings, "FRAMEWORK_SEARCH_PATHS"))
         query += "&" + pair("FRAMEWORK_SEARCH_PATHS", urlEncode(*searchPaths));
     return query;
+}
+
+std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSettings) {
+    const std::string query = handOff.buildPlistPath
+                                  ? pair("TARNWHISTLE_BUILD_PLIST_PATH", urlEncode(*handOff.buildPlistPath))
+                                  : legacyQuery(handOff, buildSettings);
+    return std::string(handOffURLPrefix) + query;
 }
 
 [[noreturn]] void sendUserToSignUp(const BuildSettings& buildSettings) {
@@ -54,13 +59,6 @@ std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettin
 
 std::string urlEncode(std::string_view text) {
     return platform::percentEscape(text);
-}
-
-std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSettings) {
-    const std::string query = handOff.buildPlistPath
-                                  ? pair("TARNWHISTLE_BUILD_PLIST_PATH", urlEncode(*handOff.buildPlistPath))
-                                  : legacyQuery(handOff, buildSettings);
-    return std::string(handOffURLPrefix) + query;
 }
 
 void sendDataToMacApp(const HandOff& handOff, const BuildSettings& buildSettings) {

@@ -19,10 +19,7 @@ struct HandOff {
 /// process with status 1.
 void sendDataToMacApp(const HandOff& handOff, const BuildSettings& buildSettings);
 
-/// platform::percentEscape.
+/// Escapes a value for a URL's query (platform::percentEscape).
 std::string urlEncode(std::string_view text);
-
-/// The URL that `sendDataToMacApp` opens.
-std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSettings);
 
 } // namespace orvane

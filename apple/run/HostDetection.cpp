@@ -2,10 +2,6 @@
 
 #include "run/Console.h"
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 namespace orvane {
 namespace {
 
@@ -14,17 +10,16 @@ constexpr std::uint32_t lastSystemProcess = 1;
 } // namespace
 
 bool isProcessNameInHierarchy(std::string_view name, std::uint32_t start, const ProcessLookup& lookup) {
-    std::vector<std::string> names;
+    bool found = false;
     for (std::uint32_t current = start;;) {
         const auto record = lookup(current);
         if (!record)
             continue;
-        names.push_back(record->commandName);
+        found = found || record->commandName == name;
         if (record->identifier <= lastSystemProcess)
-            break;
+            return found;
         current = record->parentIdentifier;
     }
-    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 bool isProcessNameInHierarchy(std::string_view name) {

@@ -47,8 +47,7 @@ std::string verifiedAPIKey(std::string_view argument) {
     return *apiKey;
 }
 
-/// The second argument if it has the length of a secret, otherwise empty. It may be an option such as
-/// "-debug".
+/// The second argument if it has the length of a secret, otherwise empty: it may be "-debug".
 std::string buildSecret(int argc, const char* const* argv) {
     if (argc < 3 || std::string_view(argv[2]).size() != buildSecretBytes)
         return "";

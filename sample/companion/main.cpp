@@ -10,7 +10,7 @@
 #include <iostream>
 #include <sstream>
 
-// Stands in for the desktop companion app. It is opened with a hand-off URL, examines what the URL refers
+// A replacement for the desktop companion app. It is opened with a hand-off URL, examines what the URL refers
 // to, and appends a report for people and tests. It uploads nothing.
 
 namespace {

@@ -9,15 +9,15 @@ namespace orvane {
 
 inline const std::string versionLine = "Orvane.framework/run 1.3.17\n";
 
-/// How a run begins that has passed every check and takes the direct road, where nobody answers it.
+/// The first record of a run on the direct road if no service listens.
 inline const std::string unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";
 
-/// A record of the tool's own as the log shows it, without its header.
+/// A record of TWLLog, without the header.
 inline std::string record(const std::string& message) {
     return "\n\nOrvane: " + message + "\n";
 }
 
-/// Standard error of a run without the header of each record: what a user reads.
+/// The standard error of a run, without the header of each record.
 inline std::string messages(std::string standardError) {
     constexpr std::size_t dateSize = sizeof "2014-03-10 12:34:56.789" - 1;
     for (std::size_t name = 0; (name = standardError.find(" run[")) != std::string::npos;) {
@@ -29,7 +29,7 @@ inline std::string messages(std::string standardError) {
     return standardError;
 }
 
-/// What a run prints that must end with `status`.
+/// Runs the tool, which must exit with `status`, and returns the messages.
 inline std::string printed(const support::Launch& launch, int status) {
     const support::Ending ending = support::run(launch);
     EXPECT_EQ(ending.status, status) << ending.standardError;

@@ -42,7 +42,7 @@ struct HTTPAnswer {
 };
 
 struct TLS {
-    /// A file of make-certificates; if null, the server uses HTTP.
+    /// A file of make-certificates; if empty, the server uses HTTP.
     std::string certificate = {};
     /// The server requires a client certificate and accepts none.
     bool demandsClientCertificate = false;

@@ -1,0 +1,80 @@
+#include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace support {
+namespace {
+
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+    std::vector<char*> result(texts.size() + 1);
+    std::ranges::transform(texts, result.begin(),
+                           [](const std::string& text) { return const_cast<char*>(text.c_str()); });
+    return result;
+}
+
+std::string contents(const platform::FileDescriptor& file) {
+    std::string text(static_cast<std::size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    return text;
+}
+
+} // namespace
+
+ChildProcess::ChildProcess(const Launch& launch)
+    : _output(memfd_create("stdout", MFD_CLOEXEC)), _error(memfd_create("stderr", MFD_CLOEXEC)) {
+    // The child only makes system calls: other threads of the test may hold locks at the time of fork.
+    const std::vector<char*> arguments = pointers(launch.arguments);
+    const std::vector<char*> environment = pointers(launch.environment);
+    _identifier = fork();
+    if (_identifier != 0)
+        return;
+    setpgid(0, 0);
+    if (dup2(_output.get(), STDOUT_FILENO) >= 0 && dup2(_error.get(), STDERR_FILENO) >= 0 &&
+        (launch.workingDirectory.empty() || chdir(launch.workingDirectory.c_str()) == 0))
+        execve(arguments[0], arguments.data(), environment.data());
+    _exit(127);
+}
+
+ChildProcess::~ChildProcess() {
+    if (_identifier > 0) {
+        kill(SIGKILL);
+        wait();
+    }
+}
+
+void ChildProcess::kill(int signal) const {
+    ::kill(_identifier, signal);
+}
+
+Ending ChildProcess::wait() {
+    int status = 0;
+    EXPECT_GT(waitpid(std::exchange(_identifier, -1), &status, 0), 0);
+    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return {code, contents(_output), contents(_error)};
+}
+
+Ending run(const Launch& launch) {
+    return ChildProcess(launch).wait();
+}
+
+Ending runShell(const std::string& command) {
+    Launch launch = {.arguments = {"/bin/sh", "-c", command}};
+    for (char** variable = environ; *variable; ++variable)
+        launch.environment.emplace_back(*variable);
+    return run(launch);
+}
+
+std::string outputOf(const std::string& command) {
+    const Ending ending = runShell(command);
+    EXPECT_EQ(ending.status, 0) << command << "\n" << ending.standardError;
+    return ending.standardOutput;
+}
+
+} // namespace support
