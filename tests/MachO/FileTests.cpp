@@ -1,9 +1,9 @@
 #include "MachO/TWLdSYM.h"
-#include "fuzz/GuardedReading.h"
-#include "fuzz/MachOImage.h"
 #include "platform/files/Files.h"
 #include "platform/process/MappedFiles.h"
 #include "support/ChildProcess.h"
+#include "support/GuardedReading.h"
+#include "support/MachOImage.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -71,11 +71,11 @@ TEST(Symbols, PrintsSlicesAndComparesUUIDs) {
 }
 
 TEST(HostileFile, TruncatedAndCorruptedFilesAreReadWithinBounds) {
-    std::vector<std::string> all = fuzz::sampleMachOFiles();
+    std::vector<std::string> all = support::sampleMachOFiles();
     for (const RealFiles files; const char* name : {"arm64.o", "objects", "app"})
         all.emplace_back(platform::readFile(files.path(name))->bytes());
     for (std::string& bytes : all) {
-        fuzz::GuardedReading reading(bytes.size());
+        support::GuardedReading reading(bytes.size());
         for (std::size_t size = 0; size <= bytes.size(); ++size)
             ASSERT_TRUE(reading.read({bytes.data(), size})) << size;
         // The last image of a sample is at an odd offset.
@@ -92,11 +92,11 @@ TEST(HostileFile, TruncatedAndCorruptedFilesAreReadWithinBounds) {
 
 TEST(HostileFile, OverlappingImagesAndRepeatedPathsTakeLittleTime) {
     const std::uint32_t count = 40000;
-    const std::string command = fuzz::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
-    const auto image = fuzz::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
-    const std::string header = fuzz::universalHeader({count, {7, 3, 8 + 20 * count}});
+    const std::string command = support::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
+    const auto image = support::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
+    const std::string header = support::universalHeader({count, {7, 3, 8 + 20 * count}});
     const support::TemporaryFolder folder;
-    fuzz::MachOImage large;
+    support::MachOImage large;
     for (int i = 0; i < 80'000; ++i)
         large.dylib(std::string(220, 'x'));
     const std::string path = folder.write("large", large.uuid('\x11').bytes());

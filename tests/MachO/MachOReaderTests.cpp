@@ -1,6 +1,6 @@
 #include "MachO/MachOReader.h"
 #include "MachO/TWLdSYM.h"
-#include "fuzz/MachOImage.h"
+#include "support/MachOImage.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +14,7 @@
 namespace macho {
 namespace {
 
-using namespace fuzz;
+using namespace support;
 
 /// One line for each slice: "name@offset" (or "name@null" for an image outside the file) and "cmd:cmdsize"
 /// for each load command. The name is read after the commands were enumerated.
