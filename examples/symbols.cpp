@@ -35,14 +35,14 @@ static void print(bool json, const TWLMachOSlice& slice) {
     std::cout << (json ? "\"linkedDylibs\": [" + dylibs + "]}" : "linkedDylibs:" + dylibs + "\n");
 }
 
-/// The slices' architectures and UUIDs; null if the path cannot be read.
+/// Prints the slices and returns their architectures and UUIDs; empty if the path cannot be read.
 static std::set<std::string> show(const std::string& path, bool json, const char* separator) {
     const auto dSYM = TWLdSYM::initWithURL(platform::URL::fileURLWithPath(path));
     const auto file =
         TWLMachOBinary::MachOBinaryWithPath(dSYM ? dSYM->executablePath().value_or(path) : path);
     const auto slices = file ? file->slices() : std::vector<std::shared_ptr<TWLMachOSlice>>();
     if (slices.empty() || (slices.size() == 1 && slices[0]->architectureName() == "unknown")) {
-        std::cerr << path << " cannot be read: it is no Mach-O file and no dSYM bundle that holds one.\n";
+        std::cerr << path << " cannot be read: it is not a Mach-O file or a dSYM bundle that contains one.\n";
         return {};
     }
     std::cout << (json ? separator : "");
@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
             shown.push_back(uuids);
     std::cout << (!json ? "" : shown.empty() ? "[]\n" : "]\n");
     if (paths.size() == 2 && shown.size() == 2) {
-        shown[0].merge(shown[1]); // the second one keeps the common elements
+        shown[0].merge(shown[1]); // the common elements remain in the second set
         const char* rest = shown[1].empty() ? "UUIDs do not match.\n" : "Only some UUIDs match.\n";
         (json ? std::cerr : std::cout) << (shown[0].size() == shown[1].size() ? "UUIDs match.\n" : rest);
     }

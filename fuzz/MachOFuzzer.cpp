@@ -1,5 +1,5 @@
 #include "MachO/TWLMachOBinary.h"
-#include "fuzz/GuardedReading.h"
+#include "support/GuardedReading.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -38,7 +38,7 @@ void readFile(const std::uint8_t* data, std::size_t size) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static fuzz::GuardedReading reading(1 << 20);
+    static support::GuardedReading reading(1 << 20);
     require(size > 1 << 20 || reading.read({reinterpret_cast<const char*>(data), size}));
     readFile(data, size);
     return 0;

@@ -1,8 +1,8 @@
-#include "fuzz/MachOImage.h"
 #include "platform/files/AtomicWrite.h"
 #include "platform/files/Files.h"
 #include "platform/foundation/Path.h"
 #include "platform/propertylist/PropertyList.h"
+#include "support/MachOImage.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
     const Value list = Value::Dictionary{{"CFBundleIdentifier", "com.apple.xcode.dsym.ShopApp"},
                                          {"CFBundleVersion", 149},
                                          {"values", Value::Array{1.5, true, platform::Data("bytes"), "&<>"}}};
-    writeSeeds(argv[1], "MachOFuzzer", fuzz::sampleMachOFiles());
+    writeSeeds(argv[1], "MachOFuzzer", support::sampleMachOFiles());
     const std::string declared =
         "\n<!DOCTYPE plist [<!ATTLIST plist version CDATA '1'>]><plist><array><integer>-0x1F"
         "</integer><real>1e-999</real><date>-0044-03-15T12:00:00Z</date></array></plist>";

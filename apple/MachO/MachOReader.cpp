@@ -11,10 +11,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace macho {
 namespace {
+
+// Thin images are read in the host's byte order and universal headers byte-swapped.
+static_assert(std::endian::native == std::endian::little);
 
 constexpr std::uint64_t smallestFile = 16;
 constexpr std::uint32_t mostArchitectures = 65536;
@@ -30,12 +34,9 @@ const void* advance(const void* address, std::uint64_t bytes) {
     return static_cast<const char*>(address) + bytes;
 }
 
-std::uint32_t byteSwapped(std::uint32_t value) {
-    return __builtin_bswap32(value);
-}
-
-std::int32_t byteSwapped(std::int32_t value) {
-    return static_cast<std::int32_t>(byteSwapped(static_cast<std::uint32_t>(value)));
+template <class Integer>
+Integer byteSwapped(Integer value) {
+    return static_cast<Integer>(__builtin_bswap32(static_cast<std::uint32_t>(value)));
 }
 
 bool isMachMagic(std::uint32_t word) {
@@ -72,11 +73,13 @@ void enumerateUniversal(const void* start, const SliceCallback& callback, std::u
     TWLMachOSlice slice;
     std::uint64_t position = sizeof(fat_header);
     for (std::uint32_t i = 0; i < std::min(count, mostArchitectures); ++i) {
+        // Never negative: `position` is at most `available`, here and in TWLMachOSliceSearchLoadCommands.
         if (available - position < sizeof(fat_arch))
             return;
         const auto entry = load<fat_arch>(advance(start, position));
         position += sizeof(fat_arch);
         const std::uint32_t offset = byteSwapped(entry.offset);
+        // The entry's size is not checked: it may be wrong, and the end of the file limits all reads anyway.
         const bool inside = offset < available;
         slice.startAddress = inside ? advance(start, offset) : nullptr;
         slice.cputype = byteSwapped(entry.cputype);
@@ -214,6 +217,7 @@ void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSear
     const auto header = load<mach_header>(start);
     slice->cputype = header.cputype;
     slice->cpusubtype = header.cpusubtype;
+    // A command of size 0 does not advance, so this also limits the repetitions of the last command.
     const std::uint64_t count = std::min<std::uint64_t>(header.ncmds, available / sizeof(load_command));
     for (std::uint64_t i = 0; i < count && available - position >= sizeof(load_command); ++i) {
         const void* const address = advance(start, position);
@@ -228,6 +232,7 @@ void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSear
 std::uint64_t TWLMachOSliceBytesFrom(const TWLMachOSlice* slice, const void* address) {
     const auto start = reinterpret_cast<std::uintptr_t>(slice->startAddress);
     const auto position = reinterpret_cast<std::uintptr_t>(address);
+    // `start` plus an unknown size must not overflow.
     const std::uint64_t available = std::min<std::uint64_t>(slice->bytesAvailable, UINTPTR_MAX - start);
     return position < start || position - start > available ? 0 : available - (position - start);
 }

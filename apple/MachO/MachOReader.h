@@ -7,14 +7,17 @@
 #include <optional>
 #include <string>
 
+/// Defines the record macho::TWLMachOSlice: an image as it is in the file. The class ::TWLMachOSlice
+/// (TWLMachOSlice.h) is the decoded object that is made from it.
+///
 /// A read-only reader for Mach-O files, thin or universal: records and functions that map a file, enumerate
 /// its slices and their load commands, and decode some commands. A thin file has one slice. So has a file
 /// that is not a Mach-O file (CPU type 0, no commands).
 ///
 /// Nothing is copied: slices, commands, UUIDs, paths and sections point into the mapping and are valid until
-/// TWLMachOFileDestroy. Files are not trusted: no function reads outside the mapping, and the time is at
-/// most proportional to the file's size. If another process truncates the file while it is mapped, reading a
-/// lost page raises SIGBUS, as for every mapping.
+/// TWLMachOFileDestroy. Files are not trusted: the functions that enumerate and search do not read outside
+/// the mapping, and their time is at most proportional to the file's size. If another process truncates the
+/// file while it is mapped, reading a lost page raises SIGBUS, as for every mapping.
 ///
 /// Nothing is printed or locked. Any thread may use records of its own. Callbacks run before the function
 /// returns.
@@ -27,11 +30,10 @@ struct TWLMachOFile {
     const void* mappedFile = nullptr;
 };
 
-/// The size of an image in memory, whose end is unknown.
+/// The size of an image in memory whose end is unknown.
 inline constexpr std::uint64_t unknownSize = UINT64_MAX;
 
-/// The record of one architecture's image in a file (macho::TWLMachOSlice). It owns nothing and may be
-/// copied. The class ::TWLMachOSlice (TWLMachOSlice.h) is the decoded object made from it.
+/// One architecture's image. Owns nothing and may be copied.
 struct TWLMachOSlice {
     /// The mach_header or mach_header_64. Null if a universal file places the image outside the file.
     const void* startAddress = nullptr;

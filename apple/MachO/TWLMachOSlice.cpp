@@ -56,6 +56,7 @@ TWLMachOSlice::TWLMachOSlice(const macho::TWLMachOSlice& slice, std::shared_ptr<
                                    const macho::load_command* command) {
         const std::uint64_t free = std::min<std::uint64_t>(cmdsize, budget.commandBytes);
         budget.commandBytes -= free;
+        // Unused free bytes are lost; reading more than the free bytes reduces the extra bytes.
         std::uint64_t allowance = free + budget.extraBytes;
         if (allowance < sizeof *command)
             return false;

@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+// Defines the class ::TWLMachOSlice: an image as a decoded object. It is made from the record
+// macho::TWLMachOSlice (MachOReader.h), which only points into the file.
+
 /// Limits the work for hostile files, which could otherwise take hours and gigabytes. Load commands of
 /// images that do not overlap are free, however many there are. Overlapping images, commands of size 0 and
 /// paths outside their command, which valid files do not have, share a limit.
@@ -18,17 +21,16 @@ struct TWLDecodingBudget {
     std::uint64_t extraBytes = std::uint64_t{16} << 20;
 };
 
-/// One architecture's image as a decoded, immutable object (::TWLMachOSlice), made from the record
-/// macho::TWLMachOSlice (MachOReader.h). Shares ownership of the file's mapping, so it may outlive its
+/// One architecture's image, immutable. Shares ownership of the file's mapping, so it may outlive its
 /// TWLMachOBinary. Any number of threads may read it.
 class TWLMachOSlice {
 public:
-    /// `slice` must be in memory that outlives the object: in `mapping`, which the object keeps, or in a
-    /// loaded image. Returns null for a null pointer.
+    /// The image of `slice` must be in memory that outlives the object: in `mapping`, which the object keeps,
+    /// or in a loaded image. Returns null for a null pointer.
     static std::shared_ptr<TWLMachOSlice> initWithSlice(const macho::TWLMachOSlice* slice,
                                                         std::shared_ptr<const void> mapping = nullptr);
 
-    /// The same for one of several slices that share an allowance. Decoding stops when it is used up.
+    /// The same for one of several slices that share a budget. Decoding stops when it is used up.
     static std::shared_ptr<TWLMachOSlice> initWithSlice(const macho::TWLMachOSlice* slice,
                                                         std::shared_ptr<const void> mapping,
                                                         TWLDecodingBudget& budget);
@@ -57,7 +59,7 @@ public:
     const void* unwindInfoData() const { return _unwindInfo.start; }
 
 private:
-    /// The first section of this name that a load command contains. Its start may be outside the image.
+    /// The first section of a name. Found with a null start if its offset is outside the image.
     struct Section {
         bool isFound = false;
         const void* start = nullptr;

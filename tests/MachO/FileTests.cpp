@@ -1,9 +1,9 @@
 #include "MachO/TWLdSYM.h"
-#include "fuzz/GuardedReading.h"
-#include "fuzz/MachOImage.h"
 #include "platform/files/Files.h"
 #include "platform/process/MappedFiles.h"
 #include "support/ChildProcess.h"
+#include "support/GuardedReading.h"
+#include "support/MachOImage.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -64,26 +64,37 @@ TEST(Symbols, PrintsSlicesAndComparesUUIDs) {
     EXPECT_THAT(outputOf(symbols + "app app.dSYM"), testing::EndsWith("\n\nUUIDs match.\n"));
     EXPECT_THAT(outputOf(symbols + "app arm64"), testing::EndsWith("\n\nOnly some UUIDs match.\n"));
     EXPECT_THAT(outputOf(symbols + "--json app.dSYM | python3 -m json.tool"), testing::HasSubstr("\"1.0\""));
-    const support::Ending ending = support::runShell(symbols + "app.c app");
+    const support::Ending ending = support::runShell(symbols + "libSystem.tbd app");
     EXPECT_EQ(ending.status, 1);
     EXPECT_EQ(ending.standardError,
-              "app.c cannot be read: it is no Mach-O file and no dSYM bundle that holds one.\n");
+              "libSystem.tbd cannot be read: it is not a Mach-O file or a dSYM bundle that contains one.\n");
 }
 
-TEST(HostileFile, TruncatedAndCorruptedFilesAreReadWithinBounds) {
-    std::vector<std::string> all = fuzz::sampleMachOFiles();
+/// The samples of the fuzz targets and some real files.
+std::vector<std::string> validFiles() {
+    std::vector<std::string> all = support::sampleMachOFiles();
     for (const RealFiles files; const char* name : {"arm64.o", "objects", "app"})
         all.emplace_back(platform::readFile(files.path(name))->bytes());
-    for (std::string& bytes : all) {
-        fuzz::GuardedReading reading(bytes.size());
+    return all;
+}
+
+TEST(HostileFile, TruncatedFilesAreReadWithinBounds) {
+    for (const std::string& bytes : validFiles()) {
+        support::GuardedReading reading(bytes.size());
         for (std::size_t size = 0; size <= bytes.size(); ++size)
             ASSERT_TRUE(reading.read({bytes.data(), size})) << size;
-        // The last image of a sample is at an odd offset.
+    }
+}
+
+TEST(HostileFile, CorruptedFilesAreReadWithinBounds) {
+    for (std::string& bytes : validFiles()) {
+        support::GuardedReading reading(bytes.size());
+        // Words at all offsets, because the last image of a sample is at an odd offset.
         for (std::size_t at = 0; at + 4 <= std::min<std::size_t>(bytes.size(), 1100); ++at) {
             const std::string word = bytes.substr(at, 4);
             for (const std::uint32_t value : {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu}) {
                 std::memcpy(&bytes[at], &value, 4);
-                ASSERT_TRUE(reading.read(bytes)) << at;
+                ASSERT_TRUE(reading.read(bytes)) << value << " at offset " << at;
             }
             bytes.replace(at, 4, word);
         }
@@ -92,24 +103,30 @@ TEST(HostileFile, TruncatedAndCorruptedFilesAreReadWithinBounds) {
 
 TEST(HostileFile, OverlappingImagesAndRepeatedPathsTakeLittleTime) {
     const std::uint32_t count = 40000;
-    const std::string command = fuzz::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
-    const auto image = fuzz::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
-    const std::string header = fuzz::universalHeader({count, {7, 3, 8 + 20 * count}});
+    const std::string command = support::littleEndian({24, 0, 0, 0}) + std::string(1000000, 'x') + '\0';
+    const auto image = support::MachOImage().sizedCommand(0xc, 0, command).commandCount(0xffffffff);
+    const std::string header = support::universalHeader({count, {7, 3, 8 + 20 * count}});
     const support::TemporaryFolder folder;
-    fuzz::MachOImage large;
-    for (int i = 0; i < 80'000; ++i)
-        large.dylib(std::string(220, 'x'));
-    const std::string path = folder.write("large", large.uuid('\x11').bytes());
-    const auto sound = TWLMachOBinary::MachOBinaryWithPath(path)->slices()[0];
-    EXPECT_TRUE(sound->linkedDylibs().size() == 80'000 && sound->uuid()) << "not cut off";
+    const std::string path = folder.write("bomb", header + image.bytes());
     const std::clock_t began = std::clock();
-    const auto binary = TWLMachOBinary::MachOBinaryWithPath(folder.write("bomb", header + image.bytes()));
+    const auto binary = TWLMachOBinary::MachOBinaryWithPath(path);
     for (const auto& slice : binary->slices())
         EXPECT_TRUE(!slice->ehFrameData() && !slice->unwindInfoData());
     // Processor time, with a reserve for sanitizers. Without limits the work would take hours.
     EXPECT_LT(std::clock() - began, 20 * CLOCKS_PER_SEC);
     EXPECT_EQ(binary->slices().size(), count);
     EXPECT_THAT(binary->slices()[0]->linkedDylibs(), testing::SizeIs(testing::Ge(2u)));
+}
+
+TEST(LargeFile, IsDecodedWithoutLimits) {
+    support::MachOImage image;
+    for (int i = 0; i < 80'000; ++i)
+        image.dylib(std::string(220, 'x'));
+    const support::TemporaryFolder folder;
+    const std::string path = folder.write("large", image.uuid('\x11').bytes());
+    const auto slice = TWLMachOBinary::MachOBinaryWithPath(path)->slices()[0];
+    EXPECT_EQ(slice->linkedDylibs().size(), 80'000u);
+    EXPECT_TRUE(slice->uuid()) << "the last command";
 }
 
 TEST(TruncatedFile, EndsTheProcessWithAMessageWhileItIsMapped) {

@@ -1,10 +1,10 @@
 #include "Printed.h"
-#include "fuzz/MachOImage.h"
 #include "platform/files/Files.h"
 #include "run/BuildRegistration.h"
 #include "run/DeploymentTarget.h"
 #include "run/SymbolUpload.h"
 #include "support/HTTPServer.h"
+#include "support/MachOImage.h"
 #include "support/ScriptedServer.h"
 
 #include <stdlib.h>
@@ -79,19 +79,20 @@ private:
 };
 
 /// An image with this minimum version of iOS.
-fuzz::MachOImage image(std::uint32_t cputype, std::uint32_t cpusubtype, std::uint32_t minimumVersion) {
+support::MachOImage image(std::uint32_t cputype, std::uint32_t cpusubtype, std::uint32_t minimumVersion) {
     constexpr std::uint32_t versionMinIPhoneOS = 0x25;
-    return fuzz::MachOImage(cputype, cpusubtype).versionMin(versionMinIPhoneOS, minimumVersion, 0x00080000);
+    return support::MachOImage(cputype, cpusubtype)
+        .versionMin(versionMinIPhoneOS, minimumVersion, 0x00080000);
 }
-const fuzz::MachOImage armv7 = image(0xC, 9, 0x00070000).uuid('\x11');
-const fuzz::MachOImage arm64 = image(0x0100000C, 0, 0x00070000).uuid('\x22');
+const support::MachOImage armv7 = image(0xC, 9, 0x00070000).uuid('\x11');
+const support::MachOImage arm64 = image(0x0100000C, 0, 0x00070000).uuid('\x22');
 
 /// A build with its executable and dSYM, and the arguments of a build server.
 class DirectRoad : public testing::Test {
 protected:
     DirectRoad() {
         build.arguments = {key, std::string(64, 's')};
-        build.writeProduct("Sample App.app/Sample App", fuzz::universalFile({armv7, arm64}));
+        build.writeProduct("Sample App.app/Sample App", support::universalFile({armv7, arm64}));
         build.writeProduct("Sample App.app.dSYM/Contents/Resources/DWARF/Sample App",
                            platform::readFile("/bin/sh")->bytes());
     }
@@ -246,11 +247,11 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
 TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
     const Service service(build, {201});
     const std::string noPairs = record("Unable to extract uuid-architecture pairs from binary " + executable);
-    const fuzz::MachOImage withoutUUID = image(0x0100000C, 0, 0x00070000);
+    const support::MachOImage withoutUUID = image(0x0100000C, 0, 0x00070000);
     const std::pair<std::string, std::string> executables[] = {
         {"", ""},
         {"#!/bin/sh is no Mach-O file", noPairs},
-        {fuzz::universalFile({armv7, withoutUUID}), noPairs}};
+        {support::universalFile({armv7, withoutUUID}), noPairs}};
     for (const auto& [bytes, message] : executables) {
         std::ofstream(executable) << bytes;
         EXPECT_THAT(printed(build, 0),
@@ -265,7 +266,7 @@ TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
 }
 
 TEST_F(DirectRoad, StopsABuildWithAnOldDeploymentTarget) {
-    std::ofstream(executable) << fuzz::universalFile({armv7, image(0x0100000C, 0, 0x00040300)});
+    std::ofstream(executable) << support::universalFile({armv7, image(0x0100000C, 0, 0x00040300)});
     const std::string detected =
         "\n\nWe have detected that this build of Sample App uses an unsupported OS Deployment "
         "Target. Orvane is only compatible with ";

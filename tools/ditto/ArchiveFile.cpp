@@ -22,8 +22,7 @@ static_assert(std::atomic<const char*>::is_always_lock_free);
 extern "C" void deleteUnfinishedFile(int signalNumber) {
     if (const char* path = unfinishedFile)
         ::unlink(path);
-    // Unblocked only now: a second signal on another thread must not end the process before the file is
-    // deleted.
+    // Not earlier: a second signal on another thread must not end the process before the file is deleted.
     ::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
 }
@@ -45,7 +44,7 @@ void refuseImpossiblePlace(const std::string& path) {
     struct stat status;
     const bool isTaken = stat(path.c_str(), &status) == 0;
     if (isTaken && !S_ISREG(status.st_mode))
-        throw Failure("cannot write " + path + ": it exists and is not a file");
+        throw Failure("cannot write " + path + ": it exists and is not a regular file; choose another name");
     // The temporary file has a short name, so without this check only the final rename would fail.
     if (!isTaken && errno == ENAMETOOLONG)
         throw Failure(errno, "write", path);

@@ -13,7 +13,7 @@ namespace ditto {
 /// process. Only one object may exist at a time. All operations throw Failure.
 class ArchiveFile {
 public:
-    /// Fails if the name is too long for its folder or if `path` is not a regular file.
+    /// Fails if the name is too long for its folder or if `path` exists and is not a regular file.
     explicit ArchiveFile(std::string path);
     ~ArchiveFile();
     ArchiveFile(const ArchiveFile&) = delete;

@@ -25,7 +25,7 @@ unsigned usableCores() {
     return std::thread::hardware_concurrency();
 }
 
-/// More threads would exceed the speed of disks and memory.
+/// More threads are not faster: disks and memory limit the speed.
 constexpr unsigned mostThreads = 64;
 
 class Archiver {
@@ -54,38 +54,29 @@ private:
     void writeFirstPiece() {
         const auto [piece, deflated] = _deflater.takeFirst();
         const SourceFile& file = *piece.file;
-        if (S_ISLNK(file.mode))
-            return writeLink(file);
+        const std::string& target = file.linkTarget;
         if (piece.isFirst()) {
-            const auto method = deflated.isStored ? ZipWriter::Method::stored : ZipWriter::Method::deflated;
-            _zip.begin(entryFor(file, file.size, method));
+            _zip.begin(
+                {.name = file.archiveName,
+                 .mode = file.mode,
+                 .modificationTime = file.modificationTime.tv_sec,
+                 .size = file.size + target.size(),
+                 .method = deflated.isStored ? ZipWriter::Method::stored : ZipWriter::Method::deflated});
             _crc32 = 0;
         }
         _zip.append(deflated.bytes());
         _crc32 = static_cast<std::uint32_t>(
             crc32_combine(_crc32, deflated.crc32, static_cast<z_off_t>(piece.size)));
-        if (piece.isLast())
-            _zip.end(_crc32);
-    }
-
-    void writeLink(const SourceFile& link) {
-        const std::string& target = link.linkTarget;
-        _zip.begin(entryFor(link, target.size(), ZipWriter::Method::stored));
-        _zip.append(target);
-        _zip.end(libdeflate_crc32(0, target.data(), target.size()));
-    }
-
-    static ZipWriter::Entry entryFor(const SourceFile& file, std::uint64_t size, ZipWriter::Method method) {
-        return {.name = file.archiveName,
-                .mode = file.mode,
-                .modificationTime = file.modificationTime.tv_sec,
-                .size = size,
-                .method = method};
+        if (piece.isLast()) {
+            // The content of a link's entry is its target. A link has one empty, stored piece.
+            _zip.append(target);
+            _zip.end(libdeflate_crc32(_crc32, target.data(), target.size()));
+        }
     }
 
     ZipWriter _zip;
     OrderedDeflater _deflater;
-    /// The bytes of the open entry that were written.
+    /// The checksum of the pieces of the open entry that were written.
     std::uint32_t _crc32 = 0;
 };
 

@@ -24,18 +24,17 @@ constexpr std::array<std::uint8_t, 32> distanceExtraBits = {
 }
 
 class BitReader {
+    static_assert(std::endian::native == std::endian::little, "a word's lowest byte is the first one");
+
 public:
     BitReader(const std::uint8_t* bytes, std::size_t size) : _bytes(bytes), _size(size), _next(bytes) {}
 
-    /// Makes at least 56 bits available. Reads at most 8 bytes ahead, into the padding at the end of a
-    /// stream.
+    /// Makes at least 56 bits available. Reads at most 8 bytes ahead, into the padding after the stream.
     void refill() {
         if (_next > _bytes + _size + deflateStreamPadding - sizeof _bits)
             malformed();
         std::uint64_t word;
         std::memcpy(&word, _next, sizeof word);
-        if constexpr (std::endian::native == std::endian::big)
-            word = __builtin_bswap64(word);
         _bits |= word << _available;
         _next += (63 - _available) / 8;
         _available |= 56;
@@ -270,6 +269,7 @@ Block findLastBlock(const std::uint8_t* stream, std::size_t size) {
 
 std::size_t continueDeflateStream(std::uint8_t* stream, std::size_t size) {
     const Block last = findLastBlock(stream, size);
+    // The lowest bit of the header is the final mark.
     stream[last.headerBit / 8] &= static_cast<std::uint8_t>(~(1U << last.headerBit % 8));
     // The header of a stored block that is not final is three zero bits; so is the rest of the byte.
     if (last.endBit + 3 > size * 8)

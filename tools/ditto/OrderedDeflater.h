@@ -25,10 +25,10 @@ public:
     OrderedDeflater& operator=(const OrderedDeflater&) = delete;
 
     bool empty() const { return _jobs.empty(); }
-    /// Whether `add` may be called. Otherwise `take` a piece first.
+    /// Whether a piece must be taken before the next one is added.
     bool full() const;
 
-    /// A piece without content is not changed.
+    /// A piece without content is not compressed: its DeflatedPiece is empty.
     void add(Piece piece);
 
     struct Taken {
@@ -56,8 +56,8 @@ private:
     /// Used by the caller's thread.
     std::optional<PieceDeflater> _deflater;
     std::size_t _bytesInFlight = 0;
-    /// Only the caller adds and removes jobs; `_mutex` guards the contents of the jobs and the members
-    /// below.
+    /// Only the caller's thread adds and removes jobs. `_mutex` guards their contents and the next two
+    /// members.
     std::deque<Job> _jobs;
     std::deque<Job*> _waiting;
     bool _stopping = false;

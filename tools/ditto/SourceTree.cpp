@@ -86,7 +86,7 @@ SourceFile openLeaf(const Place& place) {
     if (S_ISREG(status.st_mode))
         return openFile(place);
     if (!S_ISLNK(status.st_mode))
-        throw Failure(place.path + " is not a file, folder or link; remove it from the bundle");
+        throw Failure(place.path + " is not a folder, regular file or link; remove it from the bundle");
     SourceFile link = describe(place, status);
     auto target = platform::linkTarget(place.parent, place.name);
     if (!target)
@@ -108,8 +108,7 @@ std::string nameOf(const std::string& source) {
         name = absolute->substr(absolute->rfind('/') + 1);
     }
     if (name.empty())
-        throw Failure("cannot archive \"" + source +
-                      "\": its last component cannot be a name in the archive");
+        throw Failure("cannot archive \"" + source + "\": it has no name; archive a folder inside it");
     return name;
 }
 
@@ -123,7 +122,7 @@ void walkTree(const std::string& source, const std::function<void(SourceFile)>& 
     if (S_ISREG(status.st_mode))
         return visit(openFile(place));
     if (!S_ISDIR(status.st_mode))
-        throw Failure("cannot archive " + source + ": it is not a folder or file");
+        throw Failure("cannot archive " + source + ": it is not a folder or a regular file");
     if (!place.path.ends_with('/'))
         place.path += '/';
     place.archiveName += '/';

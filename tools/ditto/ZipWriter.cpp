@@ -31,7 +31,8 @@ void put(std::string& record, unsigned size, std::uint64_t value) {
         record += static_cast<char>(value >> (8 * i) & 0xFF);
 }
 
-/// Compressed content can be slightly larger than `size`. The margin is much larger than that.
+/// Decided before the content is compressed, because the header must reserve room for 64-bit sizes.
+/// Compressed content can be slightly larger than `size`; the margin is much larger than that.
 bool needsZip64(const ZipWriter::Entry& entry) {
     return entry.size > most32 - (most32 >> 4);
 }
@@ -77,26 +78,28 @@ std::string timeExtra(std::int64_t time) {
     return extra;
 }
 
-void putExtraHeader(std::string& extra, std::uint64_t size) {
+/// The extra field with the numbers that do not fit into 32 bits; empty if there are none.
+std::string zip64Extra(const std::string& numbers) {
+    std::string extra;
+    if (numbers.empty())
+        return extra;
     constexpr std::uint64_t zip64Identifier = 1;
     put(extra, 2, zip64Identifier);
-    put(extra, 2, size);
+    put(extra, 2, numbers.size());
+    return extra + numbers;
 }
 
 } // namespace
 
 void ZipWriter::begin(Entry entry) {
     if (entry.name.size() > most16)
-        throw Failure("cannot archive " + entry.name + ": its name is too long for a zip");
+        throw Failure("cannot archive " + entry.name +
+                      ": its path in the archive is longer than 65535 bytes; shorten it");
     _entry = std::move(entry);
     _headerOffset = _file.size();
-    // First in the extra field, so that `end` can find it.
-    std::string extra;
-    if (needsZip64(_entry)) {
-        putExtraHeader(extra, 16);
-        extra.append(16, '\0');
-    }
-    extra += timeExtra(_entry.modificationTime);
+    // The 64-bit sizes come first, where `end` overwrites them.
+    const std::string sizes(needsZip64(_entry) ? 16 : 0, '\0');
+    const std::string extra = zip64Extra(sizes) + timeExtra(_entry.modificationTime);
     std::string header;
     put(header, 4, 0x04034B50);
     put(header, 2, versionFor(_entry));
@@ -124,16 +127,13 @@ void ZipWriter::end(std::uint32_t crc32) {
         put(largeNumbers, 8, packedSize);
         _file.overwrite(_headerOffset + localHeaderSize + _entry.name.size() + extraHeaderSize, largeNumbers);
     }
+    // Only the central directory has the offset. A number in the extra field requires its 32-bit field to be
+    // all ones.
     const bool isFar = _headerOffset >= most32;
     if (isFar)
         put(largeNumbers, 8, _headerOffset);
 
-    std::string extra;
-    if (!largeNumbers.empty()) {
-        putExtraHeader(extra, largeNumbers.size());
-        extra += largeNumbers;
-    }
-    extra += timeExtra(_entry.modificationTime);
+    const std::string extra = zip64Extra(largeNumbers) + timeExtra(_entry.modificationTime);
     const std::uint64_t version = isFar ? versionForZip64 : versionFor(_entry);
     constexpr std::uint64_t dosFolder = 0x10;
     put(_directory, 4, 0x02014B50);
@@ -158,7 +158,7 @@ void ZipWriter::finish() {
     std::string trailer;
     if (_entryCount >= most16 || _directory.size() >= most32 || offset >= most32) {
         put(trailer, 4, 0x06064B50);
-        put(trailer, 8, 44); // what follows of this record
+        put(trailer, 8, 44); // the size of the rest of this record
         put(trailer, 2, madeByUnix | versionForZip64);
         put(trailer, 2, versionForZip64);
         put(trailer, 8, 0); // one disk
@@ -166,7 +166,7 @@ void ZipWriter::finish() {
         put(trailer, 8, _entryCount);
         put(trailer, 8, _directory.size());
         put(trailer, 8, offset);
-        put(trailer, 4, 0x07064B50); // where the record above stands
+        put(trailer, 4, 0x07064B50); // the locator of the record above
         put(trailer, 4, 0);
         put(trailer, 8, end);
         put(trailer, 4, 1);

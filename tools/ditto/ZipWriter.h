@@ -35,7 +35,7 @@ public:
     void append(std::string_view bytes) { _file.append(bytes); }
     void end(std::uint32_t crc32);
 
-    /// The central directory.
+    /// Writes the central directory. Call it once, after the last entry.
     void finish();
 
 private:

@@ -1,10 +1,8 @@
 #include "ditto/Archiver.h"
-#include "ditto/Failure.h"
 #include "platform/process/Log.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <exception>
 #include <new>
 #include <string>
@@ -15,8 +13,8 @@ namespace {
 constexpr int failed = 1;
 constexpr int misused = 64; // EX_USAGE of sysexits.h
 
-// A path can be very long. A caller that reads the output after the program's end needs room for the message
-// in its pipe, which holds 64 KiB.
+// Paths in messages can be very long. If the caller reads its pipe only after the program has ended, the
+// message must fit into the pipe, which holds 64 KiB.
 constexpr std::size_t messageLimit = 8192;
 
 int fail(const std::exception& failure) {
@@ -25,16 +23,6 @@ int fail(const std::exception& failure) {
         message.replace(messageLimit / 2, message.size() - messageLimit, "[...]");
     platform::writeToStandardError(message + "\n");
     return failed;
-}
-
-/// A fixed text for the case that there is no memory for the message.
-int failForMemory(const char* archive) {
-    try {
-        return fail(ditto::Failure(ENOMEM, "make", archive));
-    } catch (const std::bad_alloc&) {
-        platform::writeToStandardError("ditto: there is not enough memory\n");
-        return failed;
-    }
 }
 
 } // namespace
@@ -49,7 +37,9 @@ int main(int argc, char** argv) {
         ditto::makeArchive(argv[4], argv[5]);
         return 0;
     } catch (const std::bad_alloc&) {
-        return failForMemory(argv[5]);
+        // A fixed text, because there may be no memory for another message.
+        platform::writeToStandardError("ditto: cannot make the archive: not enough memory\n");
+        return failed;
     } catch (const std::exception& failure) {
         return fail(failure);
     }

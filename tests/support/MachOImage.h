@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace fuzz {
+namespace support {
 
 /// The words in little-endian byte order.
 std::string littleEndian(std::initializer_list<std::uint32_t> words);
@@ -67,4 +67,4 @@ std::string universalFile(const std::vector<MachOImage>& images);
 /// at an odd offset.
 std::vector<std::string> sampleMachOFiles();
 
-} // namespace fuzz
+} // namespace support

@@ -1,4 +1,4 @@
-#include "fuzz/GuardedReading.h"
+#include "support/GuardedReading.h"
 
 #include "MachO/TWLMachOSlice.h"
 
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-namespace fuzz {
+namespace support {
 namespace {
 
 constexpr std::size_t page = 65536;
@@ -45,4 +45,4 @@ bool GuardedReading::read(std::string_view bytes) {
     return inside && std::chrono::steady_clock::now() - began < std::chrono::seconds(1);
 }
 
-} // namespace fuzz
+} // namespace support

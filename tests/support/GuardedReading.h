@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace fuzz {
+namespace support {
 
 /// Reads Mach-O bytes from memory that is followed by an inaccessible page: a read beyond their end crashes,
 /// with or without a sanitizer.
@@ -24,4 +24,4 @@ private:
     char* _start;
 };
 
-} // namespace fuzz
+} // namespace support

@@ -1,6 +1,6 @@
-#include "fuzz/MachOImage.h"
+#include "support/MachOImage.h"
 
-namespace fuzz {
+namespace support {
 namespace {
 
 void appendWord(std::string& bytes, std::uint32_t word, bool bigEndian) {
@@ -121,4 +121,4 @@ std::vector<std::string> sampleMachOFiles() {
             universalHeader({{0x0100000c, 0, 48}, {12, 9, offset}}) + executable + '\xff' + object};
 }
 
-} // namespace fuzz
+} // namespace support
