@@ -15,8 +15,10 @@ set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR ${CMAKE_OSX_ARCHITECTURES})
 set(CMAKE_OSX_SYSROOT ${ORVANE_MACOS_SDK})
 set(llvm /usr/lib/llvm-14)
-foreach(language CXX OBJCXX)
-  set(CMAKE_${language}_COMPILER ${llvm}/bin/clang++)
+set(CMAKE_C_COMPILER ${llvm}/bin/clang)
+set(CMAKE_CXX_COMPILER ${llvm}/bin/clang++)
+set(CMAKE_OBJCXX_COMPILER ${llvm}/bin/clang++)
+foreach(language C CXX OBJCXX)
   set(CMAKE_${language}_COMPILER_TARGET ${CMAKE_OSX_ARCHITECTURES}-apple-macos${CMAKE_OSX_DEPLOYMENT_TARGET})
 endforeach()
 foreach(tool AR RANLIB INSTALL_NAME_TOOL STRIP)
@@ -30,12 +32,33 @@ set(headers ${CMAKE_BINARY_DIR}/cross-headers)
 file(READ ${llvm}/include/c++/v1/__config_site site)
 string(REPLACE "#define _LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS" "" site "${site}")
 file(CONFIGURE OUTPUT ${headers}/__config_site CONTENT "${site}" @ONLY)
-# Debian's own package file would add /usr/include, which holds the headers of Linux.
-if(NOT EXISTS ${headers}/nlohmann)
-  file(CREATE_LINK /usr/include/nlohmann ${headers}/nlohmann SYMBOLIC)
-endif()
+# Debian's own package files would add /usr/include, which holds the headers of Linux. The tests need GoogleTest, built from
+# its sources, and cpp-httplib with OpenSSL. The libraries of these two do not exist for macOS here, so the programs that
+# need them are linked with symbols left undefined.
+foreach(header nlohmann httplib.h)
+  if(NOT EXISTS ${headers}/${header})
+    file(CREATE_LINK /usr/include/${header} ${headers}/${header} SYMBOLIC)
+  endif()
+endforeach()
+foreach(folder /usr/include /usr/include/${CMAKE_HOST_SYSTEM_PROCESSOR}-linux-gnu)
+  file(GLOB openssl ${folder}/openssl/*.h)
+  file(COPY ${openssl} DESTINATION ${headers}/openssl)
+endforeach()
 file(CONFIGURE OUTPUT ${headers}/nlohmann_jsonConfig.cmake
   CONTENT "add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED)")
+file(CONFIGURE OUTPUT ${headers}/GTestConfig.cmake
+  CONTENT "add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL)")
+file(CONFIGURE OUTPUT ${headers}/cpp-httplib.pc CONTENT "Name: cpp-httplib
+Description: headers without a library
+Version: 0
+Cflags: -DCPPHTTPLIB_OPENSSL_SUPPORT
+Libs: -Wl,-undefined,dynamic_lookup
+")
+get_property(is_try_compile GLOBAL PROPERTY IN_TRY_COMPILE)
+if(NOT is_try_compile) # which has another binary folder, but the same environment
+  set(ENV{PKG_CONFIG_LIBDIR} ${headers})
+endif()
+set(GTest_DIR ${headers})
 set(nlohmann_json_DIR ${headers})
 add_compile_options(-stdlib=libc++ -nostdinc++ "SHELL:-isystem ${headers}" "SHELL:-isystem ${llvm}/include/c++/v1")
 

@@ -1,5 +1,6 @@
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/dispatch/RunLoop.h"
+#include "support/JoiningThread.h"
 #include "support/ScriptedServer.h"
 
 #include <dlfcn.h>
@@ -60,14 +61,14 @@ struct Flight {
         if (isAsynchronous)
             client.startRequest(request, take);
         else
-            thread = std::jthread([=, this] { client.syncStartRequest(request, take); });
+            thread = support::JoiningThread([=, this] { client.syncStartRequest(request, take); });
     }
 
     const std::string phase;
     TWLWebClient client;
     std::shared_ptr<TWLWebResponse> response;
     Clock::duration time{};
-    std::jthread thread;
+    support::JoiningThread thread;
 };
 
 void expectEnd(const Flight& flight) {

@@ -1,4 +1,5 @@
 #include "platform/dispatch/DispatchQueue.h"
+#include "support/JoiningThread.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +9,6 @@
 #include <latch>
 #include <list>
 #include <memory>
-#include <thread>
 #include <vector>
 
 namespace platform {
@@ -29,14 +29,14 @@ TEST(DispatchQueue, RunsStepsInOrderAndSynchronousOnesOnTheCallersThread) {
     }
     EXPECT_FALSE(queue.isCurrent());
     EXPECT_EQ(order.size(), 300u);
-    EXPECT_TRUE(std::ranges::is_sorted(order));
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
 TEST(DispatchQueue, DestroysAStepsCapturesWhileTheQueueIsCurrent) {
     const DispatchQueue queue = DispatchQueue::serial("test.turns");
     int counter = 0;
     {
-        std::list<std::jthread> threads;
+        std::list<support::JoiningThread> threads;
         for (int i = 0; i < 8; ++i)
             threads.emplace_back([&] {
                 for (int turn = 0; turn < 200; ++turn)

@@ -5,14 +5,15 @@
 #include "run/Console.h"
 #include "run/FrameworkProbes.h"
 #include "run/HostDetection.h"
+#include "support/JoiningThread.h"
 
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <list>
 #include <optional>
-#include <thread>
 
 namespace orvane {
 namespace {
@@ -154,8 +155,9 @@ TEST(Console, DoesNotMixRecordsOfThreadsAndProcesses) {
             if (process = fork(); process == 0) {
                 dup2(fileno(stream), STDERR_FILENO);
                 {
-                    const std::jthread threads[] = {std::jthread(logAll), std::jthread(logAll),
-                                                    std::jthread(logAll)};
+                    std::list<support::JoiningThread> threads;
+                    for (int i = 0; i < 3; ++i)
+                        threads.emplace_back(logAll);
                 }
                 _exit(0);
             }

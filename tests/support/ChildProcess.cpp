@@ -1,22 +1,34 @@
 #include "support/ChildProcess.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
+
+extern "C" char** environ;
 
 namespace support {
 namespace {
 
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
     std::vector<char*> result(texts.size() + 1);
-    std::ranges::transform(texts, result.begin(),
-                           [](const std::string& text) { return const_cast<char*>(text.c_str()); });
+    std::transform(texts.begin(), texts.end(), result.begin(),
+                   [](const std::string& text) { return const_cast<char*>(text.c_str()); });
     return result;
+}
+
+/// A file without a name.
+platform::FileDescriptor temporaryFile() {
+    std::FILE* const file = std::tmpfile();
+    const int descriptor = file ? fcntl(fileno(file), F_DUPFD_CLOEXEC, 0) : -1;
+    if (file)
+        std::fclose(file);
+    return platform::FileDescriptor(descriptor);
 }
 
 std::string contents(const platform::FileDescriptor& file) {
@@ -27,8 +39,7 @@ std::string contents(const platform::FileDescriptor& file) {
 
 } // namespace
 
-ChildProcess::ChildProcess(const Launch& launch)
-    : _output(memfd_create("stdout", MFD_CLOEXEC)), _error(memfd_create("stderr", MFD_CLOEXEC)) {
+ChildProcess::ChildProcess(const Launch& launch) : _output(temporaryFile()), _error(temporaryFile()) {
     // The child only makes system calls: other threads of the test may hold locks at the time of fork.
     const std::vector<char*> arguments = pointers(launch.arguments);
     const std::vector<char*> environment = pointers(launch.environment);

@@ -1,11 +1,23 @@
 #include "support/ScriptedServer.h"
 
+#include "support/JoiningThread.h"
+
+#include <fcntl.h>
+
 #include <list>
 #include <stdexcept>
 
 namespace support {
 
-ListeningPort::ListeningPort(int backlog) : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+static platform::FileDescriptor openSocket() {
+    platform::FileDescriptor made(socket(AF_INET, SOCK_STREAM, 0));
+    fcntl(made.get(), F_SETFD, FD_CLOEXEC);
+    return made;
+}
+
+ListeningPort::ListeningPort(int backlog) : listener(openSocket()) {
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
     if (bind(listener.get(), generic, size) != 0 || listen(listener.get(), backlog) != 0 ||
@@ -14,7 +26,7 @@ ListeningPort::ListeningPort(int backlog) : listener(socket(AF_INET, SOCK_STREAM
 }
 
 platform::FileDescriptor ListeningPort::connect() const {
-    platform::FileDescriptor made(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    platform::FileDescriptor made = openSocket();
     if (::connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("no connection to a port of the tests");
     return made;
@@ -40,7 +52,7 @@ bool ScriptedServer::Peer::send(std::string_view bytes) const {
 
 ScriptedServer::ScriptedServer(const Script& script)
     : _acceptor([this, script] {
-          std::list<std::jthread> threads;
+          std::list<JoiningThread> threads;
           for (int accepted = 0; (accepted = accept(listener.get(), nullptr, nullptr)) >= 0;)
               threads.emplace_back(
                   [&script, peer = Peer{platform::FileDescriptor(accepted)}]() mutable { script(peer); });

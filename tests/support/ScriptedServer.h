@@ -2,6 +2,7 @@
 
 #include "platform/files/FileDescriptor.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -18,7 +19,7 @@ struct ListeningPort {
     platform::FileDescriptor connect() const;
 
     platform::FileDescriptor listener;
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    sockaddr_in address{};
     std::string url(const std::string& path = "/") const {
         return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + path;
     }

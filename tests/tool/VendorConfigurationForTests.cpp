@@ -2,17 +2,6 @@
 
 #include <cstdlib>
 
-// Writes the counters of a coverage build. Other builds do not have this function.
-extern "C" [[gnu::weak]] void __gcov_dump();           // NOLINT(bugprone-reserved-identifier)
-extern "C" [[noreturn]] void __real__Exit(int status); // NOLINT(bugprone-reserved-identifier)
-
-/// The linker replaces std::_Exit by this function, because std::_Exit does not write the counters.
-extern "C" [[noreturn]] void __wrap__Exit(int status) { // NOLINT(bugprone-reserved-identifier)
-    if (__gcov_dump)
-        __gcov_dump();
-    __real__Exit(status);
-}
-
 namespace orvane {
 namespace {
 
