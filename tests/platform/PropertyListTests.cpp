@@ -109,6 +109,7 @@ TEST(PropertyList, ReadsAllValidForms) {
         {binary({"\x52" + zero + "a"}), std::string("\0a", 2)},
         {binary({"\x60"}), ""},
         {binary({"\x81\x01\x02"}), Value::Dictionary{{"CF$UID", 258}}},
+        {binary({"\x12" + std::string(4, '\xff')}), 4294967295},
         {binary({"\x14" + std::string(16, '\xff')}), -1},
         {binary({"\x22\x3f\xc0" + zero + zero}), 1.5},
         {binary({"\x33\x7f\xf0" + std::string(6, '\0')}), Date{HUGE_VAL}},

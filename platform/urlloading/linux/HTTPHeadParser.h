@@ -20,6 +20,10 @@ public:
         tooLong,    ///< all heads together exceed 256 KiB
     };
 
+    HTTPHeadParser() = default;
+    HTTPHeadParser(const HTTPHeadParser&) = delete;
+    HTTPHeadParser& operator=(const HTTPHeadParser&) = delete;
+
     /// Takes one line, with or without its line break.
     Result addLine(std::string_view line);
 
