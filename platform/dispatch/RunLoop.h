@@ -46,6 +46,8 @@ public:
 private:
     RunLoop() = default;
     bool takeStop();
+    /// Runs a step, or waits for one until `end`. False if `end` has passed.
+    bool turn(Clock::time_point end);
     std::function<void()> takeStep();
     void wait(Clock::time_point end);
     void wake();

@@ -1,5 +1,6 @@
 #include "platform/dispatch/DispatchQueue.h"
 
+#include "platform/dispatch/RunningStep.h"
 #include "platform/foundation/Assert.h"
 #include "platform/foundation/Format.h"
 
@@ -116,17 +117,6 @@ private:
 struct DispatchQueue::State : std::enable_shared_from_this<State> {
     State(std::string name, bool serial) : label(std::move(name)), isSerial(serial) {}
 
-    /// The queues whose steps the current thread is running, innermost first.
-    struct Frame {
-        explicit Frame(const State* state) : queue(state), outer(innermost) { innermost = this; }
-        ~Frame() { innermost = outer; }
-        Frame(const Frame&) = delete;
-        Frame& operator=(const Frame&) = delete;
-
-        const State* queue;
-        Frame* outer;
-        static thread_local Frame* innermost;
-    };
     /// A thread that waits until it owns the queue.
     struct Waiter {
         std::condition_variable wake;
@@ -142,7 +132,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     /// Destroys the captures before the step counts as finished. They may own the last reference to an object
     /// whose destructor checks whether it runs on this queue.
     void runAndRelease(Step& step) const {
-        const Frame frame(this);
+        const RunningStep running(this);
         step();
         step = nullptr;
     }
@@ -199,8 +189,6 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     bool isOwned = false;
 };
 
-thread_local DispatchQueue::State::Frame* DispatchQueue::State::Frame::innermost = nullptr;
-
 DispatchQueue DispatchQueue::serial(std::string label) {
     return DispatchQueue(std::make_shared<State>(std::move(label), true));
 }
@@ -236,15 +224,12 @@ void DispatchQueue::sync(const std::function<void()>& step) const {
     }
     const std::unique_ptr<State, void (*)(State*)> owned(_state->isSerial ? _state->acquire() : nullptr,
                                                          &State::release);
-    const State::Frame frame(_state.get());
+    const RunningStep running(_state.get());
     step();
 }
 
 bool DispatchQueue::isCurrent() const {
-    for (const State::Frame* frame = State::Frame::innermost; frame; frame = frame->outer)
-        if (frame->queue == _state.get())
-            return true;
-    return false;
+    return RunningStep::isIn(_state.get());
 }
 
 } // namespace platform

@@ -1,15 +1,8 @@
 #include "platform/dispatch/RunLoop.h"
 
-#include "platform/foundation/Assert.h"
-
-#include <cstdlib>
-#include <thread>
 #include <utility>
 
 namespace platform {
-
-// Static objects are initialized before main, on the main thread.
-static const std::thread::id mainThread = std::this_thread::get_id();
 
 RunLoop& RunLoop::mainRunLoop() {
     // Never destroyed, because other threads may post steps until the process ends.
@@ -17,26 +10,13 @@ RunLoop& RunLoop::mainRunLoop() {
     return *loop;
 }
 
-bool RunLoop::run(Clock::duration limit) {
-    if (std::this_thread::get_id() != mainThread || std::exchange(_isRunning, true)) {
-        abortWithMessage("The main run loop was run from another thread than the main one, or from one of "
-                         "its own steps. Run it once, from main.\n");
-    }
-    const struct Leave {
-        bool& isRunning;
-        ~Leave() { isRunning = false; }
-    } leave{_isRunning};
-    const Clock::time_point now = Clock::now();
-    const Clock::time_point end =
-        limit < Clock::time_point::max() - now ? now + limit : Clock::time_point::max();
-    while (!takeStop()) {
-        if (const std::function<void()> step = takeStep())
-            step();
-        else if (Clock::now() < end)
-            wait(end);
-        else
-            return false;
-    }
+bool RunLoop::turn(Clock::time_point end) {
+    if (const std::function<void()> step = takeStep())
+        step();
+    else if (Clock::now() < end)
+        wait(end);
+    else
+        return false;
     return true;
 }
 
@@ -55,11 +35,6 @@ void RunLoop::perform(std::function<void()> step) {
 void RunLoop::setSource(Source& source) {
     const std::lock_guard lock(_mutex);
     _source = &source;
-}
-
-bool RunLoop::takeStop() {
-    const std::lock_guard lock(_mutex);
-    return std::exchange(_stopIsAsked, false);
 }
 
 /// Removes and returns the next step, or null.

@@ -1,5 +1,6 @@
 #include "platform/dispatch/DispatchQueue.h"
 
+#include "platform/dispatch/RunningStep.h"
 #include "platform/foundation/Assert.h"
 #include "platform/foundation/Format.h"
 
@@ -18,24 +19,10 @@ struct DispatchQueue::State {
 
 namespace {
 
-/// The queues whose steps the current thread is running, innermost first. dispatch_get_specific(3) knows the
-/// innermost one only.
-struct Frame {
-    explicit Frame(const void* state) : queue(state), outer(innermost) { innermost = this; }
-    ~Frame() { innermost = outer; }
-    Frame(const Frame&) = delete;
-    Frame& operator=(const Frame&) = delete;
-
-    const void* queue;
-    Frame* outer;
-    static thread_local Frame* innermost;
-};
-thread_local Frame* Frame::innermost = nullptr;
-
 /// Destroys the step's captures while the queue is current, because their destructors may check that. An
 /// exception must not pass through the frames of libdispatch.
 void runAndRelease(const void* state, std::function<void()>& step) noexcept {
-    const Frame frame(state);
+    const RunningStep running(state);
     step();
     step = nullptr;
 }
@@ -75,7 +62,7 @@ void DispatchQueue::sync(const std::function<void()>& step) const {
     const State* const state = _state.get();
     __block std::exception_ptr thrown;
     dispatch_sync(state->queue, ^{
-      const Frame frame(state);
+      const RunningStep running(state);
       try {
           (*borrowed)();
       } catch (...) {
@@ -87,10 +74,7 @@ void DispatchQueue::sync(const std::function<void()>& step) const {
 }
 
 bool DispatchQueue::isCurrent() const {
-    for (const Frame* frame = Frame::innermost; frame; frame = frame->outer)
-        if (frame->queue == _state.get())
-            return true;
-    return false;
+    return RunningStep::isIn(_state.get());
 }
 
 } // namespace platform

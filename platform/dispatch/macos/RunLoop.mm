@@ -1,7 +1,5 @@
 #include "platform/dispatch/RunLoop.h"
 
-#include "platform/foundation/Assert.h"
-
 #import <Foundation/Foundation.h>
 
 #include <utility>
@@ -27,24 +25,12 @@ RunLoop& RunLoop::mainRunLoop() {
     return *loop;
 }
 
-bool RunLoop::run(Clock::duration limit) {
-    if (!NSThread.isMainThread || std::exchange(_isRunning, true))
-        abortWithMessage("The main run loop was run from another thread than the main one, or from one of "
-                         "its own steps. Run it once, from main.\n");
-    const struct Leave {
-        bool& isRunning;
-        ~Leave() { isRunning = false; }
-    } leave{_isRunning};
-    const Clock::time_point now = Clock::now();
-    const Clock::time_point end =
-        limit < Clock::time_point::max() - now ? now + limit : Clock::time_point::max();
-    while (!takeStop()) {
-        const std::chrono::duration<double> left = end - Clock::now();
-        if (left.count() <= 0)
-            return false;
-        @autoreleasepool {
-            CFRunLoopRunInMode(kCFRunLoopDefaultMode, left.count(), /*returnAfterSourceHandled=*/true);
-        }
+bool RunLoop::turn(Clock::time_point end) {
+    const std::chrono::duration<double> left = end - Clock::now();
+    if (left.count() <= 0)
+        return false;
+    @autoreleasepool {
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, left.count(), /*returnAfterSourceHandled=*/true);
     }
     return true;
 }
@@ -67,11 +53,6 @@ void RunLoop::perform(std::function<void()> step) {
           step();
       }();
     });
-}
-
-bool RunLoop::takeStop() {
-    const std::lock_guard lock(_mutex);
-    return std::exchange(_stopIsAsked, false);
 }
 
 } // namespace platform

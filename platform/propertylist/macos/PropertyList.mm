@@ -17,7 +17,7 @@ public:
         : _bytesLeft(documentSize * objectSize + (std::size_t(64) << 20)) {}
 
     /// Throws std::invalid_argument when a Value should not or cannot hold the object.
-    Value read(id object, std::size_t levels = 512) {
+    Value read(id object, std::size_t levels = documentDepthLimit) {
         take(objectSize);
         if ([object isKindOfClass:NSString.class])
             return text(object);
@@ -28,7 +28,7 @@ public:
         if ([object isKindOfClass:NSData.class])
             return data(object);
         if (levels == 0)
-            throw std::invalid_argument("it is nested deeper than 512 levels");
+            throw std::invalid_argument("it is nested too deeply");
         if ([object isKindOfClass:NSDictionary.class])
             return dictionary(object, levels - 1);
         if ([object isKindOfClass:NSArray.class] || [object isKindOfClass:NSSet.class])
