@@ -40,7 +40,7 @@ bool buildConfigure(const BuildSettings& buildSettings, const Credentials& crede
         if (isFinalAttempt)
             logFailure(*response);
         else
-            // The second attempt's result is not returned.
+            // The result of the second attempt does not matter to the caller, who uploads in any case.
             buildConfigure(buildSettings, credentials, isBuildServer, /*isFinalAttempt=*/true);
     });
     return accepted;

@@ -37,6 +37,7 @@ std::shared_ptr<TWLMachOBinary> checkDeploymentTarget(const BuildSettings& build
     auto executable = TWLMachOBinary::MachOBinaryWithPath(appExecutablePath(buildSettings));
     if (!executable)
         return nullptr;
+    // Xcode sets it for iOS apps only.
     const bool isIOS = setting(buildSettings, "TARGETED_DEVICE_FAMILY").has_value();
     const auto isUnsupported = [&](const auto& slice) {
         const auto version = slice->minimumOSVersion();

@@ -25,6 +25,7 @@ std::optional<std::string> withoutSymbolicLinks(const std::optional<std::string>
 } // namespace
 
 void computePathToFramework(const BuildSettings& buildSettings) {
+    // Links are resolved only if the paths differ: Xcode and the shell can spell one folder differently.
     const auto sourceRoot = setting(buildSettings, "SRCROOT");
     const auto workingDirectory = platform::currentDirectory();
     logDebug("Src root %@", sourceRoot);
@@ -70,6 +71,7 @@ std::string endpoint(const BuildSettings& buildSettings) {
 }
 
 std::vector<std::string> searchPathsToArray(std::string_view searchPaths) {
+    // Quotes do not protect blanks. Two blanks in a row give an empty path.
     std::vector<std::string> paths(1);
     for (const char c : searchPaths) {
         if (c == ' ')

@@ -116,11 +116,13 @@ int run(int argc, const char* const* argv, const char* const* environment) {
     const BuildSettings buildSettings = buildSettingsFromEnvironment(environment);
     const std::string apiEndpoint = endpoint(buildSettings);
 
+    // Each check assumes that the ones before it have passed.
     verifyEnvironmentIsValid(buildSettings);
     computePathToFramework(buildSettings);
     const auto executable = checkDeploymentTarget(buildSettings);
     writeArtifact(buildSettings, credentials.apiKey);
 
+    // A bot's machine can have the companion app and Xcode too, but nobody there could use the app.
     if (isBotsDaemonInProcessHierarchy() || (!isTarnwhistleInstalled() && !isXcodeInProcessHierarchy()))
         return takeDirectRoad(buildSettings, executable, credentials);
     takeCompanionRoad(buildSettings, credentials.apiKey, apiEndpoint);

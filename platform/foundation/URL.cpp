@@ -93,7 +93,7 @@ std::optional<URL> URL::parse(std::string_view text) {
     if (text.starts_with("//")) {
         text.remove_prefix(2);
         url._authority = takeUntil(text, "/?#");
-        std::string_view host = *url._authority;
+        std::string_view host = *url._authority; // "user:password@host:port"; an IPv6 address is in brackets
         host.remove_prefix(host.rfind('@') + 1);
         const std::size_t colon =
             host.find(':', host.starts_with('[') ? std::min(host.find(']'), host.size()) : 0);
@@ -122,6 +122,7 @@ std::optional<URL> URL::parse(std::string_view text, const URL& base) {
     std::optional<URL> reference = text.empty() ? URL() : parse(text);
     if (!reference || !reference->_scheme.empty())
         return reference;
+    // RFC 3986 section 5.2.2.
     const bool takesAuthority = !reference->_authority;
     std::string path = reference->_path;
     std::optional<std::string> query = reference->_query;
@@ -138,6 +139,7 @@ std::optional<URL> URL::parse(std::string_view text, const URL& base) {
     }
 
     const auto& authority = takesAuthority ? base._authority : reference->_authority;
+    // The scheme keeps the spelling of the base; `_scheme` is in lower case.
     std::string full = base._scheme.empty() ? "" : base._text.substr(0, base._scheme.size()) + ":";
     if (authority)
         full += "//" + *authority;

@@ -51,6 +51,7 @@ public:
     void start(const std::shared_ptr<TWLWebRequest>& request, const TWLWebCompletion& completion) {
         queue.async([self = shared_from_this(), request, completion] {
             const auto transaction = self->prepare(request);
+            // The completion may use the client and block, so it runs on none of the client's queues.
             transaction->startWithCompletionHandler([self, transaction, completion](const auto& response) {
                 DispatchQueue::global().async([self, transaction, completion, response] {
                     completion(response);
@@ -60,6 +61,7 @@ public:
         });
     }
 
+    /// Other calls of the client wait for the end of the exchange.
     void syncStart(const std::shared_ptr<TWLWebRequest>& request, const TWLWebCompletion& completion) {
         queue.sync([&] {
             const auto transaction = prepare(request);

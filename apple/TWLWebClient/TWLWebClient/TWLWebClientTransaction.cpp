@@ -72,6 +72,7 @@ void TWLWebClientTransaction::syncStartConnection() {
     URLConnection::SynchronousResult result = URLConnection::sendSynchronousRequest(*request);
     if (result.error)
         _response->setError(std::move(result.error));
+    // `_contentType` stays empty, so that `complete` does not decode the body.
     if (result.data)
         _response->appendData(*result.data);
     if (result.response && result.response->http) {
@@ -110,6 +111,7 @@ void TWLWebClientTransaction::didFinishLoading(URLConnection&) {
 bool TWLWebClientTransaction::canAuthenticateAgainstProtectionSpace(
     URLConnection& connection, const platform::URLProtectionSpace& space) {
     if (space.serverTrust) {
+        // The exchange needs the answer now, so the main thread waits for the queue.
         bool answer = false;
         _queue.sync([&] {
             const TWLWebRequest::ProtectionSpaceHandler& handler = _request->protectionSpaceHandler();
@@ -117,6 +119,8 @@ bool TWLWebClientTransaction::canAuthenticateAgainstProtectionSpace(
         });
         return answer;
     }
+    // There are no credentials. After `cancel` the connection reports nothing, so the failure is reported
+    // here.
     connection.cancel();
     const auto code = static_cast<std::int64_t>(TWLWebClientError::authenticationRequired);
     didFailWithError(connection, Error{std::string(TWLWebClientErrorDomain), code, {}});
@@ -145,5 +149,6 @@ void TWLWebClientTransaction::complete() {
                     sourceFile);
     _response->setBody(objectFromReceivedData());
     _completionHandler(_response);
+    // The handler usually owns this transaction: break the cycle.
     setCompletionHandler(nullptr);
 }

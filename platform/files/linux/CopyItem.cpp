@@ -84,6 +84,7 @@ private:
             openToRead(from.folder, from.name, status, O_DIRECTORY | O_NOFOLLOW);
         if (!fromFolder)
             return posixError(errno, "open", from.path);
+        // The listing of the source would find the copies and never end.
         if (_destination && status.st_dev == _destination->st_dev && status.st_ino == _destination->st_ino)
             return posixError(EINVAL, "copy a folder into itself:", from.path);
 
@@ -114,6 +115,7 @@ private:
         const FileDescriptor input = openToRead(from.folder, from.name, opened.status, O_NOFOLLOW);
         if (!input)
             return posixError(errno, "open", from.path);
+        // Another process may have replaced the file since `copy` looked at it.
         if (!S_ISREG(opened.status.st_mode))
             return posixError(ENOTSUP, "copy", from.path);
         FileDescriptor output(
@@ -121,6 +123,7 @@ private:
         if (!output)
             return posixError(errno, "create", to.path);
 
+        // Some file systems can share the blocks of both files, which takes no time and no space.
         if (ioctl(output.get(), FICLONE, input.get()) != 0)
             if (const int error = copyContents(input, output, opened.status.st_size); error != 0)
                 return posixError(error, "copy", from.path + " to " + to.path);
@@ -134,13 +137,14 @@ private:
             // A file system without SEEK_DATA reports the whole file as data.
             const off_t data = lseek(from.get(), position, SEEK_DATA);
             if (data < 0 && errno == ENXIO)
-                break;
+                break; // only a hole is left
             const off_t hole = data < 0 ? -1 : lseek(from.get(), data, SEEK_HOLE);
             const Range range = hole < 0 ? Range{position, size} : Range{data, std::min(hole, size)};
             if (const int error = copyRange(from, to, range); error != 0)
                 return error;
             position = range.end;
         }
+        // Adds a hole at the end.
         return ftruncate(to.get(), size) == 0 ? 0 : errno;
     }
 
@@ -153,6 +157,7 @@ private:
                 return EIO; // the file was truncated while it was copied
             if (copied > 0 || errno == EINTR)
                 continue;
+            // These errors mean that the kernel or a file system cannot copy.
             if (errno != EXDEV && errno != EINVAL && errno != EOPNOTSUPP && errno != ENOSYS && errno != EPERM)
                 return errno;
             _kernelCopies = false;
