@@ -179,6 +179,7 @@ TEST_P(Exchange, DecodesAnswersByStatusAndContentType) {
         {demanding(302, "Location", "/other"), {302, no}},
         {demanding(401, "WWW-Authenticate", "Basic realm=\"x\""), {401, no}, refused},
         {demanding(407, "Proxy-Authenticate", "Basic realm=\"x\""), {407, no}, refused},
+        {demanding(407, "WWW-Authenticate", "Basic realm=\"x\""), {407, no}},
         {demanding(403, "WWW-Authenticate", "Basic realm=\"x\""), {403, no}},
     };
     for (const auto& one : cases) {
@@ -194,21 +195,24 @@ TEST_P(Exchange, DecodesAnswersByStatusAndContentType) {
     }
 }
 
+const std::string ok = "HTTP/1.1 200 OK\r\n";
+
+ScriptedServer::Script sayingCoded(const std::string& coding, const std::string& bytes) {
+    return saying(ok + "Content-Encoding: " + coding + "\r\nContent-Length: " + std::to_string(bytes.size()) +
+                  "\r\n\r\n" + bytes);
+}
+
+void sayEndlessHead(Peer& peer) {
+    for (peer.send(ok); peer.send("X-A: " + std::string(10'000, 'a') + "\r\n");) {
+    }
+}
+
 TEST_P(Exchange, ReportsInvalidAnswers) {
-    const std::string ok = "HTTP/1.1 200 OK\r\n";
-    const auto coded = [&](const std::string& coding, const std::string& bytes) {
-        return saying(ok + "Content-Encoding: " + coding +
-                      "\r\nContent-Length: " + std::to_string(bytes.size()) + "\r\n\r\n" + bytes);
-    };
     // "ab" in gzip, up to its checksum.
     const std::string cut("\x1f\x8b\b\0\0\0\0\0\0\x03\1\2\0\xfd\xff\x61\x62", 17);
     constexpr URLErrorCode lost = URLErrorCode::networkConnectionLost;
     constexpr URLErrorCode bad = URLErrorCode::badServerResponse;
     constexpr URLErrorCode undecodable = URLErrorCode::cannotDecodeContentData;
-    const auto endlessHead = [&](Peer& peer) {
-        for (peer.send(ok); peer.send("X-A: " + std::string(10'000, 'a') + "\r\n");) {
-        }
-    };
     const struct {
         const char* breach;
         ScriptedServer::Script script;
@@ -219,13 +223,13 @@ TEST_P(Exchange, ReportsInvalidAnswers) {
         {"no answer", [](Peer&) {}, lost},
         {"half a head", saying(ok + "Content-Le"), lost},
         {"another protocol", saying("\x16\x03 what?\r\n\r\n"), bad},
-        {"an endless head", endlessHead, bad},
+        {"an endless head", &sayEndlessHead, bad},
         {"half a body", saying(ok + "Content-Length: 9\r\n\r\nabc"), lost, "abc", 200},
         {"half a chunk", saying(ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nabc"), lost, "abc", 200},
         {"too long a body", saying(ok + "Content-Length: 3\r\n\r\nabcdef"), bad, "abc", 200},
-        {"no gzip", coded("gzip", "hello"), undecodable, "", 200},
-        {"half a gzip stream", coded("gzip", cut), undecodable, "ab", 200},
-        {"an unknown coding", coded("br", "ab"), undecodable, "", 200},
+        {"no gzip", sayingCoded("gzip", "hello"), undecodable, "", 200},
+        {"half a gzip stream", sayingCoded("gzip", cut), undecodable, "ab", 200},
+        {"an unknown coding", sayingCoded("br", "ab"), undecodable, "", 200},
     };
     for (const auto& [breach, script, error, received, status] : cases) {
         SCOPED_TRACE(breach);

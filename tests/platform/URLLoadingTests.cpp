@@ -9,51 +9,30 @@ namespace {
 
 using namespace std::chrono_literals;
 
-HTTPResponseHead headOf(const std::vector<std::string>& lines) {
-    HTTPHeadParser parser;
-    for (const std::string& line : lines)
-        EXPECT_EQ(parser.addLine(line + "\r\n"),
-                  line.empty() ? HTTPHeadParser::Result::headEnded : HTTPHeadParser::Result::incomplete);
-    return parser.head();
-}
-
-TEST(HTTPHeadParser, ReadsFieldsAndStatus) {
+TEST(HTTPHeadParser, ReadsStatusAndFields) {
     const struct {
         const char* name;
         std::vector<std::string> lines;
-        std::string value;
+        unsigned statusCode;
+        HTTPHeaders fields;
     } cases[] = {
-        {"blanks around the value", {"A:  1 \t"}, "1"},
-        {"empty value", {"A:"}, ""},
-        {"repeated in another case", {"A: 1", "a: 2"}, "1, 2"},
-        {"folded by blank and tab", {"A: 1", " 2", "\t3 "}, "1 2 3"},
-        {"UTF-8", {"A: \u00e9"}, "\u00e9"},
-        {"ISO 8859-1", {"A: \xe9"}, "\u00e9"},
-        {"line without colon", {"A: 1", "broken"}, "1"},
+        {"blanks around the value", {"HTTP/1.1 404 Not Found", "A:  1 \t"}, 404, {{"A", "1"}}},
+        {"an empty value", {"HTTP/2 200", "A:"}, 200, {{"A", ""}}},
+        {"folded by blank and tab", {"HTTP/2 200", "A: 1", " 2", "\t3 "}, 200, {{"A", "1 2 3"}}},
+        {"UTF-8 and ISO 8859-1",
+         {"HTTP/2 200", "A: \u00e9", "B: \xe9"},
+         200,
+         {{"A", "\u00e9"}, {"B", "\u00e9"}}},
+        {"a line without colon", {"HTTP/1.1", "A: 1", "broken"}, 0, {{"A", "1"}}},
     };
-    for (const auto& [name, lines, value] : cases) {
-        SCOPED_TRACE(name);
-        std::vector<std::string> all = {"HTTP/1.1 404 Not Found"};
-        all.insert(all.end(), lines.begin(), lines.end());
-        const HTTPResponseHead head = headOf(all);
-        EXPECT_EQ(head.statusCode, 404u);
-        EXPECT_EQ(head.allHeaderFields, (HTTPHeaders{{"A", value}}));
+    for (const auto& [name, lines, statusCode, fields] : cases) {
+        HTTPHeadParser parser;
+        for (const std::string& line : lines)
+            EXPECT_EQ(parser.addLine(line + "\r\n"), HTTPHeadParser::Result::incomplete) << name;
+        EXPECT_EQ(parser.addLine("\r\n"), HTTPHeadParser::Result::headEnded) << name;
+        EXPECT_EQ(parser.head().statusCode, statusCode) << name;
+        EXPECT_EQ(parser.head().allHeaderFields, fields) << name;
     }
-}
-
-TEST(HTTPHeadParser, TheLastHeadReplacesTheOnesBefore) {
-    const HTTPResponseHead head = headOf({"HTTP/1.1 103 Early Hints", "A: 1", "", "HTTP/2 200", "B: 2", ""});
-    EXPECT_EQ(head.statusCode, 200u);
-    EXPECT_EQ(head.allHeaderFields, (HTTPHeaders{{"B", "2"}}));
-    EXPECT_EQ(headOf({"HTTP/1.1"}).statusCode, 0u);
-}
-
-TEST(HTTPHeadParser, RefusesEndlessHeads) {
-    HTTPHeadParser parser;
-    const std::string line = "X-A: " + std::string(10'000, 'a') + "\r\n";
-    for (int i = 0; i < 26; ++i)
-        EXPECT_EQ(parser.addLine(line), HTTPHeadParser::Result::incomplete);
-    EXPECT_EQ(parser.addLine(line), HTTPHeadParser::Result::tooLong);
 }
 
 TEST(HTTPChallenge, IsTheFirstKnownScheme) {
@@ -67,13 +46,8 @@ TEST(HTTPChallenge, IsTheFirstKnownScheme) {
         {"", std::nullopt},
         {"\"unbalanced, Basic", std::nullopt},
     };
-    for (const auto& [header, method] : cases) {
-        SCOPED_TRACE(header);
-        EXPECT_EQ(challengeMethod({401, {{"WWW-Authenticate", header}}}), method);
-        EXPECT_EQ(challengeMethod({407, {{"Proxy-Authenticate", header}}}), method);
-        EXPECT_EQ(challengeMethod({407, {{"WWW-Authenticate", header}}}), std::nullopt);
-        EXPECT_EQ(challengeMethod({403, {{"WWW-Authenticate", header}}}), std::nullopt);
-    }
+    for (const auto& [header, method] : cases)
+        EXPECT_EQ(challengeMethod({401, {{"WWW-Authenticate", header}}}), method) << header;
 }
 
 TEST(StallDetector, CountsTimeWithoutProgressWhileItIsPolled) {
