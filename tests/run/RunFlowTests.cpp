@@ -42,7 +42,7 @@ TEST(Arguments, RequireAKeyOfFortyCharacters) {
     EXPECT_THAT(printed(build, 1), HasSubstr(unanswered));
 }
 
-TEST(FailedCheck, PrintsTitleAndReason) {
+TEST(FailedCheck, NamesTheSettingOrFileThatIsMissing) {
     const SampleBuild build;
     const auto missing = [](const std::string& key) {
         return "Failed to Detect Build Environment\n\n" + key + " value not found in environment";
@@ -71,10 +71,12 @@ TEST(FailedCheck, PrintsTitleAndReason) {
         {{env, "SRCROOT=" + build.workingDirectory + "/"}, wrongFolder},
         {{env, "SRCROOT=" + build.folder.path()}, wrongFolder},
     };
-    for (const auto& [changes, expected] : cases) {
+    for (const auto& [changes, expected] : cases)
         EXPECT_EQ(printed(build.launch(changes), 1), versionLine + record(expected));
-    }
+}
 
+TEST(FailedCheck, RequiresABundleIdentifier) {
+    const SampleBuild build;
     for (const char* members : {"", "<key>CFBundleIdentifier</key><string/>",
                                 "<key>CFBundleIdentifier</key><integer>7</integer>", "no property list"}) {
         build.writeInfoPlist(members);

@@ -64,25 +64,4 @@ HTTPServer::~HTTPServer() {
     _thread.join();
 }
 
-std::vector<FormPart> parseForm(const std::string& contentType, const std::string& body) {
-    std::vector<FormPart> parts;
-    const auto begin = [&](const httplib::MultipartFormData& part) {
-        parts.push_back({part.name, part.filename, part.content_type, ""});
-        return true;
-    };
-    const auto extend = [&](const char* bytes, std::size_t count) {
-        parts.back().content.append(bytes, count);
-        return true;
-    };
-    httplib::Server server;
-    server.Post("/", [&](const auto&, auto&, const auto& read) { read(begin, extend); });
-    const int port = server.bind_to_any_port("127.0.0.1");
-    std::thread thread([&] { server.listen_after_bind(); });
-    // This parser does not skip the preamble (RFC 2046 section 5.1.1).
-    httplib::Client("127.0.0.1", port).Post("/", body.substr(body.find("--")), contentType);
-    server.stop();
-    thread.join();
-    return parts;
-}
-
 } // namespace support

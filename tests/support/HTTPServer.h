@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace httplib {
 class Server;
@@ -65,15 +64,5 @@ private:
     std::string _origin;
     std::thread _thread;
 };
-
-struct FormPart {
-    std::string name;
-    std::string filename;
-    std::string contentType;
-    std::string content;
-};
-
-/// The parts of a multipart/form-data body, parsed by cpp-httplib.
-std::vector<FormPart> parseForm(const std::string& contentType, const std::string& body);
 
 } // namespace support
