@@ -37,19 +37,15 @@ std::string theirLines(const std::string& path) {
                 print $2 == "n/a" ? "0.0.0" : split($2, parts, ".") == 2 ? $2 ".0" : $2 }')");
 }
 
+/// The same from the output of the example program "symbols".
 std::string ourLines(const std::string& path) {
-    const auto binary = TWLMachOBinary::MachOBinaryWithPath(path);
-    std::string architectures, uuids, lines;
-    for (const auto& slice : binary->slices()) {
-        const auto minimum = slice->minimumOSVersion(), sdk = slice->linkedSDKVersion();
-        architectures += slice->architectureName() + " ";
-        uuids += slice->uuid() ? *slice->uuid() + " (" + slice->architectureName() + ")\n" : "";
-        if (minimum != macho::TWLMachOVersion())
-            lines += *TWLMachOFormatVersion(&minimum) + "\n" + *TWLMachOFormatVersion(&sdk) + "\n";
-        for (const std::string& dylib : slice->linkedDylibs())
-            lines += dylib + "\n";
-    }
-    return architectures + "\n" + uuids + lines;
+    return outputOf(SYMBOLS " " + path + R"( | awk '
+        $1 == "architectureName:" { name = $2; names = names name " " }
+        $1 == "uuid:" && $2 != "none" { uuids = uuids $2 " (" name ")\n" }
+        $1 == "minimumOSVersion:" { hasVersions = $2 != "0.0.0" }
+        /^(minimumOSVersion|linkedSDKVersion):/ && hasVersions { lines = lines $2 "\n" }
+        /^  / { lines = lines $1 "\n" }
+        END { print names; printf "%s", uuids lines }')");
 }
 
 TEST(RealFile, IsReadAsLLVMToolsReadIt) {
