@@ -18,7 +18,7 @@ using support::outputOf;
 
 /// Objects, executables, universal files and a dSYM bundle, made by the llvm tools.
 struct RealFiles : support::TemporaryFolder {
-    RealFiles() { outputOf(SOURCE_FOLDER "/scripts/make-mach-o-files " + path()); }
+    RealFiles() { outputOf(SCRIPTS "/make-mach-o-files " + path()); }
 
     static constexpr const char* names[] = {"arm64.o",  "x86_64.o", "armv7.o",
                                             "armv7s.o", "objects",  "arm64",
@@ -27,7 +27,7 @@ struct RealFiles : support::TemporaryFolder {
 
 /// The output of lipo, dwarfdump and objdump for a file, with UUIDs and versions in our format.
 std::string theirLines(const std::string& path) {
-    return outputOf("PATH=" LLVM ":$PATH; f=" + path + R"(
+    return outputOf("PATH=$(" SCRIPTS "/llvm-bin):$PATH; f=" + path + R"(
         llvm-lipo $f -archs
         llvm-dwarfdump --uuid $f | awk '{ gsub("-", "", $2); print tolower($2), $3 }'
         llvm-objdump --macho --private-headers --arch all $f | awk '
