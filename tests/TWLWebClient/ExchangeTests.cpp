@@ -340,26 +340,24 @@ TEST(Client, ResolvesPathsAndSetsHeaders) {
     });
     TWLWebClient other(*URL::parse("http://base.invalid/api/")), client(*URL::parse(server.url("/api/")));
     other.addValueForHeader("text/plain", "accept");
-    const auto outcomeOf = [](const std::function<void(const TWLWebCompletion&)>& start) {
-        std::string outcome;
-        start([&](const auto& response) {
-            outcome = errorOf(*response).append(response->responseData().bytes());
+    const URL exact = *URL::parse(server.url("/exact?x"));
+    const std::string both = "application/json, application/x-plist";
+    const std::pair<std::function<void(const TWLWebCompletion&)>, ErrorMatcher> cases[] = {
+        {[&](const auto& take) { other.getURL(exact, take); }, "GET /exact?x text/plain "},
+        {[&](const auto& take) { client.getPath("../up", take); }, "GET /up " + both + " "},
+        {[&](const auto& take) {
+             client.postFormData({{"k", "v"}}, "/form", take);
+         },
+         "POST /form " + both + " multipart/form-data; boundary=AaB03x"},
+        {[&](const auto& take) { client.getPath("not a path", take); }, failure(URLErrorCode::badURL)}};
+    for (const auto& [start, expected] : cases) {
+        start([&](const std::shared_ptr<TWLWebResponse>& response) {
+            EXPECT_THAT(errorOf(*response).append(response->responseData().bytes()), expected);
             EXPECT_TRUE(DispatchQueue::global().isCurrent());
             RunLoop::mainRunLoop().stop();
         });
-        RunLoop::mainRunLoop().run();
-        return outcome;
-    };
-    const URL exact = *URL::parse(server.url("/exact?x"));
-    EXPECT_EQ(outcomeOf([&](const auto& take) { other.getURL(exact, take); }), "GET /exact?x text/plain ");
-    const std::string both = "application/json, application/x-plist";
-    EXPECT_EQ(outcomeOf([&](const auto& take) { client.getPath("../up", take); }), "GET /up " + both + " ");
-    EXPECT_EQ(outcomeOf([&](const auto& take) {
-                  client.postFormData({{"k", "v"}}, "/form", take);
-              }),
-              "POST /form " + both + " multipart/form-data; boundary=AaB03x");
-    EXPECT_THAT(outcomeOf([&](const auto& take) { client.getPath("not a path", take); }),
-                failure(URLErrorCode::badURL));
+        EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
+    }
 }
 
 TEST(Client, RunsAHundredExchangesConcurrently) {
