@@ -1,5 +1,5 @@
 #include "Categories/MD5.h"
-#include "Printed.h"
+#include "SampleBuild.h"
 #include "platform/files/Files.h"
 #include "platform/propertylist/PropertyList.h"
 #include "run/DSYMCache.h"
@@ -21,7 +21,6 @@ namespace {
 using platform::fileExists;
 using platform::Value;
 using std::chrono::steady_clock;
-using support::SampleBuild;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -43,7 +42,7 @@ protected:
     void install(const std::string& version, const std::string& program = ORVANE_COMPANION) const {
         support::outputOf(ORVANE_SAMPLE "/register-companion '" + desktop + "' '" + program + "' " + version);
     }
-    std::vector<std::string> buildFolders(const std::string& endpoint = support::nobodyListens) const {
+    std::vector<std::string> buildFolders(const std::string& endpoint = nobodyListens) const {
         std::vector<std::string> folders;
         for (const auto& entry : std::filesystem::directory_iterator(
                  build.folder.path("home/.cache/com.tarnwhistle.mac/" + MD5(endpoint) + "/builds")))
@@ -206,7 +205,7 @@ TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
 
 TEST_F(CompanionRoad, UsesACacheFolderForEachEndpoint) {
     const std::pair<std::string, std::string> cases[] = {{"<string/>", ""},
-                                                         {"<integer>7</integer>", support::nobodyListens},
+                                                         {"<integer>7</integer>", nobodyListens},
                                                          {"<string>../../..</string>", "../../.."}};
     for (const auto& [value, endpoint] : cases) {
         build.writeInfoPlist(

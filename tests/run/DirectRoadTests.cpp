@@ -1,4 +1,4 @@
-#include "Printed.h"
+#include "SampleBuild.h"
 #include "platform/files/Files.h"
 #include "run/BuildRegistration.h"
 #include "run/DeploymentTarget.h"
@@ -23,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::HTTPRequest;
-using support::SampleBuild;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;

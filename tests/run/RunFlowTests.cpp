@@ -1,4 +1,4 @@
-#include "Printed.h"
+#include "SampleBuild.h"
 #include "platform/files/Files.h"
 #include "platform/process/ProcessTable.h"
 #include "platform/propertylist/PropertyList.h"
@@ -18,7 +18,6 @@ namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-using support::SampleBuild;
 using testing::HasSubstr;
 using testing::StartsWith;
 

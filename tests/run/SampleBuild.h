@@ -3,12 +3,14 @@
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
+#include <gmock/gmock.h>
+
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace support {
+namespace orvane {
 
 /// The service of the tool under test by default: port 9 of this machine, where no server listens.
 inline constexpr const char* nobodyListens = "http://127.0.0.1:9";
@@ -19,7 +21,7 @@ class SampleBuild {
 public:
     SampleBuild();
 
-    const TemporaryFolder folder;
+    const support::TemporaryFolder folder;
     const std::string products = folder.path("DerivedData/Build/Products/Release-iphoneos");
     const std::string infoPlist = products + "/Sample App.app/Info.plist";
     const std::string dSYM = products + "/Sample App.app.dSYM";
@@ -38,9 +40,22 @@ public:
 
     /// Starts the tool under test with this build's arguments and environment, through `starter` (a program
     /// and its arguments) if it is not empty.
-    Launch launch(const std::vector<std::string>& starter = {}) const;
+    support::Launch launch(const std::vector<std::string>& starter = {}) const;
     /// The same with a parent process for each command name in `parents`, the outermost first.
-    Launch launchBelow(const std::vector<std::string>& parents) const;
+    support::Launch launchBelow(const std::vector<std::string>& parents) const;
 };
 
-} // namespace support
+inline const std::string versionLine = "Orvane.framework/run 1.3.17\n";
+
+/// The first record of a run on the direct road if no service listens.
+inline const std::string unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";
+
+/// A record of TWLLog, without the header.
+std::string record(const std::string& message);
+
+/// Runs the tool, which must exit with `status`. Returns the standard error without the header of each
+/// record.
+std::string printed(const support::Launch& launch, int status);
+std::string printed(const SampleBuild& build, int status);
+
+} // namespace orvane
