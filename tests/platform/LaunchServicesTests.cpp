@@ -1,9 +1,12 @@
+#include "platform/launchservices/LaunchServices.h"
 #include "support/ChildProcess.h"
 #include "support/ReportPipe.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <filesystem>
@@ -46,25 +49,33 @@ public:
               "DBusActivatable=true\nTerminal=true\nPath=/\nExec=" + exec + "\n");
         write("data/applications/", "[Default Applications]\n@=handler.desktop\n");
     }
-    /// The application for the first of `urls`, and the status of opening all of them.
-    std::string open(const std::vector<std::string>& urls) const {
-        support::Launch launch = {
-            .arguments = {ORVANE_OPEN_URL},
-            .environment = {"HOME=" + folder.path("home"), "XDG_CONFIG_HOME=relative",
-                            "XDG_CONFIG_DIRS=" + folder.path("xdg") + ":" + folder.path("xdg2"),
-                            "XDG_DATA_HOME=" + folder.path("data"),
-                            "XDG_DATA_DIRS=relative:" + folder.path("none") + ":" + folder.path("system"),
-                            "XDG_CURRENT_DESKTOP=Odd:GNOME",
-                            "PATH=" + folder.path("on path") + ":/usr/bin:/bin:."},
-            .workingDirectory = folder.path()};
-        launch.arguments.insert(launch.arguments.end(), urls.begin(), urls.end());
-        return run(launch).standardOutput;
+    /// The application for the first URL, and the status of opening all of them.
+    std::string open(const std::vector<std::string>& texts) const {
+        const std::pair<const char*, std::string> environment[] = {
+            {"HOME", folder.path("home")},
+            {"XDG_CONFIG_HOME", "relative"},
+            {"XDG_CONFIG_DIRS", folder.path("xdg") + ":" + folder.path("xdg2")},
+            {"XDG_DATA_HOME", folder.path("data")},
+            {"XDG_DATA_DIRS", "relative:" + folder.path("none") + ":" + folder.path("system")},
+            {"XDG_CURRENT_DESKTOP", "Odd:GNOME"},
+            {"PATH", folder.path("on path") + ":/usr/bin:/bin:."}};
+        for (const auto& [name, value] : environment)
+            setenv(name, value.c_str(), 1);
+        std::filesystem::current_path(folder.path());
+        std::vector<URL> urls;
+        for (const std::string& text : texts)
+            urls.push_back(URL::parse(text).value());
+        const auto application = urls.empty() ? std::nullopt : applicationForURL(urls.front());
+        const std::int32_t status = openURLs(urls);
+        std::filesystem::current_path("/");
+        return (application ? application->path() : "none") + "\n" + std::to_string(status) + "\n";
     }
 
     support::TemporaryFolder folder;
 };
 
 TEST(LaunchServices, PassURLsAsTheExecLineRequires) {
+    dup2(STDOUT_FILENO, 50);
     const Desktop desktop;
     support::ReportPipe reports(desktop.folder.path("reports"));
     // Each report is one write, because two programs may write at the same time. The handler may outlive the
