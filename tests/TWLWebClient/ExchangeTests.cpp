@@ -87,8 +87,8 @@ TEST_P(Exchange, KeepsRequestAndAnswerUnchanged) {
     EXPECT_EQ(response->requestURL(), request->fullURL());
     EXPECT_EQ(received.method + " " + received.target, "POST /api/v1/x?a%20b=x%26y&p=100%25");
     EXPECT_TRUE(received.body == body);
-    EXPECT_EQ(received.header("Content-Length"), std::to_string(body.size()));
-    EXPECT_EQ(received.header("Expect") + received.header("Transfer-Encoding"), "");
+    EXPECT_EQ(received.get_header_value("Content-Length"), std::to_string(body.size()));
+    EXPECT_EQ(received.get_header_value("Expect") + received.get_header_value("Transfer-Encoding"), "");
     EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed in transit";
     EXPECT_TRUE(response->body() == Value(Data(body)));
     request->setAnswerLimit(body.size() - 1);
@@ -335,8 +335,9 @@ TEST_P(Exchange, ReportsAProxyThatAsksForAuthentication) {
 
 TEST(Client, ResolvesPathsAndSetsHeaders) {
     const HTTPServer server([](const HTTPRequest& request) {
-        return HTTPAnswer{200, request.method + " " + request.target + " " + request.header("Accept") + " " +
-                                   request.header("Content-Type")};
+        return HTTPAnswer{200, request.method + " " + request.target + " " +
+                                   request.get_header_value("Accept") + " " +
+                                   request.get_header_value("Content-Type")};
     });
     TWLWebClient other(*URL::parse("http://base.invalid/api/")), client(*URL::parse(server.url("/api/")));
     other.addValueForHeader("text/plain", "accept");

@@ -132,8 +132,8 @@ TEST_F(DirectRoad, SendsBothRequests) {
     EXPECT_EQ(registration.method + registration.target,
               "POST/spi/v1/platforms/ios/apps/com.example.sample/built");
     EXPECT_EQ(upload.method + upload.target, "POST/api/v3/platforms/ios/code_mappings");
-    EXPECT_EQ(registration.header("X-Tarnwhistle-Build-Secret"), std::string(64, 's'));
-    EXPECT_EQ(upload.header("X-Tarnwhistle-Build-Secret"), "");
+    EXPECT_EQ(registration.get_header_value("X-Tarnwhistle-Build-Secret"), std::string(64, 's'));
+    EXPECT_EQ(upload.get_header_value("X-Tarnwhistle-Build-Secret"), "");
     const std::pair<const char*, const char*> headers[] = {
         {"X-Tarnwhistle-API-Key", key},
         {"X-Tarnwhistle-Developer-Token", "a4c123b1612dd272d1371c17149d439536b3216f"},
@@ -146,7 +146,7 @@ TEST_F(DirectRoad, SendsBothRequests) {
         {"Expect", ""}};
     for (const HTTPRequest& request : {registration, upload})
         for (const auto& [name, value] : headers)
-            EXPECT_EQ(request.header(name), value) << name;
+            EXPECT_EQ(request.get_header_value(name), value) << name;
 }
 
 TEST_F(DirectRoad, DescribesTheBuildInBothForms) {
@@ -201,7 +201,7 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
         const Service service(build, statuses);
         build.arguments[1] = std::string(secretSize, 's');
         EXPECT_EQ(printed(build, status), versionLine + messages + summary + "\n");
-        EXPECT_EQ(service.requests()[0].headers.contains("X-Tarnwhistle-Build-Secret"), secretSize == 64);
+        EXPECT_EQ(service.requests()[0].has_header("X-Tarnwhistle-Build-Secret"), secretSize == 64);
         EXPECT_EQ(service.requests().size(), statuses.size());
         EXPECT_EQ(service.archives().size(), statuses.size() - 1) << "each attempt makes a new archive";
         EXPECT_TRUE(archivesLeft().empty());
