@@ -16,11 +16,8 @@ TEST(Request, WritesEachFormRecordUpToItsFirstNull) {
                "\r\n\r\n" + bytes + "\r\n";
     };
     const std::string binary = "\r\nContent-Transfer-Encoding: binary";
-    const struct {
-        void (*add)(TWLWebRequest&);
-        std::size_t members;
-        std::string parts;
-    } cases[] = {
+    // How to add parts, the number of the record's members, and the parts that are written.
+    const std::tuple<void (*)(TWLWebRequest&), std::size_t, std::string> cases[] = {
         {[](TWLWebRequest& r) { r.addData(Data("PK\x03 \xff\n"), "application/zip", "x.zip", "file"); }, 4,
          part("file\"; filename=\"x.zip", "PK\x03 \xff\n", "application/zip" + binary)},
         {[](TWLWebRequest& r) { r.addValueForFormField(nullptr, "f"); }, 0, ""},

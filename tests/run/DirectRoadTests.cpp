@@ -7,7 +7,6 @@
 #include "support/MachOImage.h"
 #include "support/ScriptedServer.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -23,9 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::HTTPRequest;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::Not;
+using namespace testing;
 
 constexpr const char* key = "0123456789abcdef0123456789abcdef0123456X";
 
@@ -178,15 +175,6 @@ Content-Transfer-Encoding: binary
 )");
 }
 
-TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
-    const Service service(build, {500, 201});
-    setenv("ORVANE_TEST_API_ENDPOINT", build.environment["ORVANE_TEST_API_ENDPOINT"].c_str(), 1);
-    const BuildSettings settings(build.environment.begin(), build.environment.end());
-    EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, false, false));
-    ASSERT_EQ(service.requests().size(), 2u);
-    EXPECT_THAT(formOf(service.requests()[1]), HasSubstr("tool_details = \n")) << "not a build server";
-}
-
 TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
     const std::string onboarding = "\n\nOrvane: Could not be onboarded statusCode ";
     const std::string uploaded = "\n\nOrvane: Sample App.app.dSYM uploaded statusCode ";
@@ -331,7 +319,7 @@ TEST_F(DirectRoad, AcceptsEachKindOfXcodeBuild) {
     for (const std::string kind : {"device", "simulator", "archive"}) {
         build.setKind(kind);
         const Service service(build, {201});
-        EXPECT_THAT(printed(build, 0), testing::EndsWith(" Slice:arm64\n\n")) << kind;
+        EXPECT_THAT(printed(build, 0), EndsWith(" Slice:arm64\n\n")) << kind;
     }
 }
 
@@ -355,7 +343,7 @@ TEST(Platform, IsComparedIgnoringCase) {
          {std::pair("MacOSX", "mac"), std::pair("iphoneos", "ios"), std::pair("IPHONESIMULATOR", "ios"),
           std::pair("iphoneos1", "unknown"), std::pair("watchos", "unknown")})
         EXPECT_EQ(getAppPlatform({{"PLATFORM_NAME", name}}), word) << name;
-    EXPECT_EXIT(getAppPlatform({{"PLATFORM_NAME", ""}}), testing::ExitedWithCode(1),
+    EXPECT_EXIT(getAppPlatform({{"PLATFORM_NAME", ""}}), ExitedWithCode(1),
                 "Orvane: Failure determining project platform\\.\n");
 }
 

@@ -18,8 +18,7 @@ namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
-using testing::StartsWith;
+using namespace testing;
 
 TEST(Arguments, RequireAKeyOfFortyCharacters) {
     SampleBuild build;
@@ -210,7 +209,7 @@ TEST(HostDetection, WalksToTheFirstProcessAndRepeatsFailedLookUps) {
 }
 
 TEST(SearchPaths, AreSplitAtBlanksAfterRemovingQuotes) {
-    EXPECT_THAT(searchPathsToArray("\"/a b\"  /c\" "), testing::ElementsAre("/a", "b", "", "/c", ""));
+    EXPECT_THAT(searchPathsToArray("\"/a b\"  /c\" "), ElementsAre("/a", "b", "", "/c", ""));
 }
 
 } // namespace
