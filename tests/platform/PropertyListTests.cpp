@@ -28,13 +28,6 @@ const Value samples = Value::Dictionary{
     {"data", Value::Array{Data(std::string("\0\xff\x80 bytes", 9)), Data(std::string(47, 'x'))}},
     {"nothing", Value::Array{Value::Dictionary(), Value::Array(), Data(), ""}}};
 
-std::string utf16(std::string_view ascii) {
-    std::string bytes = "\xFF\xFE";
-    for (const char c : ascii)
-        (bytes += c) += '\0';
-    return bytes;
-}
-
 /// A binary property list with one byte for each offset and reference.
 std::string binary(const std::vector<std::string>& objects, unsigned char root = 0) {
     std::string bytes = "bplist00", table;
@@ -88,6 +81,8 @@ TEST(PropertyList, WritesNumbersAndDatesInFull) {
 
 TEST(PropertyList, ReadsAllValidForms) {
     const std::string zero(1, '\0');
+    const std::u16string utf16 =
+        u"\uFEFF<?xml version='1.0' encoding='UTF-16'?><plist><string>a</string></plist>";
     const std::pair<std::string, Value> cases[] = {
         {"<?xml version='1.0' encoding='ISO-8859-1'?><plist><string>\xe4</string></plist>", "\u00e4"},
         {"\xEF\xBB\xBF<!DOCTYPE plist SYSTEM 'x'><!-- c --><plist><true/><!-- c --></plist>", true},
@@ -95,7 +90,7 @@ TEST(PropertyList, ReadsAllValidForms) {
         {"\n <?xml version='1.0'?><!DOCTYPE plist PUBLIC 'x' 'y' [<!ELEMENT plist ANY> <!-- c --> <?p i?>"
          "<!ATTLIST plist version CDATA '1.0'>]><?p i?><plist><true/></plist>",
          true},
-        {utf16("<?xml version='1.0' encoding='UTF-16'?><plist><string>a</string></plist>"), "a"},
+        {std::string(reinterpret_cast<const char*>(utf16.data()), 2 * utf16.size()), "a"},
         {"<plist><array><integer> 010 </integer><integer>- 0x1F</integer><integer>+18446744073709551615</integer>"
          "<real>+1e5</real><real>-1e999</real><real>0.00e-999</real><real>1e-999</real><real>-INF</real>"
          "<date>-0044-03-15T12:00:00Z</date><date>0000-02-29T00:00:00Z</date><date>1998-12-31T23:59:60Z</date>"

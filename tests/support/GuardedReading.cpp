@@ -9,22 +9,16 @@
 #include <new>
 
 namespace support {
-namespace {
-
-/// The end of 1 MiB of memory.
-char* guardedEnd() {
-    constexpr std::size_t size = 1 << 20, page = 65536;
-    void* const start =
-        mmap(nullptr, size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (start == MAP_FAILED || mprotect(static_cast<char*>(start) + size, page, PROT_NONE) != 0)
-        throw std::bad_alloc();
-    return static_cast<char*>(start) + size;
-}
-
-} // namespace
 
 bool readGuarded(std::string_view bytes) {
-    static char* const end = guardedEnd();
+    static char* const end = [] {
+        constexpr std::size_t size = 1 << 20, page = 65536;
+        void* const start =
+            mmap(nullptr, size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (start == MAP_FAILED || mprotect(static_cast<char*>(start) + size, page, PROT_NONE) != 0)
+            throw std::bad_alloc();
+        return static_cast<char*>(start) + size;
+    }();
     char* const start = end - bytes.size();
     std::memcpy(start, bytes.data(), bytes.size());
     const auto began = std::chrono::steady_clock::now();

@@ -3,14 +3,6 @@
 #include <algorithm>
 
 namespace support {
-namespace {
-
-std::string name16(std::string name) {
-    name.resize(16);
-    return name;
-}
-
-} // namespace
 
 // The tests run on little-endian processors.
 std::string littleEndian(std::initializer_list<std::uint32_t> words) {
@@ -52,6 +44,10 @@ MachOImage& MachOImage::versionMin(std::uint32_t cmd, std::uint32_t version, std
 
 MachOImage& MachOImage::segment(const std::string& name, const std::vector<Section>& sections) {
     const bool is64Bit = _cputype & 0x01000000;
+    const auto name16 = [](std::string text) {
+        text.resize(16);
+        return text;
+    };
     std::string payload = name16(name) + std::string(is64Bit ? 40 : 24, '\0') +
                           littleEndian({static_cast<std::uint32_t>(sections.size()), 0});
     for (const Section& section : sections)
