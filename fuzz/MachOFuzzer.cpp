@@ -1,5 +1,5 @@
 #include "MachO/TWLMachOBinary.h"
-#include "support/GuardedReading.h"
+#include "support/MachOImage.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -2,7 +2,6 @@
 #include "platform/files/Files.h"
 #include "platform/process/MappedFiles.h"
 #include "support/ChildProcess.h"
-#include "support/GuardedReading.h"
 #include "support/MachOImage.h"
 #include "support/TemporaryFolder.h"
 

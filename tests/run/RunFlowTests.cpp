@@ -153,10 +153,7 @@ TEST(Console, DoesNotMixRecordsOfThreadsAndProcesses) {
         for (pid_t& process : processes)
             if (process = fork(); process == 0) {
                 dup2(fileno(stream), STDERR_FILENO);
-                {
-                    const std::jthread threads[] = {std::jthread(logAll), std::jthread(logAll),
-                                                    std::jthread(logAll)};
-                }
+                { const std::jthread first(logAll), second(logAll), third(logAll); }
                 _exit(0);
             }
         for (const pid_t process : processes)

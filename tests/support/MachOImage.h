@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace support {
@@ -66,5 +67,10 @@ std::string universalFile(const std::vector<MachOImage>& images);
 /// file whose commands are shorter than their structures and, last, a universal file whose second image is
 /// at an odd offset.
 std::vector<std::string> sampleMachOFiles();
+
+/// Reads Mach-O bytes (up to 1 MiB) from memory that is followed by an inaccessible page: a read beyond their
+/// end crashes, with or without a sanitizer. Makes objects of all slices and calls all their operations.
+/// False if a result points outside the bytes or if this takes a second.
+bool readGuarded(std::string_view bytes);
 
 } // namespace support
