@@ -30,14 +30,6 @@ void SampleBuild::setKind(const std::string& kind) {
     EXPECT_GT(environment.size(), 300u);
 }
 
-void SampleBuild::writeProduct(std::string_view name, std::string_view bytes) const {
-    folder.write("DerivedData/Build/Products/Release-iphoneos/" + std::string(name), bytes);
-}
-
-void SampleBuild::writeInfoPlist(const std::string& members) const {
-    writeProduct("Sample App.app/Info.plist", "<plist version=\"1.0\"><dict>" + members + "</dict></plist>");
-}
-
 support::Launch SampleBuild::launch(const std::vector<std::string>& starter) const {
     support::Launch launch = {.arguments = starter, .workingDirectory = workingDirectory};
     launch.arguments.push_back(tool);
@@ -59,10 +51,6 @@ support::Launch SampleBuild::launchBelow(const std::vector<std::string>& parents
     return launch(starter);
 }
 
-std::string record(const std::string& message) {
-    return "\n\nOrvane: " + message + "\n";
-}
-
 std::string printed(const support::Launch& launch, int status) {
     const support::Ending ending = support::run(launch);
     EXPECT_EQ(ending.status, status) << ending.standardError;
@@ -76,10 +64,6 @@ std::string printed(const support::Launch& launch, int status) {
         messages.erase(start, size);
     }
     return messages;
-}
-
-std::string printed(const SampleBuild& build, int status) {
-    return printed(build.launch(), status);
 }
 
 } // namespace orvane

@@ -34,9 +34,14 @@ public:
 
     /// Uses the complete environment of this kind of build (sample/xcode-environment).
     void setKind(const std::string& kind);
-    void writeProduct(std::string_view name, std::string_view bytes) const;
+    void writeProduct(std::string_view name, std::string_view bytes) const {
+        folder.write("DerivedData/Build/Products/Release-iphoneos/" + std::string(name), bytes);
+    }
     /// Replaces the app's Info.plist by an XML property list whose dictionary contains `members`.
-    void writeInfoPlist(const std::string& members) const;
+    void writeInfoPlist(const std::string& members) const {
+        writeProduct("Sample App.app/Info.plist",
+                     "<plist version=\"1.0\"><dict>" + members + "</dict></plist>");
+    }
 
     /// Starts the tool under test with this build's arguments and environment, through `starter` (a program
     /// and its arguments) if it is not empty.
@@ -51,11 +56,15 @@ inline const std::string versionLine = "Orvane.framework/run 1.3.17\n";
 inline const std::string unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";
 
 /// A record of TWLLog, without the header.
-std::string record(const std::string& message);
+inline std::string record(const std::string& message) {
+    return "\n\nOrvane: " + message + "\n";
+}
 
 /// Runs the tool, which must exit with `status`. Returns the standard error without the header of each
 /// record.
 std::string printed(const support::Launch& launch, int status);
-std::string printed(const SampleBuild& build, int status);
+inline std::string printed(const SampleBuild& build, int status) {
+    return printed(build.launch(), status);
+}
 
 } // namespace orvane

@@ -1,7 +1,6 @@
 #include "support/ChildProcess.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -47,10 +46,6 @@ ChildProcess::~ChildProcess() {
         kill(SIGKILL);
         wait();
     }
-}
-
-void ChildProcess::kill(int signal) const {
-    ::kill(_identifier, signal);
 }
 
 Ending ChildProcess::wait() {

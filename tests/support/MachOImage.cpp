@@ -27,26 +27,10 @@ MachOImage::MachOImage(std::uint32_t cputype, std::uint32_t cpusubtype, std::uin
     : _magic(cputype & 0x01000000 ? 0xfeedfacf : 0xfeedface), _cputype(cputype), _cpusubtype(cpusubtype),
       _filetype(filetype) {}
 
-MachOImage& MachOImage::command(std::uint32_t cmd, const std::string& payload) {
-    return sizedCommand(cmd, static_cast<std::uint32_t>(8 + payload.size()), payload);
-}
-
 MachOImage& MachOImage::sizedCommand(std::uint32_t cmd, std::uint32_t cmdsize, const std::string& payload) {
     _commands += littleEndian({cmd, cmdsize}) + payload;
     ++_count;
     return *this;
-}
-
-MachOImage& MachOImage::uuid(char byte) {
-    return command(0x1b, std::string(16, byte));
-}
-
-MachOImage& MachOImage::dylib(const std::string& path, std::uint32_t cmd) {
-    return command(cmd, littleEndian({24, 0, 0x10000, 0x10000}) + path + '\0');
-}
-
-MachOImage& MachOImage::versionMin(std::uint32_t cmd, std::uint32_t version, std::uint32_t sdk) {
-    return command(cmd, littleEndian({version, sdk}));
 }
 
 MachOImage& MachOImage::segment(const std::string& name, const std::vector<Section>& sections) {
