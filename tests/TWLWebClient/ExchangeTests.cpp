@@ -346,8 +346,8 @@ TEST(Client, ResolvesPathsAndSetsHeaders) {
          "POST /form " + both + " multipart/form-data; boundary=AaB03x"},
         {[&](const auto& take) { client.getPath("not a path", take); }, failure(URLErrorCode::badURL)}};
     for (const auto& [start, expected] : cases) {
-        start([&](const std::shared_ptr<TWLWebResponse>& response) {
-            EXPECT_THAT(errorOf(*response).append(response->responseData().bytes()), expected);
+        start([&, &wanted = expected](const std::shared_ptr<TWLWebResponse>& response) {
+            EXPECT_THAT(errorOf(*response).append(response->responseData().bytes()), wanted);
             EXPECT_TRUE(DispatchQueue::global().isCurrent());
             RunLoop::mainRunLoop().stop();
         });
