@@ -201,7 +201,7 @@ TEST_P(Exchange, FailsIfTheServerDemandsAKnownAuthentication) {
         {403, "WWW-Authenticate", basic, false}};
     for (const auto& [status, header, challenges, isKnown] : cases) {
         SCOPED_TRACE(std::to_string(status) + header + challenges);
-        const HTTPAnswer answer = {status, "no", "text/plain", {{header, challenges}}};
+        HTTPAnswer answer = {status, "no", "text/plain", {{header, challenges}}};
         const HTTPServer server([&](const HTTPRequest&) { return answer; });
         const auto response = get(server.url());
         const bool fails = isKnown && GetParam();

@@ -63,6 +63,7 @@ public:
             setenv(name, value.c_str(), 1);
         std::filesystem::current_path(folder.path());
         std::vector<URL> urls;
+        urls.reserve(texts.size());
         for (const std::string& text : texts)
             urls.push_back(URL::parse(text).value());
         const auto application = urls.empty() ? std::nullopt : applicationForURL(urls.front());
