@@ -277,9 +277,9 @@ TEST(TWLdSYM, ReadsItsInfoPlist) {
         {"a fraction", "<string/>", "<real>0.1234567891</real>", "", "0.1234567891"},
         {"an array", "<string/>", "<array><string>a</string></array>", "", "(\"a\")"}};
     for (const auto& [name, identifier, version, bundleIdentifier, bundleVersion] : cases) {
-        const std::string member = version.empty() ? "" : "<key>CFBundleVersion</key>" + version;
-        bundle.write("A B.dSYM/Contents/Info.plist",
-                     "<plist><dict><key>CFBundleIdentifier</key>" + identifier + member + "</dict></plist>");
+        std::string plist = "<plist><dict><key>CFBundleIdentifier</key>" + identifier;
+        plist += version.empty() ? "" : "<key>CFBundleVersion</key>" + version;
+        bundle.write("A B.dSYM/Contents/Info.plist", plist.append("</dict></plist>"));
         EXPECT_EQ(bundle.open()->bundleIdentifier(), bundleIdentifier) << name;
         EXPECT_EQ(bundle.open()->bundleVersion(), bundleVersion) << name;
     }

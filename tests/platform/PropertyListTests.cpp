@@ -144,7 +144,7 @@ TEST(PropertyList, RefusesInvalidXML) {
                          {"512 levels", {nested}}};
     for (auto& [reason, documents] : refusals)
         for (std::string& text : documents)
-            text = "<plist>" + text + "</plist>";
+            text.insert(0, "<plist>").append("</plist>");
     expectRefusals(refusals);
     expectRefusals(
         {{"100 attributes", {"<!DOCTYPE plist [<!ATTLIST a" + attributes + ">]><plist><true/></plist>"}},
