@@ -1,5 +1,5 @@
 #include "MachO/TWLMachOBinary.h"
-#include "support/GuardedReading.h"
+#include "support/MachOImage.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -38,8 +38,7 @@ void readFile(const std::uint8_t* data, std::size_t size) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static support::GuardedReading reading(1 << 20);
-    require(size > 1 << 20 || reading.read({reinterpret_cast<const char*>(data), size}));
+    require(size > 1 << 20 || support::readGuarded({reinterpret_cast<const char*>(data), size}));
     readFile(data, size);
     return 0;
 }

@@ -2,7 +2,6 @@
 #include "platform/files/Files.h"
 #include "platform/process/MappedFiles.h"
 #include "support/ChildProcess.h"
-#include "support/GuardedReading.h"
 #include "support/MachOImage.h"
 #include "support/TemporaryFolder.h"
 
@@ -18,7 +17,7 @@ using support::outputOf;
 
 /// Objects, executables, universal files and a dSYM bundle, made by the llvm tools.
 struct RealFiles : support::TemporaryFolder {
-    RealFiles() { outputOf(SOURCE_FOLDER "/scripts/make-mach-o-files " + path()); }
+    RealFiles() { outputOf(SCRIPTS "/make-mach-o-files " + path()); }
 
     static constexpr const char* names[] = {"arm64.o",  "x86_64.o", "armv7.o",
                                             "armv7s.o", "objects",  "arm64",
@@ -27,7 +26,7 @@ struct RealFiles : support::TemporaryFolder {
 
 /// The output of lipo, dwarfdump and objdump for a file, with UUIDs and versions in our format.
 std::string theirLines(const std::string& path) {
-    return outputOf("PATH=" LLVM ":$PATH; f=" + path + R"(
+    return outputOf("PATH=$(" SCRIPTS "/llvm-bin):$PATH; f=" + path + R"(
         llvm-lipo $f -archs
         llvm-dwarfdump --uuid $f | awk '{ gsub("-", "", $2); print tolower($2), $3 }'
         llvm-objdump --macho --private-headers --arch all $f | awk '
@@ -37,19 +36,15 @@ std::string theirLines(const std::string& path) {
                 print $2 == "n/a" ? "0.0.0" : split($2, parts, ".") == 2 ? $2 ".0" : $2 }')");
 }
 
+/// The same from the output of the example program "symbols".
 std::string ourLines(const std::string& path) {
-    const auto binary = TWLMachOBinary::MachOBinaryWithPath(path);
-    std::string architectures, uuids, lines;
-    for (const auto& slice : binary->slices()) {
-        const auto minimum = slice->minimumOSVersion(), sdk = slice->linkedSDKVersion();
-        architectures += slice->architectureName() + " ";
-        uuids += slice->uuid() ? *slice->uuid() + " (" + slice->architectureName() + ")\n" : "";
-        if (minimum != macho::TWLMachOVersion())
-            lines += *TWLMachOFormatVersion(&minimum) + "\n" + *TWLMachOFormatVersion(&sdk) + "\n";
-        for (const std::string& dylib : slice->linkedDylibs())
-            lines += dylib + "\n";
-    }
-    return architectures + "\n" + uuids + lines;
+    return outputOf(SYMBOLS " " + path + R"( | awk '
+        $1 == "architectureName:" { name = $2; names = names name " " }
+        $1 == "uuid:" && $2 != "none" { uuids = uuids $2 " (" name ")\n" }
+        $1 == "minimumOSVersion:" { hasVersions = $2 != "0.0.0" }
+        /^(minimumOSVersion|linkedSDKVersion):/ && hasVersions { lines = lines $2 "\n" }
+        /^  / { lines = lines $1 "\n" }
+        END { print names; printf "%s", uuids lines }')");
 }
 
 TEST(RealFile, IsReadAsLLVMToolsReadIt) {
@@ -79,22 +74,19 @@ std::vector<std::string> validFiles() {
 }
 
 TEST(HostileFile, TruncatedFilesAreReadWithinBounds) {
-    for (const std::string& bytes : validFiles()) {
-        support::GuardedReading reading(bytes.size());
+    for (const std::string& bytes : validFiles())
         for (std::size_t size = 0; size <= bytes.size(); ++size)
-            ASSERT_TRUE(reading.read({bytes.data(), size})) << size;
-    }
+            ASSERT_TRUE(support::readGuarded({bytes.data(), size})) << size;
 }
 
 TEST(HostileFile, CorruptedFilesAreReadWithinBounds) {
     for (std::string& bytes : validFiles()) {
-        support::GuardedReading reading(bytes.size());
         // Words at all offsets, because the last image of a sample is at an odd offset.
         for (std::size_t at = 0; at + 4 <= std::min<std::size_t>(bytes.size(), 1100); ++at) {
             const std::string word = bytes.substr(at, 4);
             for (const std::uint32_t value : {0u, 1u, 0x7fffffffu, 0xffffff7fu, 0xffffffffu}) {
                 std::memcpy(&bytes[at], &value, 4);
-                ASSERT_TRUE(reading.read(bytes)) << value << " at offset " << at;
+                ASSERT_TRUE(support::readGuarded(bytes)) << value << " at offset " << at;
             }
             bytes.replace(at, 4, word);
         }

@@ -54,11 +54,7 @@ TEST(MachOReader, ReadsBetween0And65536Slices) {
 
 TEST(MachOReader, EnumeratesCommandsByTheirSizes) {
     const auto repeated = MachOImage(12, 9).uuid(1).sizedCommand(7, 0, "").uuid(2).commandCount(3);
-    const struct {
-        const char* name;
-        std::string bytes;
-        const char* lines;
-    } cases[] = {
+    const std::tuple<const char*, std::string, const char*> cases[] = {
         {"a command of size 0 repeats; the header's type replaces that of the entry",
          universalHeader({{0x0100000c, 0, 29}}) + '\0' + repeated.bytes(), "armv7@29 27:24 7:0 7:0\n"},
         {"one repetition for every 8 bytes",
@@ -165,13 +161,10 @@ TEST(TWLMachOBinary, ListsItsSlicesInFileOrder) {
 
 TEST(TWLMachOBinary, IdentifierIsTheDigestOfTheSortedUUIDs) {
     const MachOImage second = MachOImage(12, 9).uuid('\xbb');
-    const struct {
-        const char* name;
-        std::vector<MachOImage> images;
-        std::string uuids;
-    } cases[] = {{"\"arm64\" before \"armv7\"", {armv7, arm64}, b + a},
-                 {"the same in another order", {arm64, armv7}, b + a},
-                 {"one architecture twice", {second, armv7}, a + b}};
+    const std::tuple<const char*, std::vector<MachOImage>, std::string> cases[] = {
+        {"\"arm64\" before \"armv7\"", {armv7, arm64}, b + a},
+        {"the same in another order", {arm64, armv7}, b + a},
+        {"one architecture twice", {second, armv7}, a + b}};
     for (const auto& [name, images, uuids] : cases) {
         const auto binary = binaryOf(universalFile(images));
         EXPECT_EQ(binary->instanceIdentifier(), TWLHashNSString(uuids)) << name;
@@ -274,24 +267,21 @@ TEST(TWLdSYM, HasNoExecutableIfTheFirstEntryIsAFolder) {
 TEST(TWLdSYM, ReadsItsInfoPlist) {
     const Bundle bundle;
     bundle.writeDWARF("a", MachOImage().bytes());
-    const struct {
-        const char* name;
-        std::string identifier, version;
-        std::optional<std::string> bundleIdentifier, bundleVersion;
-    } cases[] = {{"no version", "<string>com.apple.xcode</string>", "", "com.apple.xcode", std::nullopt},
-                 {"Xcode's prefix", "<string>com.apple.xcode.dsym.ShopApp</string>", "<integer>7</integer>",
-                  "ShopApp", "7"},
-                 {"an identifier that is not text", "<true/>", "<true/>", std::nullopt, "1"},
-                 {"a whole real number", "<string/>", "<real>2e6</real>", "", "2000000"},
-                 {"a fraction", "<string/>", "<real>0.1234567891</real>", "", "0.1234567891"},
-                 {"an array", "<string/>", "<array><string>a</string></array>", "", "(\"a\")"}};
-    for (const auto& each : cases) {
-        const std::string versionMember =
-            each.version.empty() ? "" : "<key>CFBundleVersion</key>" + each.version;
-        bundle.write("A B.dSYM/Contents/Info.plist", "<plist><dict><key>CFBundleIdentifier</key>" +
-                                                         each.identifier + versionMember + "</dict></plist>");
-        EXPECT_EQ(bundle.open()->bundleIdentifier(), each.bundleIdentifier) << each.name;
-        EXPECT_EQ(bundle.open()->bundleVersion(), each.bundleVersion) << each.name;
+    using Text = std::optional<std::string>;
+    const std::tuple<const char*, std::string, std::string, Text, Text> cases[] = {
+        {"no version", "<string>com.apple.xcode</string>", "", "com.apple.xcode", std::nullopt},
+        {"Xcode's prefix", "<string>com.apple.xcode.dsym.ShopApp</string>", "<integer>7</integer>", "ShopApp",
+         "7"},
+        {"an identifier that is not text", "<true/>", "<true/>", std::nullopt, "1"},
+        {"a whole real number", "<string/>", "<real>2e6</real>", "", "2000000"},
+        {"a fraction", "<string/>", "<real>0.1234567891</real>", "", "0.1234567891"},
+        {"an array", "<string/>", "<array><string>a</string></array>", "", "(\"a\")"}};
+    for (const auto& [name, identifier, version, bundleIdentifier, bundleVersion] : cases) {
+        std::string plist = "<plist><dict><key>CFBundleIdentifier</key>" + identifier;
+        plist += version.empty() ? "" : "<key>CFBundleVersion</key>" + version;
+        bundle.write("A B.dSYM/Contents/Info.plist", plist.append("</dict></plist>"));
+        EXPECT_EQ(bundle.open()->bundleIdentifier(), bundleIdentifier) << name;
+        EXPECT_EQ(bundle.open()->bundleVersion(), bundleVersion) << name;
     }
 }
 

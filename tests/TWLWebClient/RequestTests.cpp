@@ -1,11 +1,7 @@
 #include "TWLWebClient/TWLWebClient.h"
 #include "TWLWebClient/TWLWebClientTransaction.h"
-#include "platform/files/Files.h"
-#include "support/HTTPServer.h"
 
 #include <gmock/gmock.h>
-
-#include <utility>
 
 using platform::Data;
 using platform::Value;
@@ -13,39 +9,23 @@ using testing::HasSubstr;
 
 namespace {
 
-TEST(Request, WritesBodiesThatAnotherParserReads) {
-    const std::string type = "multipart/form-data; boundary=AaB03x";
-    for (const std::string name : {"text-and-file.body", "symbol-upload.body"}) {
-        const std::string golden(platform::readFile(GOLDEN_FOLDER "/" + name)->bytes());
-        TWLWebRequest request("POST");
-        for (const auto& part : support::parseForm(type, golden)) {
-            if (part.filename.empty())
-                request.addValueForFormField(part.content, part.name);
-            else
-                request.addData(Data(part.content), part.contentType, part.filename, part.name);
-        }
-        EXPECT_EQ(request.formData()->bytes(), golden);
-        EXPECT_EQ(request.customHeaders().at("Content-Type"), type);
-    }
-}
-
-TEST(Request, EndsAFormRecordBeforeItsFirstNull) {
+TEST(Request, WritesEachFormRecordUpToItsFirstNull) {
     const auto part = [](const std::string& names, const std::string& bytes,
                          const std::string& type = "text/plain") {
         return "--AaB03x\r\nContent-Disposition: form-data; name=\"" + names + "\"\r\nContent-Type: " + type +
                "\r\n\r\n" + bytes + "\r\n";
     };
-    const struct {
-        void (*add)(TWLWebRequest&);
-        std::size_t members;
-        std::string parts;
-    } cases[] = {
+    const std::string binary = "\r\nContent-Transfer-Encoding: binary";
+    // How to add parts, the number of the record's members, and the parts that are written.
+    const std::tuple<void (*)(TWLWebRequest&), std::size_t, std::string> cases[] = {
+        {[](TWLWebRequest& r) { r.addData(Data("PK\x03 \xff\n"), "application/zip", "x.zip", "file"); }, 4,
+         part("file\"; filename=\"x.zip", "PK\x03 \xff\n", "application/zip" + binary)},
         {[](TWLWebRequest& r) { r.addValueForFormField(nullptr, "f"); }, 0, ""},
         {[](TWLWebRequest& r) { r.addValueForFormField("v", std::nullopt); }, 1, part("(null)", "v")},
         {[](TWLWebRequest& r) { r.addData(Data("B"), std::nullopt, "x.zip", "f"); }, 2,
          part("f\"; filename=\"(null)", "B", "application/octet-stream")},
         {[](TWLWebRequest& r) { r.addData(Data("B"), "a/b", std::nullopt, "f"); }, 3,
-         part("f\"; filename=\"(null)", "B", "a/b\r\nContent-Transfer-Encoding: binary")},
+         part("f\"; filename=\"(null)", "B", "a/b" + binary)},
         {[](TWLWebRequest& r) { r.addValueForFormField(7, "number"); }, 3, ""},
         {[](TWLWebRequest& r) { r.addValueForFormField("a\"b\r\n", "\"q\""); }, 3, part("\"q\"", "a\"b\r\n")},
         {[](TWLWebRequest& r) {
@@ -117,62 +97,20 @@ TEST(JSON, DecodesObjectsAndArraysInEachUnicodeEncoding) {
         EXPECT_TRUE(TWLWebClient::decodeJSON(text).isNull()) << text.substr(0, 20);
 }
 
-std::shared_ptr<TWLWebClientTransaction> started() {
-    auto made = TWLWebClientTransaction::transactionWithRequest(TWLWebRequest::requestWithMethod("GET", "/"));
-    made->startConnection();
-    return made;
-}
-
-void ignore(const std::shared_ptr<TWLWebResponse>&) {}
-
 TEST(ProgrammingErrors, AbortWithTheFailedExpression) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::string start = ", function -[TWLWebClientTransaction ";
-    const std::string source = ", file apple/TWLWebClient/TWLWebClient/TWLWebClient",
-                      end = "]" + source + "Transaction.";
-    const std::string request = ", file apple/TWLWebClient/TWLWebClient/TWLWebRequest.";
-    const std::pair<void (*)(), std::string> cases[] = {
-        {[] { TWLWebRequest::requestWithMethod("GET", std::nullopt); },
-         "(path), function +[TWLWebRequest requestWithMethod:path:]" + request},
-        {[] { const TWLWebRequest withoutMethod{std::nullopt}; },
-         "(method), function -[TWLWebRequest initWithMethod:]" + request},
-        {[] { TWLWebClient::encodeJSON(1); },
-         "(0 && \"encodeJSON: isn't implemented yet\"), function +[TWLWebClient encodeJSON:]" + source + "."},
-        {[] { started()->complete(); }, "(_completionHandler)" + start + "complete" + end},
-        {[] { TWLWebClientTransaction(nullptr).syncStartWithCompletionHandler(&ignore); },
-         "(request)" + start + "syncStartConnection" + end},
-        {[] { started()->startConnection(); }, "(_connection == nil)" + start + "startConnection" + end},
-        {[] { started()->syncStartWithCompletionHandler(&ignore); },
-         "(!_connection)" + start + "syncStartWithCompletionHandler:" + end},
-        {[] {
-             platform::URLConnection connection({}, nullptr);
-             started()->didFailWithError(connection, std::optional<platform::Error>());
-         },
-         "(error)" + start + "connection:didFailWithError:" + end},
-        {[] {
-             TWLWebClient client(*platform::URL::parse("http://127.0.0.1:1/"), "vendor");
-             client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", "/"),
-                                     [&](const auto&) { client.connections(); });
-         },
-         "the queue vendor.rest-client waits for the same queue"},
-        {[] {
-             // The handler runs as a step of the transaction's queue, so it must not wait for that queue.
-             const auto asked = TWLWebRequest::requestWithMethod("GET", "/");
-             const auto made = TWLWebClientTransaction::transactionWithRequest(asked, "vendor");
-             platform::URLConnection connection({}, nullptr);
-             platform::URLProtectionSpace space;
-             space.serverTrust = platform::ServerTrust{"127.0.0.1"};
-             bool isNested = false;
-             asked->setProtectionSpaceHandler([&](const platform::URLProtectionSpace& same) {
-                 return std::exchange(isNested, true) ||
-                        made->canAuthenticateAgainstProtectionSpace(connection, same);
-             });
-             made->canAuthenticateAgainstProtectionSpace(connection, space);
-         },
-         "the queue vendor.web-transaction waits for the same queue"},
+    const auto transaction =
+        TWLWebClientTransaction::transactionWithRequest(TWLWebRequest::requestWithMethod("GET", "/"));
+    transaction->startConnection();
+    const auto ignore = [](const auto&) {
     };
-    for (const auto& [mistake, message] : cases)
-        EXPECT_DEATH(mistake(), HasSubstr(message));
+    EXPECT_DEATH(TWLWebRequest::requestWithMethod("GET", std::nullopt),
+                 HasSubstr("(path), function +[TWLWebRequest requestWithMethod:path:]"));
+    EXPECT_DEATH(TWLWebClient::encodeJSON(1), HasSubstr("(0 && \"encodeJSON: isn't implemented yet\")"));
+    EXPECT_DEATH(transaction->complete(),
+                 HasSubstr("(_completionHandler), function -[TWLWebClientTransaction complete]"));
+    EXPECT_DEATH(transaction->startConnection(), HasSubstr("(_connection == nil), function -[TWL"));
+    EXPECT_DEATH(transaction->syncStartWithCompletionHandler(ignore), HasSubstr("(!_connection), function"));
 }
 
 } // namespace

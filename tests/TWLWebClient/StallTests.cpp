@@ -12,11 +12,10 @@
 #include <list>
 #include <mutex>
 
-using platform::Data;
-using platform::RunLoop;
-using platform::URL;
-using support::ScriptedServer;
+using namespace platform;
+using namespace support;
 using testing::HasSubstr;
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -76,15 +75,15 @@ void expectEnd(const Flight& flight) {
     EXPECT_THAT(error, HasSubstr("Domain=NSURLErrorDomain Code=-1001 "));
     EXPECT_THAT(error, HasSubstr("no progress for 15 seconds while " + flight.phase));
     EXPECT_THAT(error, HasSubstr(flight.response->requestURL()->host()));
-    EXPECT_GE(flight.time, std::chrono::milliseconds(14'900));
-    EXPECT_LE(flight.time, std::chrono::seconds(18));
+    EXPECT_GE(flight.time, 14'900ms);
+    EXPECT_LE(flight.time, 18s);
 }
 
 TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEachPhase) {
     const std::scoped_lock hang(hanging);
     // The backlog of `full` holds a single connection, which is made here.
-    const support::ListeningPort silent, full(0);
-    const platform::FileDescriptor filling = full.connect();
+    const ListeningPort silent, full(0);
+    const FileDescriptor filling = full.connect();
     const ScriptedServer stopping([](const ScriptedServer::Peer& peer) {
         peer.readUntil("--AaB03x--\r\n");
         peer.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc");
@@ -93,7 +92,7 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEachPhase) {
     // Takes longer than the limit, but makes progress each second.
     const ScriptedServer slow([](const ScriptedServer::Peer& peer) {
         for (const char byte : std::string("HTTP/1.1 200 OK\r\n")) {
-            std::this_thread::sleep_for(std::chrono::seconds(1));
+            std::this_thread::sleep_for(1s);
             peer.send({&byte, 1});
         }
         peer.send("Content-Length: 0\r\n\r\n");
@@ -112,7 +111,7 @@ TEST(Stall, EndsTheExchangeAfterFifteenSecondsInEachPhase) {
     for (const bool isAsynchronous : {false, true})
         for (const Case& one : cases)
             flights.emplace_back(one, isAsynchronous, underWay);
-    ASSERT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
+    ASSERT_TRUE(RunLoop::mainRunLoop().run(60s));
     for (const Flight& flight : flights)
         if (flight.phase.empty())
             EXPECT_FALSE(flight.response->error());

@@ -4,7 +4,6 @@
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -15,11 +14,6 @@ namespace {
 namespace fs = std::filesystem;
 using support::TemporaryFolder;
 using testing::HasSubstr;
-
-std::string copyError(const TemporaryFolder& folder, std::string_view from, std::string_view to) {
-    const Outcome copied = copyItem({.source = folder.path(from), .destination = folder.path(to)});
-    return copied ? "" : copied.error().description();
-}
 
 TEST(CopyItem, KeepsContentsHolesModesTimesAndLinks) {
     const TemporaryFolder folder;
@@ -53,16 +47,16 @@ TEST(CopyItem, ReportsWhatItCannotCopy) {
     folder.write("there", "old");
     folder.makeFolder("folder");
     fs::create_symlink("nowhere", folder.path("link"));
-    EXPECT_EQ(mkfifo(folder.path("pipe").c_str(), 0666), 0);
     const std::tuple<const char*, const char*, std::string> cases[] = {
         {"none", "x", folder.path("none") + ": No such file"},
         {"a", "missing/x", folder.path("missing/x") + ": No such file"},
         {"a", "there", folder.path("there") + ": File exists"},
         {"a", "link", folder.path("link") + ": File exists"},
-        {"a", "a/b/copy", "into itself"},
-        {"pipe", "x", folder.path("pipe") + ": Operation not supported"}};
-    for (const auto& [from, to, error] : cases)
-        EXPECT_THAT(copyError(folder, from, to), HasSubstr(error));
+        {"a", "a/b/copy", "into itself"}};
+    for (const auto& [from, to, error] : cases) {
+        const Outcome copied = copyItem({.source = folder.path(from), .destination = folder.path(to)});
+        EXPECT_THAT(copied ? "" : copied.error().description(), HasSubstr(error));
+    }
     EXPECT_EQ(readFile(folder.path("there"))->bytes(), "old");
 }
 

@@ -1,13 +1,15 @@
+#include "platform/launchservices/LaunchServices.h"
 #include "support/ChildProcess.h"
 #include "support/ReportPipe.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <filesystem>
-#include <map>
 #include <regex>
 
 namespace platform {
@@ -33,38 +35,48 @@ public:
         EXPECT_EQ(chmod(path.c_str(), 0755), 0);
         return path;
     }
-    /// Writes a desktop entry with the usual first lines, or another file. "@" stands for the URL's MIME
-    /// type.
-    void write(const std::string& name, const std::string& text) const {
+    /// Writes a desktop entry with the usual first lines, or another file; "mimeapps.list" is added to a name
+    /// that ends with "/" or "-". "@" stands for the URL's MIME type.
+    void write(std::string name, const std::string& text) const {
         const std::string start = "[Desktop Entry]\nType=Application\nName=Or vane\nIcon=ic on\n";
         const bool isEntry = name.ends_with(".desktop") && !text.starts_with('[');
+        name += name.ends_with('/') || name.ends_with('-') ? "mimeapps.list" : "";
         folder.write(name, (isEntry ? start : "") +
                                std::regex_replace(text, std::regex("@"), "x-scheme-handler/tarnwhistle"));
     }
     void registerHandler(const std::string& exec) const {
         write("data/applications/handler.desktop",
               "DBusActivatable=true\nTerminal=true\nPath=/\nExec=" + exec + "\n");
-        write("data/applications/mimeapps.list", "[Default Applications]\n@=handler.desktop\n");
+        write("data/applications/", "[Default Applications]\n@=handler.desktop\n");
     }
-    /// The application for the first of `urls`, and the status of opening all of them.
-    std::string open(const std::vector<std::string>& urls) const {
-        support::Launch launch = {
-            .arguments = {ORVANE_OPEN_URL},
-            .environment = {"HOME=" + folder.path("home"), "XDG_CONFIG_HOME=relative",
-                            "XDG_CONFIG_DIRS=" + folder.path("xdg") + ":" + folder.path("xdg2"),
-                            "XDG_DATA_HOME=" + folder.path("data"),
-                            "XDG_DATA_DIRS=relative:" + folder.path("none") + ":" + folder.path("system"),
-                            "XDG_CURRENT_DESKTOP=Odd:GNOME",
-                            "PATH=" + folder.path("on path") + ":/usr/bin:/bin:."},
-            .workingDirectory = folder.path()};
-        launch.arguments.insert(launch.arguments.end(), urls.begin(), urls.end());
-        return run(launch).standardOutput;
+    /// The application for the first URL, and the status of opening all of them.
+    std::string open(const std::vector<std::string>& texts) const {
+        const std::pair<const char*, std::string> environment[] = {
+            {"HOME", folder.path("home")},
+            {"XDG_CONFIG_HOME", "relative"},
+            {"XDG_CONFIG_DIRS", folder.path("xdg") + ":" + folder.path("xdg2")},
+            {"XDG_DATA_HOME", folder.path("data")},
+            {"XDG_DATA_DIRS", "relative:" + folder.path("none") + ":" + folder.path("system")},
+            {"XDG_CURRENT_DESKTOP", "Odd:GNOME"},
+            {"PATH", folder.path("on path") + ":/usr/bin:/bin:."}};
+        for (const auto& [name, value] : environment)
+            setenv(name, value.c_str(), 1);
+        std::filesystem::current_path(folder.path());
+        std::vector<URL> urls;
+        urls.reserve(texts.size());
+        for (const std::string& text : texts)
+            urls.push_back(URL::parse(text).value());
+        const auto application = urls.empty() ? std::nullopt : applicationForURL(urls.front());
+        const std::int32_t status = openURLs(urls);
+        std::filesystem::current_path("/");
+        return (application ? application->path() : "none") + "\n" + std::to_string(status) + "\n";
     }
 
     support::TemporaryFolder folder;
 };
 
 TEST(LaunchServices, PassURLsAsTheExecLineRequires) {
+    dup2(STDOUT_FILENO, 50);
     const Desktop desktop;
     support::ReportPipe reports(desktop.folder.path("reports"));
     // Each report is one write, because two programs may write at the same time. The handler may outlive the
@@ -118,10 +130,8 @@ TEST(LaunchServices, FindTheAppFolderAndReportFailures) {
         {program, folder.path("Outer.app/Inner.app/") + "\n0\n"},
         {"y %u", folder.path("on path/") + "\n0\n"},
         {"linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
-        {desktop.writeProgram("interpreter", "#!" + folder.path("gone") + "\n"), refused},
         {desktop.writeProgram("text", "exit 0\n"), refused},
         {desktop.writeProgram("empty", ""), refused},
-        {desktop.writeProgram("mach-o", "\xCF\xFA\xED\xFE\x0C"), refused},
         {"y\nPath=" + folder.path("gone"), folder.path("on path/") + "\n-10810\n"},
         {folder.write("not executable", "#!/bin/sh\n"), absent},
         {folder.path("relative"), absent},
@@ -141,57 +151,59 @@ TEST(LaunchServices, FindTheAppFolderAndReportFailures) {
     EXPECT_EQ(desktop.open({"other:x"}), absent);
 }
 
-TEST(LaunchServices, FollowTheStandardsOrderOfPrecedence) {
-    const std::string defaults = "Default Applications", added = "Added Associations",
-                      removed = "Removed Associations", cache = "MIME Cache";
-    const std::string config = "home/.config/", data = "data/applications/", system = "system/applications/";
-    /// The start of a file's path, a group in the file, and applications.
-    using Line = std::array<std::string, 3>;
-    const std::pair<std::vector<Line>, std::string> cases[] = {
+const std::string defaults = "[Default Applications]\n@=", added = "[Added Associations]\n@=",
+                  removed = "[Removed Associations]\n@=", cached = "[MIME Cache]\n@=";
+const std::string config = "home/.config/", data = "data/applications/", system = "system/applications/",
+                  cache = system + "mimeinfo.cache", a = "a.desktop", b = "b.desktop", both = a + ";" + b;
+
+/// Names and texts of files, and the application that is opened with them.
+using Case = std::pair<std::vector<std::pair<std::string, std::string>>, std::string>;
+
+void expectApplications(const std::vector<Case>& cases) {
+    for (const auto& [files, expected] : cases) {
+        const Desktop desktop;
+        for (const auto& [name, text] : files)
+            desktop.write(name, text);
+        EXPECT_EQ(desktop.open({url}), desktop.folder.path(expected + ".app/\n0\n"))
+            << testing::PrintToString(files);
+    }
+}
+
+TEST(LaunchServices, UseTheFirstDefaultThatIsInstalled) {
+    expectApplications({
         // Folder by folder; in each folder the files of the current desktop come first.
-        {{{config + "odd-", defaults, "a"}, {config + "gnome-", defaults, "b"}}, "a"},
-        {{{config + "gnome-", defaults, "a"}, {config, defaults, "b"}}, "a"},
-        {{{config, defaults, "a"}, {"xdg/gnome-", defaults, "b"}}, "a"},
-        {{{"xdg/", defaults, "a"}, {"xdg2/", defaults, "b"}}, "a"},
-        {{{"xdg2/", defaults, "a"}, {data, defaults, "b"}}, "a"},
-        {{{data, defaults, "a"}, {system + "odd-", defaults, "b"}}, "a"},
+        {{{config + "odd-", defaults + a}, {config + "gnome-", defaults + b}}, "a"},
+        {{{config + "gnome-", defaults + a}, {config, defaults + b}}, "a"},
+        {{{config, defaults + a}, {"xdg/gnome-", defaults + b}}, "a"},
+        {{{"xdg/", defaults + a}, {"xdg2/", defaults + b}}, "a"},
+        {{{"xdg2/", defaults + a}, {data, defaults + b}}, "a"},
+        {{{data, defaults + a}, {system + "odd-", defaults + b}}, "a"},
         // Applications that are not installed are skipped.
-        {{{"xdg/", defaults, ";x;;b;a;"}}, "b"},
-        {{{"xdg/", defaults, "../../system/applications/a;.-a;..-applications-a"}, {"xdg2/", defaults, "b"}},
+        {{{"xdg/", defaults + ";x.desktop;;b.desktop;a.desktop;"}}, "b"},
+        {{{"xdg/", defaults + "../../system/applications/a.desktop;.-a.desktop;..-applications-" + both}},
          "b"},
-        {{{"xdg/", defaults, "a;b"}, {data + "a.desktop", "Exec=c\nHidden=true"}}, "b"},
-        {{{"xdg/", defaults, "a;b"}, {data + "a.desktop", "Exec=c"}}, "c"},
-        {{{"xdg/", defaults, "x-y-z"},
+        {{{"xdg/", defaults + both}, {data + a, "Exec=c\nHidden=true"}}, "b"},
+        {{{"xdg/", defaults + both}, {data + a, "Exec=c"}}, "c"},
+        {{{"xdg/", defaults + "x-y-z.desktop"},
           {data + "x/y-z.desktop", "Exec=b"},
           {system + "x/y/z.desktop", "Exec=a"}},
          "b"},
-        // Associations are used after all defaults.
-        {{{"xdg/", added, "a"}, {system, defaults, "b"}}, "b"},
-        {{{system, added, "a"}, {system, cache, "b"}}, "a"},
+    });
+}
+
+TEST(LaunchServices, UseAssociationsAfterAllDefaults) {
+    expectApplications({
+        {{{"xdg/", added + a}, {system, defaults + b}}, "b"},
+        {{{system, added + a}, {cache, cached + b}}, "a"},
         // A removal affects the cache of its folder and the folders after it.
-        {{{"xdg/", added, "a"}, {"xdg/", removed, "a;b"}, {system, defaults, "b"}}, "a"},
-        {{{"xdg/", added, "a"}, {"xdg2/", removed, "a"}}, "a"},
-        {{{system, removed, "a"}, {system, cache, "a;b"}}, "b"},
-        {{{"xdg/gnome-", removed, "a"}, {"xdg/gnome-", added, "b"}, {system, cache, "a"}}, "a"},
+        {{{"xdg/", added + a + "\n" + removed + both}, {system, defaults + b}}, "a"},
+        {{{"xdg/", added + a}, {"xdg2/", removed + a}}, "a"},
+        {{{system, removed + a}, {cache, cached + both}}, "b"},
+        {{{"xdg/gnome-", removed + a + "\n" + added + b}, {cache, cached + a}}, "a"},
         // The user's entry hides the system's entry. It is used only if a default names it.
-        {{{data + "a.desktop", "Exec=c"}, {system, defaults, "a"}}, "c"},
-        {{{data + "a.desktop", "Exec=c"}, {system, cache, "a;b"}}, "b"}};
-    for (const auto& [lines, expected] : cases) {
-        const Desktop desktop;
-        std::map<std::string, std::string> lists;
-        for (const auto& [path, group, applications] : lines)
-            if (path.ends_with(".desktop"))
-                desktop.write(path, group);
-            else
-                lists[path + (group == cache ? "mimeinfo.cache" : "mimeapps.list")] +=
-                    "[" + group +
-                    "]\n@=" + std::regex_replace(applications, std::regex("(\\w)(?=;|$)"), "$1.desktop") +
-                    "\n";
-        for (const auto& [path, text] : lists)
-            desktop.write(path, text);
-        EXPECT_EQ(desktop.open({url}), desktop.folder.path(expected + ".app/\n0\n"))
-            << testing::PrintToString(lines);
-    }
+        {{{data + a, "Exec=c"}, {system, defaults + a}}, "c"},
+        {{{data + a, "Exec=c"}, {cache, cached + both}}, "b"},
+    });
 }
 
 TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {

@@ -28,13 +28,6 @@ const Value samples = Value::Dictionary{
     {"data", Value::Array{Data(std::string("\0\xff\x80 bytes", 9)), Data(std::string(47, 'x'))}},
     {"nothing", Value::Array{Value::Dictionary(), Value::Array(), Data(), ""}}};
 
-std::string utf16(std::string_view ascii) {
-    std::string bytes = "\xFF\xFE";
-    for (const char c : ascii)
-        (bytes += c) += '\0';
-    return bytes;
-}
-
 /// A binary property list with one byte for each offset and reference.
 std::string binary(const std::vector<std::string>& objects, unsigned char root = 0) {
     std::string bytes = "bplist00", table;
@@ -88,6 +81,8 @@ TEST(PropertyList, WritesNumbersAndDatesInFull) {
 
 TEST(PropertyList, ReadsAllValidForms) {
     const std::string zero(1, '\0');
+    const std::u16string utf16 =
+        u"\uFEFF<?xml version='1.0' encoding='UTF-16'?><plist><string>a</string></plist>";
     const std::pair<std::string, Value> cases[] = {
         {"<?xml version='1.0' encoding='ISO-8859-1'?><plist><string>\xe4</string></plist>", "\u00e4"},
         {"\xEF\xBB\xBF<!DOCTYPE plist SYSTEM 'x'><!-- c --><plist><true/><!-- c --></plist>", true},
@@ -95,7 +90,7 @@ TEST(PropertyList, ReadsAllValidForms) {
         {"\n <?xml version='1.0'?><!DOCTYPE plist PUBLIC 'x' 'y' [<!ELEMENT plist ANY> <!-- c --> <?p i?>"
          "<!ATTLIST plist version CDATA '1.0'>]><?p i?><plist><true/></plist>",
          true},
-        {utf16("<?xml version='1.0' encoding='UTF-16'?><plist><string>a</string></plist>"), "a"},
+        {std::string(reinterpret_cast<const char*>(utf16.data()), 2 * utf16.size()), "a"},
         {"<plist><array><integer> 010 </integer><integer>- 0x1F</integer><integer>+18446744073709551615</integer>"
          "<real>+1e5</real><real>-1e999</real><real>0.00e-999</real><real>1e-999</real><real>-INF</real>"
          "<date>-0044-03-15T12:00:00Z</date><date>0000-02-29T00:00:00Z</date><date>1998-12-31T23:59:60Z</date>"
@@ -120,56 +115,67 @@ TEST(PropertyList, ReadsAllValidForms) {
     }
 }
 
-TEST(PropertyList, RefusesInvalidDocuments) {
+/// A part of the reason, and documents that are refused for it.
+using Refusals = std::vector<std::pair<const char*, std::vector<std::string>>>;
+
+void expectRefusals(const Refusals& refusals) {
+    for (const auto& [reason, documents] : refusals)
+        for (const std::string& text : documents)
+            EXPECT_THAT(reasonOf(parsePropertyList(text)), HasSubstr(reason)) << text.substr(0, 100);
+}
+
+TEST(PropertyList, RefusesInvalidXML) {
+    std::string attributes, nested;
+    for (int i = 0; i < 600; ++i)
+        nested += "<array>";
+    for (int i = 0; i < 101; ++i)
+        attributes += " a" + std::to_string(i) + " CDATA '1'";
+    Refusals refusals = {{"no value", {"", "<dict><key>a</key></dict>"}},
+                         {"stands where it may not",
+                          {"<true/><true/>", "<dict><true/></dict>", "<array><key>a</key></array>",
+                           "<dict><key>a</key><key>b</key></dict>", "<string><true/></string>"}},
+                         {"text stands between", {"x", "<array>x</array>"}},
+                         {"no element of property lists", {"<note/>", "<plist><true/></plist>"}},
+                         {"malformed",
+                          {"<integer>18446744073709551616</integer>",
+                           "<integer>-9223372036854775809</integer>", "<integer>1x</integer>", "<integer/>",
+                           "<real>1e400x</real>", "<true>x</true>", "<date>2001-02-29T00:00:00Z</date>",
+                           "<date>2001-1-01T00:00:00Z</date>", "<data>a=b</data>", "<data>a</data>"}},
+                         {"line 1", {"<string>\xff</string>", "<string>x"}},
+                         {"512 levels", {nested}}};
+    for (auto& [reason, documents] : refusals)
+        for (std::string& text : documents)
+            text.insert(0, "<plist>").append("</plist>");
+    expectRefusals(refusals);
+    expectRefusals(
+        {{"100 attributes", {"<!DOCTYPE plist [<!ATTLIST a" + attributes + ">]><plist><true/></plist>"}},
+         {"the entity \"b\"", {"<!DOCTYPE plist [<!ENTITY b 'a'>]><plist><string>&b;</string></plist>"}},
+         {"\"b\" is unknown", {"<!DOCTYPE plist SYSTEM 'x'><plist><string>&b;</string></plist>"}}});
+}
+
+TEST(PropertyList, RefusesInvalidBinaryFiles) {
     std::vector<std::string> doubled, repeated;
     for (char i = 1; i <= 40; ++i)
         doubled.push_back("\xA2" + std::string(2, i));
     doubled.emplace_back("\x09");
-    std::string nested, attributes;
-    for (int i = 0; i < 600; ++i)
-        nested += "<array>";
     for (char i = 1; i <= 5; ++i)
         repeated.push_back("\xAE" + std::string(14, i));
     repeated.push_back("\x5F\x10\x7F" + std::string(127, 'x'));
-    for (int i = 0; i < 101; ++i)
-        attributes += " a" + std::to_string(i) + " CDATA '1'";
     const std::string zero(1, '\0'), eightZeros(8, '\0'), eightOnes(8, '\xff');
-    const std::pair<const char*, std::vector<std::string>> refusals[] = {
-        {"no value", {"", "<dict><key>a</key></dict>"}},
-        {"stands where it may not",
-         {"<true/><true/>", "<dict><true/></dict>", "<array><key>a</key></array>",
-          "<dict><key>a</key><key>b</key></dict>", "<string><true/></string>"}},
-        {"text stands between", {"x", "<array>x</array>"}},
-        {"no element of property lists", {"<note/>", "<plist><true/></plist>"}},
-        {"malformed",
-         {"<integer>18446744073709551616</integer>", "<integer>-9223372036854775809</integer>",
-          "<integer>1x</integer>", "<integer/>", "<real>1e400x</real>", "<true>x</true>",
-          "<date>2001-02-29T00:00:00Z</date>", "<date>2001-1-01T00:00:00Z</date>", "<data>a=b</data>",
-          "<data>a</data>"}},
-        {"line 1", {"<string>\xff</string>", "<string>x"}},
-        {"512 levels", {nested}},
-        {"100 attributes", {"<!DOCTYPE plist [<!ATTLIST a" + attributes + ">]><plist><true/></plist>"}},
-        {"the entity \"b\"", {"<!DOCTYPE plist [<!ENTITY b 'a'>]><plist><string>&b;</string></plist>"}},
-        {"\"b\" is unknown", {"<!DOCTYPE plist SYSTEM 'x'><plist><string>&b;</string></plist>"}},
-        {"bad size",
-         {binary({"\x25" + std::string(32, '\0')}), binary({"\x32" + std::string(4, '\0')}),
-          "bplist00" + std::string(32, '\0')}},
-        {"offset table", {"bplist00" + std::string(6, '\0') + "\1\1" + eightOnes + eightOnes + eightOnes}},
-        {"an object lies outside", {binary({"\x09"}, 9)}},
-        {"contains itself", {binary({"\xA1" + zero}), binary({"\xA1\x01", "\xA1" + zero})}},
-        {"unfold to too much", {binary(doubled), binary(repeated)}},
-        {"lies outside", {binary({"\xA1\x07"}), binary({"\xAF\x13" + eightOnes}), binary({"\xDF\x10\x7f"})}},
-        {"key is no text", {binary({"\xD1\x01\x01", "\x09"})}},
-        {"bytes lie outside", {binary({"\x5F\x11\xff\xff"}), binary({"\x6F\x13" + eightOnes})}},
-        {"no ASCII", {binary({"\x52\xc3\xa4"})}},
-        {"64 bits", {binary({"\x14" + eightOnes + eightZeros})}},
-        {"unknown type", {binary({"\x0F"}), binary({"\x70"})}}};
-    for (const auto& [reason, documents] : refusals)
-        for (const std::string& text : documents) {
-            const bool isWhole = text.starts_with("bplist") || text.starts_with("<!DOCTYPE");
-            const auto read = parsePropertyList(isWhole ? text : "<plist>" + text + "</plist>");
-            EXPECT_THAT(reasonOf(read), HasSubstr(reason)) << text.substr(0, 100);
-        }
+    expectRefusals(
+        {{"bad size",
+          {binary({"\x25" + std::string(32, '\0')}), binary({"\x32" + std::string(4, '\0')}),
+           "bplist00" + std::string(32, '\0')}},
+         {"offset table", {"bplist00" + std::string(6, '\0') + "\1\1" + eightOnes + eightOnes + eightOnes}},
+         {"an object lies outside", {binary({"\x09"}, 9)}},
+         {"contains itself", {binary({"\xA1" + zero}), binary({"\xA1\x01", "\xA1" + zero})}},
+         {"unfold to too much", {binary(doubled), binary(repeated)}},
+         {"lies outside", {binary({"\xA1\x07"}), binary({"\xAF\x13" + eightOnes}), binary({"\xDF\x10\x7f"})}},
+         {"key is no text", {binary({"\xD1\x01\x01", "\x09"})}},
+         {"bytes lie outside", {binary({"\x5F\x11\xff\xff"}), binary({"\x6F\x13" + eightOnes})}},
+         {"no ASCII", {binary({"\x52\xc3\xa4"})}},
+         {"64 bits", {binary({"\x14" + eightOnes + eightZeros})}},
+         {"unknown type", {binary({"\x0F"}), binary({"\x70"})}}});
 }
 
 TEST(PropertyList, IsReadInLinearTime) {

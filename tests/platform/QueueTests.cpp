@@ -51,6 +51,14 @@ TEST(DispatchQueue, DestroysAStepsCapturesWhileTheQueueIsCurrent) {
     queue.sync([&] { EXPECT_EQ(counter, 1601); });
 }
 
+TEST(DispatchQueue, AbortsIfAStepWaitsForItsOwnQueue) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const DispatchQueue queue = DispatchQueue::serial("test.own"),
+                        inner = DispatchQueue::serial("test.inner");
+    EXPECT_DEATH(queue.sync([&] { inner.sync([&] { queue.sync([] {}); }); }),
+                 "A step of the queue test.own waits for the same queue");
+}
+
 TEST(DispatchQueue, StartsMoreThreadsWhileOthersBlock) {
     constexpr int count = 40;
     // Shared, because this function may return before the other threads leave the latch.

@@ -1,6 +1,5 @@
 #include "Categories/MD5.h"
-#include "Printed.h"
-#include "platform/dispatch/DispatchQueue.h"
+#include "SampleBuild.h"
 #include "platform/files/Files.h"
 #include "platform/propertylist/PropertyList.h"
 #include "run/DSYMCache.h"
@@ -13,7 +12,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <latch>
 #include <random>
 #include <thread>
 
@@ -23,11 +21,7 @@ namespace {
 using platform::fileExists;
 using platform::Value;
 using std::chrono::steady_clock;
-using support::SampleBuild;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::StartsWith;
+using namespace testing;
 
 const std::string signUp = record(
     "This app relies on Orvane. Please sign up for access at https://tarnwhistle.example/sign-up,\ninstall "
@@ -45,7 +39,7 @@ protected:
     void install(const std::string& version, const std::string& program = ORVANE_COMPANION) const {
         support::outputOf(ORVANE_SAMPLE "/register-companion '" + desktop + "' '" + program + "' " + version);
     }
-    std::vector<std::string> buildFolders(const std::string& endpoint = support::nobodyListens) const {
+    std::vector<std::string> buildFolders(const std::string& endpoint = nobodyListens) const {
         std::vector<std::string> folders;
         for (const auto& entry : std::filesystem::directory_iterator(
                  build.folder.path("home/.cache/com.tarnwhistle.mac/" + MD5(endpoint) + "/builds")))
@@ -83,10 +77,26 @@ TEST_F(CompanionRoad, IsTakenIfTheCompanionOrXcodeIsThereButNotBelowXcodeBots) {
     }
 }
 
-TEST_F(CompanionRoad, PassesABuildPlistThatDescribesTheBuild) {
+TEST_F(CompanionRoad, CopiesEachDSYMToAFolderForTheBuild) {
     for (const char* name : {"Ext.appex.dSYM/Contents/x", "B.dSYM", "C.dsym", "D.DSYM", "E.dSYM.zip", ".dSYM",
                              "dSYM", "deeper/F.dSYM/x"})
         build.writeProduct(name, "");
+    EXPECT_EQ(printed(build, 0), versionLine);
+    ASSERT_EQ(buildFolders().size(), 1u);
+    const std::string folder = buildFolders().front();
+    EXPECT_THAT(folder, MatchesRegex(".*/builds/[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+    const std::string report = reports.next();
+    EXPECT_THAT(report, HasSubstr("Opened: tarnwhistle://xcode?TARNWHISTLE_BUILD_PLIST_PATH=" +
+                                  urlEncode(folder + "/Build.plist") + "\n"));
+    EXPECT_THAT(report, EndsWith(": complete\n"));
+    const Value dSYMs = platform::readDictionary(folder + "/Build.plist").value().at("dSYMs");
+    EXPECT_THAT(*dSYMs.as<Value::Array>(),
+                UnorderedElementsAre(Value(folder + "/Sample App.app.dSYM"), Value(folder + "/B.dSYM"),
+                                     Value(folder + "/Ext.appex.dSYM")));
+    EXPECT_TRUE(fileExists(folder + "/Ext.appex.dSYM/Contents/x"));
+}
+
+TEST_F(CompanionRoad, PassesABuildPlistThatDescribesTheBuild) {
     for (int i = 0; i < 20; ++i)
         build.environment["LONG_" + std::to_string(i)] = std::string(100'000, 'x');
     build.environment["ODD"] = "a\x01\xff\r\n<&>";
@@ -97,27 +107,14 @@ TEST_F(CompanionRoad, PassesABuildPlistThatDescribesTheBuild) {
                               {"=nameless", "no value", "SRCROOT=/the first one counts"});
     EXPECT_EQ(printed(launch, 0), versionLine);
 
-    ASSERT_EQ(buildFolders().size(), 1u);
-    const std::string folder = buildFolders().front();
-    EXPECT_THAT(folder, MatchesRegex(".*/builds/[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
-    const std::string report = reports.next();
-    EXPECT_THAT(report, HasSubstr("Opened: tarnwhistle://xcode?TARNWHISTLE_BUILD_PLIST_PATH=" +
-                                  urlEncode(folder + "/Build.plist") + "\n"));
-    EXPECT_THAT(report, EndsWith(": complete\n"));
-    EXPECT_EQ(std::filesystem::status(folder + "/Build.plist").permissions(), std::filesystem::perms(0600));
-
+    const std::string folder = buildFolders().at(0), path = folder + "/Build.plist";
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
     Value::Dictionary environment(build.environment.begin(), build.environment.end());
     environment["ODD"] = "a\uFFFD\uFFFD\r\n<&>";
-    const Value::Dictionary plist = platform::readDictionary(folder + "/Build.plist").value();
-    const Value dSYMs = plist.at("dSYMs");
-    EXPECT_THAT(*dSYMs.as<Value::Array>(),
-                testing::UnorderedElementsAre(Value(folder + "/Sample App.app.dSYM"),
-                                              Value(folder + "/B.dSYM"), Value(folder + "/Ext.appex.dSYM")));
-    EXPECT_TRUE(fileExists(folder + "/Ext.appex.dSYM/Contents/x"));
     Value::Dictionary expected = {{"TARNWHISTLE_FRAMEWORK_PATH", framework},
                                   {"TARNWHISTLE_API_KEY", build.arguments[0]},
                                   {"TARNWHISTLE_RUN_VERSION", "149"},
-                                  {"dSYMs", dSYMs},
+                                  {"dSYMs", Value::Array{folder + "/Sample App.app.dSYM"}},
                                   {"CFBundleShortVersionString", "1.2"},
                                   {"CFBundleVersion", "17"},
                                   {"CFBundleDisplayName", "Sample"},
@@ -127,7 +124,7 @@ TEST_F(CompanionRoad, PassesABuildPlistThatDescribesTheBuild) {
     for (const char* name : {"PLATFORM_NAME", "PROJECT_FILE_PATH", "CONFIGURATION", "XCODE_VERSION_ACTUAL",
                              "CODE_SIGN_IDENTITY", "SDKROOT", "PROVISIONING_PROFILE"})
         expected[name] = build.environment.at(name);
-    EXPECT_EQ(Value(plist), Value(expected));
+    EXPECT_EQ(Value(platform::readDictionary(path).value()), Value(expected));
 }
 
 TEST_F(CompanionRoad, PassesTheSettingsInTheURLToAnOldCompanion) {
@@ -205,7 +202,7 @@ TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
 
 TEST_F(CompanionRoad, UsesACacheFolderForEachEndpoint) {
     const std::pair<std::string, std::string> cases[] = {{"<string/>", ""},
-                                                         {"<integer>7</integer>", support::nobodyListens},
+                                                         {"<integer>7</integer>", nobodyListens},
                                                          {"<string>../../..</string>", "../../.."}};
     for (const auto& [value, endpoint] : cases) {
         build.writeInfoPlist(
@@ -237,15 +234,8 @@ TEST_F(CompanionRoad, NeverLeavesAPartialBuildPlist) {
 }
 
 TEST(CacheDSYMs, EndTheRunIfTheFolderCannotBeListed) {
-    const auto failDuringAStep = [] {
-        std::latch started(1), never(1);
-        platform::DispatchQueue::global().async([&] { started.count_down(), never.wait(); });
-        started.wait();
-        cacheDSYMsAtPath("/gone", "/to");
-    };
-    EXPECT_EXIT(failDuringAStep(), testing::ExitedWithCode(1),
+    EXPECT_EXIT(cacheDSYMsAtPath("/gone", "/to"), ExitedWithCode(1),
                 "\\] Unable to get contents of path /gone \nError Domain=NSPOSIXErrorDomain");
-    EXPECT_FALSE(cacheBuildItems());
 }
 
 } // namespace

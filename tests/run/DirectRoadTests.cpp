@@ -1,4 +1,4 @@
-#include "Printed.h"
+#include "SampleBuild.h"
 #include "platform/files/Files.h"
 #include "run/BuildRegistration.h"
 #include "run/DeploymentTarget.h"
@@ -7,7 +7,6 @@
 #include "support/MachOImage.h"
 #include "support/ScriptedServer.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,6 +14,7 @@
 #include <fstream>
 #include <list>
 #include <mutex>
+#include <regex>
 #include <set>
 
 namespace orvane {
@@ -22,15 +22,22 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::HTTPRequest;
-using support::SampleBuild;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::Not;
+using namespace testing;
 
 constexpr const char* key = "0123456789abcdef0123456789abcdef0123456X";
 
-std::vector<support::FormPart> partsOf(const HTTPRequest& request) {
-    return support::parseForm(request.header("Content-Type"), request.body);
+/// The form without carriage returns and archive, with "name = value" for each text and "#" as the file's
+/// name.
+std::string formOf(const HTTPRequest& request) {
+    const std::regex head(R"re(--AaB03x
+Content-Disposition: form-data; name="(.*)"
+Content-Type: text/plain
+
+)re");
+    std::string form = request.body.substr(0, request.body.find("PK\x03\x04"));
+    std::erase(form, '\r');
+    return std::regex_replace(std::regex_replace(form, head, "$1 = "), std::regex("[-0-9A-F]+\\.zip"),
+                              "#.zip");
 }
 
 /// The service for `build`. It answers each request with the next status; the last status repeats.
@@ -52,7 +59,7 @@ public:
         std::set<std::string> names;
         for (const HTTPRequest& request : requests())
             if (request.target.ends_with("/code_mappings"))
-                names.insert(partsOf(request).back().filename);
+                names.insert(request.body.substr(request.body.find("filename="), 50));
         return names;
     }
 
@@ -113,7 +120,6 @@ protected:
 
 TEST_F(DirectRoad, SendsBothRequests) {
     const Service service(build, {201});
-    build.environment["CONFIGURATION"] = "\xff\u00e9";
     EXPECT_EQ(printed(build, 0),
               versionLine + record("Sample App.app.dSYM uploaded statusCode 201\n" + summary));
     EXPECT_TRUE(archivesLeft().empty());
@@ -123,8 +129,8 @@ TEST_F(DirectRoad, SendsBothRequests) {
     EXPECT_EQ(registration.method + registration.target,
               "POST/spi/v1/platforms/ios/apps/com.example.sample/built");
     EXPECT_EQ(upload.method + upload.target, "POST/api/v3/platforms/ios/code_mappings");
-    EXPECT_EQ(registration.header("X-Tarnwhistle-Build-Secret"), std::string(64, 's'));
-    EXPECT_EQ(upload.header("X-Tarnwhistle-Build-Secret"), "");
+    EXPECT_EQ(registration.get_header_value("X-Tarnwhistle-Build-Secret"), std::string(64, 's'));
+    EXPECT_EQ(upload.get_header_value("X-Tarnwhistle-Build-Secret"), "");
     const std::pair<const char*, const char*> headers[] = {
         {"X-Tarnwhistle-API-Key", key},
         {"X-Tarnwhistle-Developer-Token", "a4c123b1612dd272d1371c17149d439536b3216f"},
@@ -135,15 +141,22 @@ TEST_F(DirectRoad, SendsBothRequests) {
         {"Content-Type", "multipart/form-data; boundary=AaB03x"},
         {"Accept", "application/json, application/x-plist"},
         {"Expect", ""}};
-    std::string fields;
-    for (const HTTPRequest& request : {registration, upload}) {
+    for (const HTTPRequest& request : {registration, upload})
         for (const auto& [name, value] : headers)
-            EXPECT_EQ(request.header(name), value) << name;
-        for (const auto& part : partsOf(request))
-            fields += part.name + " = " + (part.filename.empty() ? part.content : part.contentType) + "\n";
-    }
-    EXPECT_EQ(fields, R"(app_name = Sample
+            EXPECT_EQ(request.get_header_value(name), value) << name;
+}
+
+TEST_F(DirectRoad, DescribesTheBuildInBothForms) {
+    const Service service(build, {201});
+    build.environment["CONFIGURATION"] = "\xff\u00e9";
+    printed(build, 0);
+    ASSERT_EQ(service.requests().size(), 2u);
+    EXPECT_EQ(formOf(service.requests()[0]), R"(MIME-Version: 1.0
+app_name = Sample
 tool_details = build server
+--AaB03x--
+)");
+    EXPECT_EQ(formOf(service.requests()[1]), R"(MIME-Version: 1.0
 project[identifier] = com.example.sample
 project[display_version] = 17
 project[build_version] = 1.2
@@ -154,19 +167,21 @@ code_mapping[executables][][identifier] = 11111111111111111111111111111111
 code_mapping[executables][][arch] = armv7
 code_mapping[executables][][identifier] = 22222222222222222222222222222222
 code_mapping[executables][][arch] = arm64
-code_mapping[file] = application/zip
+--AaB03x
+Content-Disposition: form-data; name="code_mapping[file]"; filename="#.zip"
+Content-Type: application/zip
+Content-Transfer-Encoding: binary
+
 )");
-    EXPECT_THAT(partsOf(upload).back().filename, testing::MatchesRegex("[-0-9A-F]+\\.zip"));
-    EXPECT_TRUE(partsOf(upload).back().content.starts_with("PK\x03\x04"));
 }
 
 TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
     const Service service(build, {500, 201});
     setenv("ORVANE_TEST_API_ENDPOINT", build.environment["ORVANE_TEST_API_ENDPOINT"].c_str(), 1);
     const BuildSettings settings(build.environment.begin(), build.environment.end());
-    EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, false, false));
-    ASSERT_EQ(service.requests().size(), 2u);
-    EXPECT_EQ(partsOf(service.requests()[1])[1].content, "") << "tool_details of what is no build server";
+    EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, /*isBuildServer=*/false,
+                                /*isFinalAttempt=*/false));
+    EXPECT_EQ(service.requests().size(), 2u);
 }
 
 TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
@@ -183,7 +198,7 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
         const Service service(build, statuses);
         build.arguments[1] = std::string(secretSize, 's');
         EXPECT_EQ(printed(build, status), versionLine + messages + summary + "\n");
-        EXPECT_EQ(service.requests()[0].headers.contains("X-Tarnwhistle-Build-Secret"), secretSize == 64);
+        EXPECT_EQ(service.requests()[0].has_header("X-Tarnwhistle-Build-Secret"), secretSize == 64);
         EXPECT_EQ(service.requests().size(), statuses.size());
         EXPECT_EQ(service.archives().size(), statuses.size() - 1) << "each attempt makes a new archive";
         EXPECT_TRUE(archivesLeft().empty());
@@ -261,7 +276,7 @@ TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
     build.writeInfoPlist("<key>CFBundleIdentifier</key><string>com.b\u00e9 &amp; co</string>");
     EXPECT_THAT(printed(build, 0), HasSubstr(unanswered + "Error Domain=NSURLErrorDomain Code=-1000 "));
     const HTTPRequest upload = service.requests().back();
-    EXPECT_EQ(partsOf(upload)[0].content, "com.b\u00e9 & co");
+    EXPECT_THAT(upload.body, HasSubstr("\r\n\r\ncom.b\u00e9 & co\r\n"));
     EXPECT_THAT(upload.body, Not(HasSubstr("executables")));
 }
 
@@ -313,7 +328,7 @@ TEST_F(DirectRoad, AcceptsEachKindOfXcodeBuild) {
     for (const std::string kind : {"device", "simulator", "archive"}) {
         build.setKind(kind);
         const Service service(build, {201});
-        EXPECT_THAT(printed(build, 0), testing::EndsWith(" Slice:arm64\n\n")) << kind;
+        EXPECT_THAT(printed(build, 0), EndsWith(" Slice:arm64\n\n")) << kind;
     }
 }
 
@@ -337,7 +352,7 @@ TEST(Platform, IsComparedIgnoringCase) {
          {std::pair("MacOSX", "mac"), std::pair("iphoneos", "ios"), std::pair("IPHONESIMULATOR", "ios"),
           std::pair("iphoneos1", "unknown"), std::pair("watchos", "unknown")})
         EXPECT_EQ(getAppPlatform({{"PLATFORM_NAME", name}}), word) << name;
-    EXPECT_EXIT(getAppPlatform({{"PLATFORM_NAME", ""}}), testing::ExitedWithCode(1),
+    EXPECT_EXIT(getAppPlatform({{"PLATFORM_NAME", ""}}), ExitedWithCode(1),
                 "Orvane: Failure determining project platform\\.\n");
 }
 

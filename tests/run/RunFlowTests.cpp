@@ -1,4 +1,4 @@
-#include "Printed.h"
+#include "SampleBuild.h"
 #include "platform/files/Files.h"
 #include "platform/process/ProcessTable.h"
 #include "platform/propertylist/PropertyList.h"
@@ -12,16 +12,13 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <list>
 #include <optional>
 
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-using support::SampleBuild;
-using testing::HasSubstr;
-using testing::StartsWith;
+using namespace testing;
 
 TEST(Arguments, RequireAKeyOfFortyCharacters) {
     SampleBuild build;
@@ -43,7 +40,7 @@ TEST(Arguments, RequireAKeyOfFortyCharacters) {
     EXPECT_THAT(printed(build, 1), HasSubstr(unanswered));
 }
 
-TEST(FailedCheck, PrintsTitleAndReason) {
+TEST(FailedCheck, NamesTheSettingOrFileThatIsMissing) {
     const SampleBuild build;
     const auto missing = [](const std::string& key) {
         return "Failed to Detect Build Environment\n\n" + key + " value not found in environment";
@@ -72,10 +69,12 @@ TEST(FailedCheck, PrintsTitleAndReason) {
         {{env, "SRCROOT=" + build.workingDirectory + "/"}, wrongFolder},
         {{env, "SRCROOT=" + build.folder.path()}, wrongFolder},
     };
-    for (const auto& [changes, expected] : cases) {
+    for (const auto& [changes, expected] : cases)
         EXPECT_EQ(printed(build.launch(changes), 1), versionLine + record(expected));
-    }
+}
 
+TEST(FailedCheck, RequiresABundleIdentifier) {
+    const SampleBuild build;
     for (const char* members : {"", "<key>CFBundleIdentifier</key><string/>",
                                 "<key>CFBundleIdentifier</key><integer>7</integer>", "no property list"}) {
         build.writeInfoPlist(members);
@@ -154,11 +153,7 @@ TEST(Console, DoesNotMixRecordsOfThreadsAndProcesses) {
         for (pid_t& process : processes)
             if (process = fork(); process == 0) {
                 dup2(fileno(stream), STDERR_FILENO);
-                {
-                    std::list<support::JoiningThread> threads;
-                    for (int i = 0; i < 3; ++i)
-                        threads.emplace_back(logAll);
-                }
+                { const support::JoiningThread first(logAll), second(logAll), third(logAll); }
                 _exit(0);
             }
         for (const pid_t process : processes)
@@ -211,7 +206,7 @@ TEST(HostDetection, WalksToTheFirstProcessAndRepeatsFailedLookUps) {
 }
 
 TEST(SearchPaths, AreSplitAtBlanksAfterRemovingQuotes) {
-    EXPECT_THAT(searchPathsToArray("\"/a b\"  /c\" "), testing::ElementsAre("/a", "b", "", "/c", ""));
+    EXPECT_THAT(searchPathsToArray("\"/a b\"  /c\" "), ElementsAre("/a", "b", "", "/c", ""));
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,10 +57,6 @@ ChildProcess::~ChildProcess() {
         kill(SIGKILL);
         wait();
     }
-}
-
-void ChildProcess::kill(int signal) const {
-    ::kill(_identifier, signal);
 }
 
 Ending ChildProcess::wait() {

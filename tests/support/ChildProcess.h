@@ -2,6 +2,7 @@
 
 #include "platform/files/FileDescriptor.h"
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <string>
@@ -30,7 +31,7 @@ public:
     ~ChildProcess();
 
     pid_t identifier() const { return _identifier; }
-    void kill(int signal) const;
+    void kill(int signal) const { ::kill(_identifier, signal); }
     Ending wait();
 
 private:

@@ -1,29 +1,17 @@
 #include "support/HTTPServer.h"
 
-#include <httplib.h>
-
 #include <stdexcept>
 
 namespace support {
 namespace {
 
-// A prefix for the request's content type. It keeps the server from parsing forms, because tests need the
-// original bytes.
-constexpr std::string_view disguise = "not ";
-
-httplib::Server::HandlerResponse disguiseType(const httplib::Request& request, httplib::Response&) {
+/// Adds a prefix to the request's content type, or removes it. The prefix keeps the server from parsing
+/// forms, because tests need the original bytes.
+void disguiseType(const httplib::Request& request, bool isDisguised) {
+    constexpr std::string_view prefix = "not ";
     auto& headers = const_cast<httplib::Headers&>(request.headers);
     if (const auto type = headers.find("Content-Type"); type != headers.end())
-        type->second.insert(0, disguise);
-    return httplib::Server::HandlerResponse::Unhandled;
-}
-
-HTTPRequest received(const httplib::Request& request) {
-    HTTPRequest result{
-        request.method, request.target, {request.headers.begin(), request.headers.end()}, request.body};
-    if (const auto type = result.headers.find("Content-Type"); type != result.headers.end())
-        type->second.erase(0, disguise.size());
-    return result;
+        isDisguised ? type->second.insert(0, prefix) : type->second.erase(0, prefix.size());
 }
 
 std::unique_ptr<httplib::Server> makeServer(const TLS& tls) {
@@ -42,13 +30,17 @@ std::unique_ptr<httplib::Server> makeServer(const TLS& tls) {
 
 HTTPServer::HTTPServer(Handler handler, const TLS& tls) : _server(makeServer(tls)) {
     const auto answerTo = [handler = std::move(handler)](const auto& request, auto& response) {
-        const HTTPAnswer answer = handler(received(request));
+        disguiseType(request, false);
+        const HTTPAnswer answer = handler(request);
         response.status = answer.status;
         response.headers.insert(answer.headers.begin(), answer.headers.end());
         response.set_content(answer.body, answer.contentType);
     };
     _server->set_keep_alive_max_count(1);
-    _server->set_pre_routing_handler(&disguiseType);
+    _server->set_pre_routing_handler([](const auto& request, auto&) {
+        disguiseType(request, true);
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
     _server->Get(".*", answerTo);
     _server->Post(".*", answerTo);
     const int port = _server->bind_to_any_port("127.0.0.1");
@@ -62,27 +54,6 @@ HTTPServer::~HTTPServer() {
         std::this_thread::yield();
     _server->stop();
     _thread.join();
-}
-
-std::vector<FormPart> parseForm(const std::string& contentType, const std::string& body) {
-    std::vector<FormPart> parts;
-    const auto begin = [&](const httplib::MultipartFormData& part) {
-        parts.push_back({part.name, part.filename, part.content_type, ""});
-        return true;
-    };
-    const auto extend = [&](const char* bytes, std::size_t count) {
-        parts.back().content.append(bytes, count);
-        return true;
-    };
-    httplib::Server server;
-    server.Post("/", [&](const auto&, auto&, const auto& read) { read(begin, extend); });
-    const int port = server.bind_to_any_port("127.0.0.1");
-    std::thread thread([&] { server.listen_after_bind(); });
-    // This parser does not skip the preamble (RFC 2046 section 5.1.1).
-    httplib::Client("127.0.0.1", port).Post("/", body.substr(body.find("--")), contentType);
-    server.stop();
-    thread.join();
-    return parts;
 }
 
 } // namespace support

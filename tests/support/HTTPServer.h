@@ -1,33 +1,16 @@
 #pragma once
 
-#include "platform/urlloading/HTTPHeaders.h"
+#include <httplib.h>
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
-
-namespace httplib {
-class Server;
-}
 
 namespace support {
 
-/// A request as received by the server.
-struct HTTPRequest {
-    std::string method;
-    /// Path and query, unchanged.
-    std::string target;
-    platform::HTTPHeaders headers;
-    std::string body;
-
-    /// Empty if the request has no such header.
-    std::string header(const std::string& name) const {
-        const auto found = headers.find(name);
-        return found == headers.end() ? "" : found->second;
-    }
-};
+/// A request as received by the server, with a body that is not parsed.
+using HTTPRequest = httplib::Request;
 
 /// The path of a file of make-certificates.
 inline std::string certificatePath(const std::string& name) {
@@ -38,7 +21,7 @@ struct HTTPAnswer {
     int status = 200;
     std::string body = {};
     std::string contentType = "text/plain";
-    platform::HTTPHeaders headers = {};
+    httplib::Headers headers = {};
 };
 
 struct TLS {
@@ -65,15 +48,5 @@ private:
     std::string _origin;
     std::thread _thread;
 };
-
-struct FormPart {
-    std::string name;
-    std::string filename;
-    std::string contentType;
-    std::string content;
-};
-
-/// The parts of a multipart/form-data body, parsed by cpp-httplib.
-std::vector<FormPart> parseForm(const std::string& contentType, const std::string& body);
 
 } // namespace support

@@ -1,31 +1,25 @@
 #include "support/MachOImage.h"
 
+#include "MachO/TWLMachOSlice.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <new>
+
 namespace support {
-namespace {
 
-void appendWord(std::string& bytes, std::uint32_t word, bool bigEndian) {
-    for (unsigned i = 0; i < 4; ++i)
-        bytes += static_cast<char>(word >> (bigEndian ? 24 - 8 * i : 8 * i));
-}
-
-std::string name16(std::string name) {
-    name.resize(16);
-    return name;
-}
-
-} // namespace
-
+// The tests run on little-endian processors.
 std::string littleEndian(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words)
-        appendWord(bytes, word, false);
-    return bytes;
+    return {reinterpret_cast<const char*>(words.begin()), 4 * words.size()};
 }
 
 std::string bigEndian(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words)
-        appendWord(bytes, word, true);
+    std::string bytes = littleEndian(words);
+    for (std::size_t i = 0; i < bytes.size(); i += 4)
+        std::reverse(&bytes[i], &bytes[i] + 4);
     return bytes;
 }
 
@@ -33,30 +27,18 @@ MachOImage::MachOImage(std::uint32_t cputype, std::uint32_t cpusubtype, std::uin
     : _magic(cputype & 0x01000000 ? 0xfeedfacf : 0xfeedface), _cputype(cputype), _cpusubtype(cpusubtype),
       _filetype(filetype) {}
 
-MachOImage& MachOImage::command(std::uint32_t cmd, const std::string& payload) {
-    return sizedCommand(cmd, static_cast<std::uint32_t>(8 + payload.size()), payload);
-}
-
 MachOImage& MachOImage::sizedCommand(std::uint32_t cmd, std::uint32_t cmdsize, const std::string& payload) {
     _commands += littleEndian({cmd, cmdsize}) + payload;
     ++_count;
     return *this;
 }
 
-MachOImage& MachOImage::uuid(char byte) {
-    return command(0x1b, std::string(16, byte));
-}
-
-MachOImage& MachOImage::dylib(const std::string& path, std::uint32_t cmd) {
-    return command(cmd, littleEndian({24, 0, 0x10000, 0x10000}) + path + '\0');
-}
-
-MachOImage& MachOImage::versionMin(std::uint32_t cmd, std::uint32_t version, std::uint32_t sdk) {
-    return command(cmd, littleEndian({version, sdk}));
-}
-
 MachOImage& MachOImage::segment(const std::string& name, const std::vector<Section>& sections) {
     const bool is64Bit = _cputype & 0x01000000;
+    const auto name16 = [](std::string text) {
+        text.resize(16);
+        return text;
+    };
     std::string payload = name16(name) + std::string(is64Bit ? 40 : 24, '\0') +
                           littleEndian({static_cast<std::uint32_t>(sections.size()), 0});
     for (const Section& section : sections)
@@ -119,6 +101,29 @@ std::vector<std::string> sampleMachOFiles() {
             MachOImage().magic(0xcffaedfe).uuid('\x33').bytes(),
             std::string(16, '\0'),
             universalHeader({{0x0100000c, 0, 48}, {12, 9, offset}}) + executable + '\xff' + object};
+}
+
+bool readGuarded(std::string_view bytes) {
+    static char* const end = [] {
+        constexpr std::size_t size = 1 << 20, page = 65536;
+        void* const start =
+            mmap(nullptr, size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (start == MAP_FAILED || mprotect(static_cast<char*>(start) + size, page, PROT_NONE) != 0)
+            throw std::bad_alloc();
+        return static_cast<char*>(start) + size;
+    }();
+    char* const start = end - bytes.size();
+    std::memcpy(start, bytes.data(), bytes.size());
+    const auto began = std::chrono::steady_clock::now();
+    bool inside = true;
+    const auto readSlice = [&](const macho::TWLMachOSlice* record) {
+        const auto slice = TWLMachOSlice::initWithSlice(record);
+        for (const void* section : {slice->ehFrameData(), slice->unwindInfoData()})
+            inside = inside && (!section || (section >= start && section <= end));
+        inside = inside && (!slice->uuid() || slice->uuid()->size() == 32);
+    };
+    macho::TWLMachOEnumerateSlicesAtAddress(start, readSlice, bytes.size());
+    return inside && std::chrono::steady_clock::now() - began < std::chrono::seconds(1);
 }
 
 } // namespace support

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace support {
@@ -18,13 +19,19 @@ public:
                         std::uint32_t filetype = 2);
 
     /// A command whose size is that of `payload` plus its own eight bytes.
-    MachOImage& command(std::uint32_t cmd, const std::string& payload);
+    MachOImage& command(std::uint32_t cmd, const std::string& payload) {
+        return sizedCommand(cmd, static_cast<std::uint32_t>(8 + payload.size()), payload);
+    }
     /// A command with this `cmdsize`, whatever its real size is.
     MachOImage& sizedCommand(std::uint32_t cmd, std::uint32_t cmdsize, const std::string& payload);
     /// An LC_UUID with 16 bytes of value `byte`.
-    MachOImage& uuid(char byte);
-    MachOImage& dylib(const std::string& path, std::uint32_t cmd = 0xc);
-    MachOImage& versionMin(std::uint32_t cmd, std::uint32_t version, std::uint32_t sdk);
+    MachOImage& uuid(char byte) { return command(0x1b, std::string(16, byte)); }
+    MachOImage& dylib(const std::string& path, std::uint32_t cmd = 0xc) {
+        return command(cmd, littleEndian({24, 0, 0x10000, 0x10000}) + path + '\0');
+    }
+    MachOImage& versionMin(std::uint32_t cmd, std::uint32_t version, std::uint32_t sdk) {
+        return command(cmd, littleEndian({version, sdk}));
+    }
 
     struct Section {
         std::string name;
@@ -66,5 +73,10 @@ std::string universalFile(const std::vector<MachOImage>& images);
 /// file whose commands are shorter than their structures and, last, a universal file whose second image is
 /// at an odd offset.
 std::vector<std::string> sampleMachOFiles();
+
+/// Reads Mach-O bytes (up to 1 MiB) from memory that is followed by an inaccessible page: a read beyond their
+/// end crashes, with or without a sanitizer. Makes objects of all slices and calls all their operations.
+/// False if a result points outside the bytes or if this takes a second.
+bool readGuarded(std::string_view bytes);
 
 } // namespace support

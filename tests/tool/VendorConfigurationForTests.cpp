@@ -3,21 +3,13 @@
 #include <cstdlib>
 
 namespace orvane {
-namespace {
-
-std::string fromEnvironment(const char* variable) {
-    const char* const value = std::getenv(variable);
-    return value ? value : "";
-}
-
-} // namespace
 
 std::string defaultAPIEndpoint() {
-    return fromEnvironment("ORVANE_TEST_API_ENDPOINT");
+    return std::getenv("ORVANE_TEST_API_ENDPOINT");
 }
 
 std::string symbolsEndpoint() {
-    return fromEnvironment("ORVANE_TEST_SYMBOLS_ENDPOINT");
+    return std::getenv("ORVANE_TEST_SYMBOLS_ENDPOINT");
 }
 
 std::string signUpURL() {

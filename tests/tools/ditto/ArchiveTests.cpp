@@ -151,12 +151,11 @@ TEST(Ditto, ReportsFailuresAndKeepsTheOldArchive) {
     const std::string setUp = geteuid() == 0 ? "U='setpriv --bounding-set=-all'; " : "U=; ";
     for (const auto& [script, message] : cases) {
         const TemporaryFolder folder;
-        folder.write("S/noise", "");
-        EXPECT_EQ(shell(folder, "head -c 3M /dev/urandom >S/noise").status, 0);
-        folder.write("S/sub/deep", "deep");
-        folder.write("A", "what was there");
-        folder.write("file", "what was there");
-        folder.makeFolder("folder");
+        ASSERT_EQ(shell(folder,
+                        "mkdir -p S/sub folder; head -c 3M /dev/urandom >S/noise; echo deep >S/sub/deep; "
+                        "printf 'what was there' | tee A >file")
+                      .status,
+                  0);
         const auto outcome = shell(folder, setUp + "{ " + script + "; } >/dev/null");
         EXPECT_EQ(outcome.status, 1) << script;
         EXPECT_THAT(outcome.standardOutput, AllOf(StartsWith("ditto: "), HasSubstr(message)));
@@ -179,8 +178,7 @@ TEST(Ditto, LeavesNothingAfterASignalOrAChangedFile) {
         const TemporaryFolder folder;
         folder.write("archives/A", "what was there");
         folder.makeFolder("S/sub");
-        const std::string make = "truncate -s 1T S/sub/huge && touch -d @1000000000.5 S/sub/huge";
-        ASSERT_EQ(shell(folder, make).status, 0);
+        ASSERT_EQ(shell(folder, "truncate -s 1T S/sub/huge && touch -d @1000000000.5 S/sub/huge").status, 0);
         support::ChildProcess archiver(
             {.arguments = {DITTO_PATH, "-c", "-k", "--keepParent", "S", "archives/A"},
              .workingDirectory = folder.path()});

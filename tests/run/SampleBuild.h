@@ -3,12 +3,14 @@
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
+#include <gmock/gmock.h>
+
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace support {
+namespace orvane {
 
 /// The service of the tool under test by default: port 9 of this machine, where no server listens.
 inline constexpr const char* nobodyListens = "http://127.0.0.1:9";
@@ -19,7 +21,7 @@ class SampleBuild {
 public:
     SampleBuild();
 
-    const TemporaryFolder folder;
+    const support::TemporaryFolder folder;
     const std::string products = folder.path("DerivedData/Build/Products/Release-iphoneos");
     const std::string infoPlist = products + "/Sample App.app/Info.plist";
     const std::string dSYM = products + "/Sample App.app.dSYM";
@@ -32,15 +34,37 @@ public:
 
     /// Uses the complete environment of this kind of build (sample/xcode-environment).
     void setKind(const std::string& kind);
-    void writeProduct(std::string_view name, std::string_view bytes) const;
+    void writeProduct(std::string_view name, std::string_view bytes) const {
+        folder.write("DerivedData/Build/Products/Release-iphoneos/" + std::string(name), bytes);
+    }
     /// Replaces the app's Info.plist by an XML property list whose dictionary contains `members`.
-    void writeInfoPlist(const std::string& members) const;
+    void writeInfoPlist(const std::string& members) const {
+        writeProduct("Sample App.app/Info.plist",
+                     "<plist version=\"1.0\"><dict>" + members + "</dict></plist>");
+    }
 
     /// Starts the tool under test with this build's arguments and environment, through `starter` (a program
     /// and its arguments) if it is not empty.
-    Launch launch(const std::vector<std::string>& starter = {}) const;
+    support::Launch launch(const std::vector<std::string>& starter = {}) const;
     /// The same with a parent process for each command name in `parents`, the outermost first.
-    Launch launchBelow(const std::vector<std::string>& parents) const;
+    support::Launch launchBelow(const std::vector<std::string>& parents) const;
 };
 
-} // namespace support
+inline const std::string versionLine = "Orvane.framework/run 1.3.17\n";
+
+/// The first record of a run on the direct road if no service listens.
+inline const std::string unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";
+
+/// A record of TWLLog, without the header.
+inline std::string record(const std::string& message) {
+    return "\n\nOrvane: " + message + "\n";
+}
+
+/// Runs the tool, which must exit with `status`. Returns the standard error without the header of each
+/// record.
+std::string printed(const support::Launch& launch, int status);
+inline std::string printed(const SampleBuild& build, int status) {
+    return printed(build.launch(), status);
+}
+
+} // namespace orvane

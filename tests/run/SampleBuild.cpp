@@ -1,10 +1,10 @@
-#include "support/SampleBuild.h"
+#include "SampleBuild.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
-namespace support {
+namespace orvane {
 
 SampleBuild::SampleBuild() {
     // The environment may name another tool, for example the portable one.
@@ -20,7 +20,8 @@ SampleBuild::SampleBuild() {
 }
 
 void SampleBuild::setKind(const std::string& kind) {
-    std::istringstream entries(outputOf(ORVANE_SAMPLE "/xcode-environment '" + folder.path() + "' " + kind));
+    std::istringstream entries(
+        support::outputOf(ORVANE_SAMPLE "/xcode-environment '" + folder.path() + "' " + kind));
     environment = {{"XDG_DATA_DIRS", "/none"},
                    {"ORVANE_TEST_API_ENDPOINT", nobodyListens},
                    {"ORVANE_TEST_SYMBOLS_ENDPOINT", nobodyListens}};
@@ -29,16 +30,8 @@ void SampleBuild::setKind(const std::string& kind) {
     EXPECT_GT(environment.size(), 300u);
 }
 
-void SampleBuild::writeProduct(std::string_view name, std::string_view bytes) const {
-    folder.write("DerivedData/Build/Products/Release-iphoneos/" + std::string(name), bytes);
-}
-
-void SampleBuild::writeInfoPlist(const std::string& members) const {
-    writeProduct("Sample App.app/Info.plist", "<plist version=\"1.0\"><dict>" + members + "</dict></plist>");
-}
-
-Launch SampleBuild::launch(const std::vector<std::string>& starter) const {
-    Launch launch = {.arguments = starter, .workingDirectory = workingDirectory};
+support::Launch SampleBuild::launch(const std::vector<std::string>& starter) const {
+    support::Launch launch = {.arguments = starter, .workingDirectory = workingDirectory};
     launch.arguments.push_back(tool);
     launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
     for (const auto& [name, value] : environment)
@@ -46,7 +39,7 @@ Launch SampleBuild::launch(const std::vector<std::string>& starter) const {
     return launch;
 }
 
-Launch SampleBuild::launchBelow(const std::vector<std::string>& parents) const {
+support::Launch SampleBuild::launchBelow(const std::vector<std::string>& parents) const {
     std::vector<std::string> starter;
     for (const std::string& name : parents) {
         // The kernel names a process after its program's file. This is a copy of the shell; it does not
@@ -58,4 +51,19 @@ Launch SampleBuild::launchBelow(const std::vector<std::string>& parents) const {
     return launch(starter);
 }
 
-} // namespace support
+std::string printed(const support::Launch& launch, int status) {
+    const support::Ending ending = support::run(launch);
+    EXPECT_EQ(ending.status, status) << ending.standardError;
+    EXPECT_EQ(ending.standardOutput, "");
+    std::string messages = ending.standardError;
+    constexpr std::size_t dateSize = sizeof "2014-03-10 12:34:56.789" - 1;
+    for (std::size_t name = 0; (name = messages.find(" run[")) != std::string::npos;) {
+        const std::size_t start = name - dateSize, size = messages.find("] ", name) + 2 - start;
+        EXPECT_THAT(messages.substr(start, size),
+                    testing::MatchesRegex(R"([-0-9]{10} [0-9:]{8}\.[0-9]{3} run\[[0-9]+:[0-9]+\] )"));
+        messages.erase(start, size);
+    }
+    return messages;
+}
+
+} // namespace orvane
