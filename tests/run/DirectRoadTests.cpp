@@ -7,6 +7,7 @@
 #include "support/MachOImage.h"
 #include "support/ScriptedServer.h"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -181,7 +182,8 @@ TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
     const BuildSettings settings(build.environment.begin(), build.environment.end());
     EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, /*isBuildServer=*/false,
                                 /*isFinalAttempt=*/false));
-    EXPECT_EQ(service.requests().size(), 2u);
+    ASSERT_EQ(service.requests().size(), 2u);
+    EXPECT_THAT(service.requests()[1].body, Not(HasSubstr("build server")));
 }
 
 TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {

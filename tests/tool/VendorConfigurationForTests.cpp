@@ -4,12 +4,17 @@
 
 namespace orvane {
 
+static std::string fromEnvironment(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value ? value : "";
+}
+
 std::string defaultAPIEndpoint() {
-    return std::getenv("ORVANE_TEST_API_ENDPOINT");
+    return fromEnvironment("ORVANE_TEST_API_ENDPOINT");
 }
 
 std::string symbolsEndpoint() {
-    return std::getenv("ORVANE_TEST_SYMBOLS_ENDPOINT");
+    return fromEnvironment("ORVANE_TEST_SYMBOLS_ENDPOINT");
 }
 
 std::string signUpURL() {
