@@ -9,7 +9,8 @@
 #include <cstdio>
 #include <utility>
 
-extern "C" char** environ;
+// macOS does not declare it.
+extern "C" char** environ; // NOLINT(readability-redundant-declaration)
 
 namespace support {
 namespace {
