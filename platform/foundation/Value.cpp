@@ -106,8 +106,8 @@ std::int32_t integerText(std::string_view text) {
     return clamped(negative ? -number : number);
 }
 
-/// Null for values that are not numbers. No integer becomes zero or crosses a limit of the integer types by
-/// the conversion to double.
+/// Null for values that are not numbers. The rounding makes no integer zero and moves none past a limit of
+/// the integer types.
 std::optional<double> numberIn(const Value& value) {
     if (const auto* boolean = value.as<bool>())
         return *boolean;

@@ -20,7 +20,7 @@ std::string digest(std::string_view bytes, std::size_t length,
 
 } // namespace
 
-// CC_MD5 is deprecated because it protects nothing; here it names things.
+// CC_MD5 is deprecated because MD5 is not secure. Here it only derives names.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
 std::string md5(std::string_view bytes) {

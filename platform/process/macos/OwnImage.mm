@@ -7,7 +7,7 @@
 namespace platform {
 namespace {
 
-/// What dladdr(3) tells about `address`; all null when it lies in no image.
+/// The result of dladdr(3) for `address`. All members are null if it is in no image.
 Dl_info imageAround(const void* address) {
     Dl_info image = {};
     return address && dladdr(address, &image) != 0 ? image : Dl_info{};

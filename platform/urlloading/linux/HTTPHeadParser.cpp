@@ -12,7 +12,7 @@ namespace {
 // Without a limit, a server could send headers until the memory is full.
 constexpr std::size_t sizeLimit = std::size_t(256) * 1024;
 
-/// `bytes` as UTF-8 text. Those that are not UTF-8 are taken as ISO-8859-1 (RFC 9110 section 5.5).
+/// `bytes` as UTF-8 text. If they are not UTF-8, they are read as ISO 8859-1 (RFC 9110 section 5.5).
 std::string headerText(std::string_view bytes) {
     auto text = decodeUTF8(bytes);
     return text ? *std::move(text) : decodeWideText(bytes, 1, true).text;
