@@ -24,7 +24,7 @@ bool RunLoop::run(Clock::duration limit) {
         limit < Clock::time_point::max() - now ? now + limit : Clock::time_point::max();
     while (!takeStop())
         if (!turn(end))
-            return false;
+            return takeStop();
     return true;
 }
 

@@ -73,7 +73,8 @@ public:
     /// LaunchError.
     void launch(const Setup& setup);
 
-    /// Waits until the child has exited. On macOS the run loop of the calling thread runs meanwhile.
+    /// Waits until the child has exited. On macOS the run loop of the calling thread runs
+    /// meanwhile, so do not wait in a step of the main run loop.
     void waitUntilExit();
 
     /// The child's exit status, or 128 + N if signal N ended it. Call waitUntilExit first.

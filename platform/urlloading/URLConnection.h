@@ -114,9 +114,10 @@ public:
     /// Sends the request and waits for the end of the exchange on the calling thread, without a run loop.
     /// There is no delegate, so a 401 or 407 is the answer.
     ///
-    /// On macOS, NSURLConnection's synchronous call has no delegate either. It follows redirects; the result
-    /// is then an error without an answer. It reads the whole answer before the limit is checked, and reports
-    /// a 401 as its error NSURLErrorUserCancelledAuthentication.
+    /// On macOS, NSURLConnection's synchronous call has no delegate either, so some promises do not hold. It
+    /// follows redirects; the result is then an error without an answer. It may use credentials of the user's
+    /// keychain, and reports a 401 as its error NSURLErrorUserCancelledAuthentication. It reads the whole
+    /// answer before the limit is checked. After an error, it returns no bytes.
     static SynchronousResult sendSynchronousRequest(const URLRequest& request);
 
 private:

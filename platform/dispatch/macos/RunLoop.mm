@@ -2,6 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace platform {
@@ -17,22 +18,18 @@ void performInMainRunLoop(void (^block)()) {
 
 RunLoop& RunLoop::mainRunLoop() {
     // Never destroyed, because other threads may post steps until the process ends.
-    static RunLoop* const loop = [] {
-        // A run loop without any source would not wait.
-        [NSRunLoop.mainRunLoop addPort:[NSMachPort port] forMode:NSRunLoopCommonModes];
-        return new RunLoop;
-    }();
+    static RunLoop* const loop = new RunLoop;
     return *loop;
 }
 
 bool RunLoop::turn(Clock::time_point end) {
+    // The main run loop waits even without a source, because it serves the main dispatch queue.
     const std::chrono::duration<double> left = end - Clock::now();
-    if (left.count() <= 0)
-        return false;
     @autoreleasepool {
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, left.count(), /*returnAfterSourceHandled=*/true);
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, std::max(left.count(), 0.0),
+                           /*returnAfterSourceHandled=*/true);
     }
-    return true;
+    return left.count() > 0;
 }
 
 void RunLoop::stop() {
@@ -50,7 +47,9 @@ void RunLoop::perform(std::function<void()> step) {
     performInMainRunLoop(^{
       // An exception must not pass through the frames of CFRunLoop.
       [&]() noexcept {
-          step();
+          @autoreleasepool {
+              step();
+          }
       }();
     });
 }

@@ -12,7 +12,7 @@ Outcome copyItem(const CopyPaths& paths) {
         NSString* const source = stringFrom(paths.source);
         NSString* const destination = stringFrom(paths.destination);
         for (const std::string& path : {paths.source, paths.destination})
-            if (path.empty() || hasZeroByte(path) || !stringFrom(path))
+            if (path.empty() || hasZeroByte(path) || !source || !destination)
                 return posixError(path.empty() ? ENOENT : EINVAL, "copy", path);
         NSError* error = nil;
         if ([NSFileManager.defaultManager copyItemAtPath:source toPath:destination error:&error])

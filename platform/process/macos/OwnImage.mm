@@ -5,22 +5,14 @@
 #include <mach-o/ldsyms.h>
 
 namespace platform {
-namespace {
-
-/// The result of dladdr(3) for `address`. All members are null if it is in no image.
-Dl_info imageAround(const void* address) {
-    Dl_info image = {};
-    return address && dladdr(address, &image) != 0 ? image : Dl_info{};
-}
-
-} // namespace
 
 const void* ownImageBase() {
-    return imageAround(dlsym(RTLD_MAIN_ONLY, MH_EXECUTE_SYM)).dli_fbase;
+    return &_mh_execute_header;
 }
 
 const char* imagePath(const void* address) {
-    return imageAround(address).dli_fname;
+    Dl_info image;
+    return address && dladdr(address, &image) != 0 ? image.dli_fname : nullptr;
 }
 
 std::string_view hostArchitecture() {

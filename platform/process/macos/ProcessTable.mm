@@ -4,6 +4,8 @@
 #include <sys/sysctl.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace platform {
 
 std::uint32_t ownProcessIdentifier() {
@@ -16,7 +18,8 @@ std::optional<ProcessRecord> processRecord(std::uint32_t identifier) {
     kinfo_proc process = {};
     std::size_t size = sizeof process;
     if (sysctl(name, 4, &process, &size, nullptr, 0) != 0)
-        return std::nullopt;
+        // A sandbox denies the call permanently: the process is hidden.
+        return errno == EPERM ? std::optional(ProcessRecord()) : std::nullopt;
     const auto& command = process.kp_proc.p_comm;
     return ProcessRecord{.identifier = static_cast<std::uint32_t>(process.kp_proc.p_pid),
                          .parentIdentifier = static_cast<std::uint32_t>(process.kp_eproc.e_ppid),

@@ -76,8 +76,8 @@ void Task::launch(const Setup& setup) {
             task.standardOutput = streamFor(setup.standardOutput);
             task.standardInput = streamFor(setup.standardInput);
             task.standardError = streamFor(setup.standardError);
-            _child = std::make_shared<Child>(Child{task});
             [task launch]; // closes this process's copies of the child's ends
+            _child = std::make_shared<Child>(Child{task});
         } @catch (NSException* exception) {
             failure = exception.reason ?: exception.name;
         }

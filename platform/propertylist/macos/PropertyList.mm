@@ -3,6 +3,7 @@
 #include "platform/foundation/UTF8.h"
 #include "platform/foundation/macos/Bridge.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -79,6 +80,20 @@ private:
     std::size_t _bytesLeft;
 };
 
+/// Whether containers are nested deeper than the limit in an XML document. The system's parser is recursive.
+bool isTooDeep(std::string_view xml) {
+    std::size_t depth = 0, deepest = 0, end = 0;
+    for (std::size_t start = xml.find('<'); start != xml.npos; start = xml.find('<', end)) {
+        end = xml.find('>', start);
+        const std::string_view tag = xml.substr(start + 1, end - start - 1);
+        if (tag.starts_with("/array") || tag.starts_with("/dict"))
+            depth -= depth > 0 ? 1 : 0;
+        else if ((tag.starts_with("array") || tag.starts_with("dict")) && !tag.ends_with('/'))
+            deepest = std::max(deepest, ++depth);
+    }
+    return deepest > documentDepthLimit;
+}
+
 NSString* stringForXML(std::string_view text) {
     return stringFrom(textForXML(text));
 }
@@ -135,6 +150,8 @@ Error corruptPropertyList(const char* reason) {
 
 Result<Value> parsePropertyList(std::string_view bytes) {
     @autoreleasepool {
+        if (!bytes.starts_with("bplist") && isTooDeep(bytes))
+            return corruptPropertyList("it is nested too deeply");
         NSData* const data = [NSData dataWithBytes:bytes.data() length:bytes.size()];
         NSPropertyListFormat format = NSPropertyListXMLFormat_v1_0;
         id const root = [NSPropertyListSerialization propertyListWithData:data

@@ -74,6 +74,8 @@ URLProtectionSpace spaceFrom(NSURLProtectionSpace* space) {
 
 - (void)start:(NSURLRequest*)request {
     _connection = [[NSURLConnection alloc] initWithRequest:request delegate:self startImmediately:NO];
+    if (!_connection)
+        return [self endWithError:urlError(URLErrorCode::badURL, "The system does not accept the request.")];
     [_connection scheduleInRunLoop:NSRunLoop.mainRunLoop forMode:NSRunLoopCommonModes];
     [_connection start];
 }
@@ -101,10 +103,9 @@ URLProtectionSpace spaceFrom(NSURLProtectionSpace* space) {
     try {
         step(*_listener);
     } catch (const std::exception& exception) {
-        [self endWithError:urlError(URLErrorCode::unknown,
-                                    format("The exchange with %@ was ended: %@.",
-                                           shownHost(_request ? _request->url : std::nullopt),
-                                           exception.what()))];
+        [self
+            endWithError:urlError(URLErrorCode::unknown, format("The exchange with %@ was ended: %@.",
+                                                                shownHost(_request->url), exception.what()))];
     }
 }
 
@@ -118,7 +119,8 @@ URLProtectionSpace spaceFrom(NSURLProtectionSpace* space) {
 - (BOOL)connection:(NSURLConnection*)connection
     canAuthenticateAgainstProtectionSpace:(NSURLProtectionSpace*)space {
     [self notify:[&](HTTPExchangeListener& listener) {
-        static_cast<void>(listener.mayContinue(spaceFrom(space)));
+        if (!listener.mayContinue(spaceFrom(space)))
+            [self cancel];
     }];
     return NO;
 }
@@ -181,16 +183,12 @@ private:
     OrvaneConnectionDelegate* const _delegate;
 };
 
-/// Whether the answer is that of another URL than the request's.
-bool wasRedirected(NSURLRequest* request, NSURLResponse* response) {
-    NSURL* const asked = request.URL;
-    NSURL* const answered = response.URL;
-    const auto path = [](NSURL* url) {
-        return url.path.length > 0 ? url.path : @"/";
-    };
-    return response && ([asked.host caseInsensitiveCompare:answered.host] != NSOrderedSame ||
-                        ![path(asked) isEqual:path(answered)] ||
-                        !(asked.query == answered.query || [asked.query isEqual:answered.query]));
+/// The components of a URL, as the system may spell them differently.
+NSArray* componentsOf(NSURL* url) {
+    return @[
+        url.scheme.lowercaseString ?: @"", url.host.lowercaseString ?: @"", url.port ?: @0,
+        url.path.length > 0 ? url.path : @"/", url.query ?: @""
+    ];
 }
 
 } // namespace
@@ -220,7 +218,7 @@ URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URL
         SynchronousResult result;
         if (error)
             result.error = errorFrom(error);
-        if (wasRedirected(*prepared, response)) {
+        if (response && ![componentsOf((*prepared).URL) isEqual:componentsOf(response.URL)]) {
             result.error =
                 urlError(URLErrorCode::badServerResponse,
                          format("%@ redirects to another address, which is not supported. Check the "

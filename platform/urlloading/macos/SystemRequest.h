@@ -9,13 +9,13 @@
 /// Requests and responses of the project as those of Foundation, and the other way round.
 namespace platform {
 
-/// Fails if the request cannot be sent. The body shares the memory of the request's pieces.
+/// Fails if the request cannot be sent. Copies the body.
 Result<NSURLRequest*> systemRequest(const URLRequest& request);
 
 HTTPResponseHead headFrom(NSHTTPURLResponse* response);
 
 /// The size of the body that the head announces, or -1 if it says nothing about the bytes that arrive:
-/// without Content-Length, for a HEAD request and for a content coding.
+/// without Content-Length, for a HEAD request, a redirect and a content coding.
 long long announcedSize(NSHTTPURLResponse* response, NSURLRequest* request);
 
 /// The error of an answer with fewer bytes than announced.

@@ -5,31 +5,29 @@
 #include "platform/foundation/macos/Bridge.h"
 #include "platform/urlloading/URLError.h"
 
-#include <dispatch/dispatch.h>
+#include <memory>
 
 namespace platform {
 namespace {
 
 /// Without the name and password, which must not be sent. Null if the system does not accept the URL.
 NSURL* systemURL(const URL& url) {
-    NSURLComponents* const components =
-        [NSURLComponents componentsWithString:stringFrom(url.absoluteString())];
-    components.user = nil;
-    components.password = nil;
-    return components.URL;
+    std::string text = url.absoluteString();
+    const std::size_t start = text.find("//") + 2;
+    const std::size_t at = text.substr(0, text.find_first_of("/?#", start)).rfind('@');
+    if (at != std::string::npos && at >= start)
+        text.erase(start, at + 1 - start);
+    return [NSURL URLWithString:stringFrom(text)];
 }
 
-/// Not NSMutableData: NSURLRequest would copy it.
+/// One copy of all bytes: the system needs them in one piece.
 NSData* systemBody(const HTTPBody& body) {
-    dispatch_data_t joined = dispatch_data_empty;
-    for (const Data& piece : body.pieces()) {
-        const Data kept = piece;
-        const dispatch_data_t next = dispatch_data_create(kept.bytes().data(), kept.size(), nullptr, ^{
-          static_cast<void>(kept);
-        });
-        joined = dispatch_data_create_concat(joined, next);
-    }
-    return (NSData*)joined; // the two classes are the same in 64-bit programs
+    const auto bytes = std::make_shared<std::string>(body.bytes());
+    return [[NSData alloc] initWithBytesNoCopy:bytes->data()
+                                        length:bytes->size()
+                                   deallocator:^(void*, NSUInteger) {
+                                     static_cast<void>(bytes);
+                                   }];
 }
 
 } // namespace
@@ -48,9 +46,16 @@ Result<NSURLRequest*> systemRequest(const URLRequest& request) {
                             timeoutInterval:timeout.count()];
     result.HTTPMethod = stringFrom(request.method);
     result.HTTPShouldHandleCookies = NO;
-    for (const auto& [name, value] : request.headers)
-        if (!equalIgnoringCase(name, "Content-Length") && !equalIgnoringCase(name, "Transfer-Encoding"))
-            [result setValue:stringFrom(value) forHTTPHeaderField:stringFrom(name)];
+    for (const auto& [name, value] : request.headers) {
+        if (equalIgnoringCase(name, "Content-Length") || equalIgnoringCase(name, "Transfer-Encoding"))
+            continue;
+        NSString* const text = stringFrom(value);
+        if (!text) // setValue would delete the header
+            return urlError(URLErrorCode::unknown,
+                            format("The request to %@ was not sent: the value of the header %@ is not UTF-8.",
+                                   shownHost(request.url), name));
+        [result setValue:text forHTTPHeaderField:stringFrom(name)];
+    }
     if (request.body)
         result.HTTPBody = systemBody(*request.body);
     return static_cast<NSURLRequest*>(result);
@@ -66,9 +71,10 @@ HTTPResponseHead headFrom(NSHTTPURLResponse* response) {
 }
 
 long long announcedSize(NSHTTPURLResponse* response, NSURLRequest* request) {
-    const HTTPHeaders fields = headFrom(response).allHeaderFields;
-    const bool hasCoding = fields.contains("Content-Encoding");
-    return hasCoding || [request.HTTPMethod isEqual:@"HEAD"] ? -1 : response.expectedContentLength;
+    // The system may drop the body of a redirect that is not followed.
+    const bool isUnknown = response.statusCode / 100 == 3 || [request.HTTPMethod isEqual:@"HEAD"] ||
+                           [response valueForHTTPHeaderField:@"Content-Encoding"];
+    return isUnknown ? -1 : response.expectedContentLength;
 }
 
 Error truncatedAnswer(const std::optional<URL>& url) {
