@@ -168,7 +168,7 @@ TEST(LaunchServices, FollowTheStandardsOrderOfPrecedence) {
         // Associations are used after all defaults.
         {{{"xdg/", added, "a"}, {system, defaults, "b"}}, "b"},
         {{{system, added, "a"}, {system, cache, "b"}}, "a"},
-        // A removal affects the cache of its folder and the folders after it.
+        // A removal applies to the cache in its own folder and to all files in later folders.
         {{{"xdg/", added, "a"}, {"xdg/", removed, "a;b"}, {system, defaults, "b"}}, "a"},
         {{{"xdg/", added, "a"}, {"xdg2/", removed, "a"}}, "a"},
         {{{system, removed, "a"}, {system, cache, "a;b"}}, "b"},

@@ -116,7 +116,8 @@ private:
 struct DispatchQueue::State : std::enable_shared_from_this<State> {
     State(std::string name, bool serial) : label(std::move(name)), isSerial(serial) {}
 
-    /// The queues whose steps the current thread is running, innermost first.
+    /// An element of the list of queues whose steps the current thread is running. The list starts at
+    /// `innermost`.
     struct Frame {
         explicit Frame(const State* state) : queue(state), outer(innermost) { innermost = this; }
         ~Frame() { innermost = outer; }
