@@ -4,8 +4,8 @@
 #include <cstdint>
 
 /// The parts of Apple's Mach-O format that the reader needs, with their published names (<mach-o/loader.h>,
-/// <mach-o/fat.h>, <mach/machine.h>). The structures are packed, because a file does not guarantee any
-/// alignment.
+/// <mach-o/fat.h>, <mach/machine.h>). The structures are packed, because they may be unaligned in
+/// a file.
 namespace macho {
 
 inline constexpr std::uint32_t FAT_MAGIC = 0xcafebabe;

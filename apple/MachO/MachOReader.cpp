@@ -17,7 +17,7 @@
 namespace macho {
 namespace {
 
-// Thin images are read in the host's byte order and universal headers byte-swapped.
+// Thin images are read in the host's byte order. Universal headers are byte-swapped.
 static_assert(std::endian::native == std::endian::little);
 
 constexpr std::uint64_t smallestFile = 16;
@@ -217,7 +217,8 @@ void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSear
     const auto header = load<mach_header>(start);
     slice->cputype = header.cputype;
     slice->cpusubtype = header.cpusubtype;
-    // A command of size 0 does not advance, so this also limits the repetitions of the last command.
+    // A command of size 0 does not advance `position` and is read again. This also limits how often that
+    // happens.
     const std::uint64_t count = std::min<std::uint64_t>(header.ncmds, available / sizeof(load_command));
     for (std::uint64_t i = 0; i < count && available - position >= sizeof(load_command); ++i) {
         const void* const address = advance(start, position);

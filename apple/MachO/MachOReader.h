@@ -7,23 +7,23 @@
 #include <optional>
 #include <string>
 
-/// Defines the record macho::TWLMachOSlice: an image as it is in the file. The class ::TWLMachOSlice
-/// (TWLMachOSlice.h) is the decoded object that is made from it.
-///
 /// A read-only reader for Mach-O files, thin or universal: records and functions that map a file, enumerate
-/// its slices and their load commands, and decode some commands. A thin file has one slice. So has a file
-/// that is not a Mach-O file (CPU type 0, no commands).
+/// its slices and their load commands, and decode some commands. A thin file has one slice. A file that is
+/// not a Mach-O file also has one slice, with the CPU type 0 and no commands.
+///
+/// The record macho::TWLMachOSlice, defined here, is an image as it is in the file. The class
+/// ::TWLMachOSlice (TWLMachOSlice.h) is the decoded object that is made from the record.
 ///
 /// Nothing is copied: slices, commands, UUIDs, paths and sections point into the mapping and are valid until
 /// TWLMachOFileDestroy. Files are not trusted: the functions that enumerate and search do not read outside
 /// the mapping, and their time is at most proportional to the file's size. If another process truncates the
-/// file while it is mapped, reading a lost page raises SIGBUS, as for every mapping.
+/// file while it is mapped, reading beyond the new end raises SIGBUS, as for every mapping.
 ///
-/// Nothing is printed or locked. Any thread may use records of its own. Callbacks run before the function
-/// returns.
+/// Nothing is printed or locked. Threads may call these functions at the same time if each thread uses its
+/// own records. Callbacks run before the function returns.
 namespace macho {
 
-/// A mapped file, or none. Its owner must release it by TWLMachOFileDestroy.
+/// A mapped file, or none. Its owner must release it with TWLMachOFileDestroy.
 struct TWLMachOFile {
     std::int32_t fd = -1;
     std::uint64_t mappedSize = 0;
@@ -35,7 +35,7 @@ inline constexpr std::uint64_t unknownSize = UINT64_MAX;
 
 /// One architecture's image. Owns nothing and may be copied.
 struct TWLMachOSlice {
-    /// The mach_header or mach_header_64. Null if a universal file places the image outside the file.
+    /// The mach_header or mach_header_64. Null if its offset in a universal header is outside the file.
     const void* startAddress = nullptr;
     std::int32_t cputype = 0;
     /// Includes the capability bits.
@@ -53,10 +53,10 @@ struct TWLMachOVersion {
     friend bool operator==(const TWLMachOVersion&, const TWLMachOVersion&) = default;
 };
 
-/// The record is overwritten for the next slice.
+/// Receives a slice. The record is overwritten for the next slice; copy it to keep it.
 using SliceCallback = std::function<void(TWLMachOSlice* slice)>;
-/// The command may be at any address. Its structure may exceed `cmdsize` or the mapping: see
-/// TWLMachOSliceBytesFrom.
+/// Receives a load command, which may be unaligned. The structure for its type may be larger than `cmdsize`
+/// and extend beyond the mapping: check with TWLMachOSliceBytesFrom before reading it.
 using LoadCommandCallback =
     std::function<void(std::uint32_t cmd, std::uint32_t cmdsize, const load_command* command)>;
 /// Like the callback above. Returning false stops the enumeration.
@@ -75,8 +75,8 @@ void TWLMachOFileDestroy(TWLMachOFile* file);
 
 /// Calls back for each slice in the order of the file. An entry of a universal header that is outside the
 /// file ends the enumeration. A slice whose image is outside the file has a null start. At most 65,536
-/// entries are read; about forty architectures are known. A file in the 64-bit universal format is not
-/// supported and counts as one slice of type 0.
+/// entries are read; valid files have far fewer. The 64-bit universal format is not supported: such a file
+/// has one slice with the CPU type 0.
 void TWLMachOFileEnumerateSlices(const TWLMachOFile* file, const SliceCallback& callback);
 
 /// The same for a thin image or universal file in memory.
@@ -87,7 +87,7 @@ void TWLMachOEnumerateSlicesAtAddress(const void* start, const SliceCallback& ca
 TWLMachOSlice TWLMachOFileSliceWithArchitectureName(const TWLMachOFile* file, const char* name);
 
 /// The running executable's image, with the host's CPU type and subtype. On systems whose executables are
-/// not Mach-O files, it has an address and a path, but no commands.
+/// not Mach-O files, the slice has an address and a path, but no commands.
 TWLMachOSlice TWLMachOSliceGetCurrent();
 
 /// The path of the file from which a slice in memory was loaded. Null if it was not loaded, as for a slice

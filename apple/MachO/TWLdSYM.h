@@ -14,8 +14,9 @@
 class TWLdSYM {
 public:
     /// Null if there is no folder at `url` or if its "Contents/Resources/DWARF" is empty. Prints nothing.
-    /// Only the first entry of that folder by name is used; hidden entries come last, because a ".DS_Store"
-    /// contains no symbols. If TWLMachOBinary cannot open it, the object has no executable.
+    /// Uses only the first entry of the DWARF folder, in the order of names. Hidden entries such as
+    /// ".DS_Store" come last, because they contain no symbols. If TWLMachOBinary cannot open the entry, the
+    /// object has no executable.
     static std::shared_ptr<TWLdSYM> initWithURL(const platform::URL& url);
 
     /// initWithURL.

@@ -8,8 +8,8 @@
 namespace orvane {
 
 /// Opens the app's executable and checks the minimum OS version of each slice. Logs and ends the process
-/// with status 1 if a version is older than the service supports. Returns the executable; null, without a
-/// check, if it cannot be opened.
+/// with status 1 if a version is older than the service supports. Returns the executable. If it cannot be
+/// opened, returns null and checks nothing.
 std::shared_ptr<TWLMachOBinary> checkDeploymentTarget(const BuildSettings& buildSettings);
 
 /// Whether a version is below iOS 5. If the slice contains no version (major 0), the build setting

@@ -12,9 +12,9 @@ namespace orvane {
 /// The start of each hand-off URL. The companion app is the application registered for its scheme.
 inline constexpr std::string_view handOffURLPrefix = "tarnwhistle://xcode?";
 
-/// Checks that the working directory is the project folder (SRCROOT). It is in a run-script build phase, but
-/// not in a post-action of a scheme. The paths are compared as they are and with symbolic links resolved.
-/// Otherwise logs and ends the process with status 1.
+/// Checks that the working directory is the project folder (SRCROOT), as it is when Xcode runs a build phase
+/// but not when it runs a scheme's post-action. Otherwise logs and ends the process with status 1. The paths
+/// are compared unchanged and with symbolic links resolved.
 void computePathToFramework(const BuildSettings& buildSettings);
 
 /// Whether an application is registered for the hand-off URL.

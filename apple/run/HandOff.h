@@ -15,8 +15,8 @@ struct HandOff {
     std::optional<std::string> buildPlistPath;
 };
 
-/// Opens the companion app without waiting for it. If no app opens, opens the sign-up page, logs and ends the
-/// process with status 1.
+/// Opens the companion app without waiting for it. If no app can be opened, opens the sign-up page, logs and
+/// ends the process with status 1.
 void sendDataToMacApp(const HandOff& handOff, const BuildSettings& buildSettings);
 
 /// Escapes a value for a URL's query (platform::percentEscape).

@@ -26,8 +26,7 @@ public:
     void async(std::function<void()> step) const;
 
     /// Runs `step` on the calling thread after all earlier steps of a serial queue. Returns after `step`.
-    /// Called from a step of the same serial queue it would deadlock, so it aborts the process with a
-    /// message.
+    /// A call from a step of the same serial queue would deadlock, so it aborts the process with a message.
     void sync(const std::function<void()>& step) const;
 
     /// Whether the caller runs in a step of this queue.

@@ -11,8 +11,8 @@
 namespace platform {
 namespace {
 
-/// A file, identified by its open folder and its name. This way the path of the temporary file may exceed
-/// the system's limit.
+/// A file, identified by its open folder and its name, because the path of the temporary file may exceed the
+/// system's limit.
 struct Place {
     FileDescriptor folder;
     std::string name;
@@ -39,7 +39,8 @@ Result<Place> placeOf(const std::string& path) {
     return posixError(ELOOP, "write", path);
 }
 
-/// Writes `file`, which is open as `temporary` in the same folder, and renames it to `place`.
+/// Writes `bytes` to `file`, which has the name `temporary` in the folder of `place`, and renames it to
+/// `place.name`. `path` is for the error's description.
 Outcome replace(const Place& place, FileDescriptor file, const std::string& temporary, std::string_view bytes,
                 const std::string& path) {
     if (const int error = writeAll(file, bytes, 0); error != 0)

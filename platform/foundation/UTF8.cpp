@@ -35,7 +35,7 @@ Sequence firstSequence(std::string_view bytes) {
     return {length, character, character >= smallest[length] && character <= 0x10FFFF && !surrogate};
 }
 
-/// Replaces by U+FFFD all invalid parts of `bytes` and the characters that `mayStay` refuses.
+/// Replaces with U+FFFD all invalid parts of `bytes` and the characters for which `stays` returns false.
 std::string replacing(std::string_view bytes, bool (*stays)(char32_t)) {
     std::string result;
     result.reserve(bytes.size());

@@ -14,7 +14,7 @@ std::optional<std::string> decodeUTF8(std::string_view bytes);
 /// Text in UTF-8, with U+FFFD in place of each invalid code unit.
 struct DecodedText {
     std::string text;
-    /// Also false if the last unit is truncated.
+    /// False if a code unit was invalid or the last one was truncated.
     bool isValid = true;
 };
 
@@ -24,11 +24,11 @@ DecodedText decodeWideText(std::string_view bytes, std::size_t unitSize, bool is
 /// The number of characters (code points) in `text`, which must be UTF-8.
 std::size_t characterCount(std::string_view text);
 
-/// Replaces all parts of `bytes` that are not UTF-8 by U+FFFD.
+/// Replaces all parts of `bytes` that are not UTF-8 with U+FFFD.
 std::string validUTF8(std::string_view bytes);
 
-/// `bytes` as UTF-8 text for XML 1.0. Replaces by U+FFFD what is not UTF-8 and all characters outside the
-/// production Char (https://www.w3.org/TR/xml/#charsets).
+/// `bytes` as UTF-8 text for XML 1.0. Replaces with U+FFFD all parts that are not UTF-8 and all characters
+/// that XML does not allow (the production Char, https://www.w3.org/TR/xml/#charsets).
 std::string textForXML(std::string_view bytes);
 
 } // namespace platform

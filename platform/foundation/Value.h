@@ -68,7 +68,7 @@ public:
     }
 
     /// Readable text, the same for equal values. A null value is "(null)"; text is quoted inside arrays
-    /// "(...)" and dictionaries "{...}". Long bytes are shortened.
+    /// "(...)" and dictionaries "{...}". Long data is shortened.
     std::string description() const;
 
     friend bool operator==(const Value&, const Value&) = default;

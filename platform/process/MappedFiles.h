@@ -2,9 +2,9 @@
 
 namespace platform {
 
-/// Installs a handler for reads of a mapped file beyond its end, which happen when another program truncates
-/// the file. It ends the process with a message and status 1 instead of a crash. On macOS, a write to
-/// protected memory has the same effect, because the signal is the same.
+/// Installs a signal handler that ends the process with a message and status 1 if a mapped file is read
+/// beyond its end. That happens when another program truncates the file. On macOS, a write to protected
+/// memory has the same effect, because it raises the same signal.
 void exitIfAMappedFileIsTruncated();
 
 } // namespace platform

@@ -17,7 +17,7 @@ struct ProcessRecord {
 std::uint32_t ownProcessIdentifier();
 
 /// The record of one process. All zero if the process does not exist, is the idle process 0 or is hidden
-/// from this user. Null if the system call failed. Works even if the process has no free descriptor: one is
+/// from this user. Null if the system call failed. Works even if the caller has no free descriptor: one is
 /// reserved when the program starts.
 std::optional<ProcessRecord> processRecord(std::uint32_t identifier);
 

@@ -68,8 +68,9 @@ struct URLProtectionSpace {
 class URLConnection;
 
 /// Receives the events of one connection. All operations run on the main thread, inside the main run loop, in
-/// this order: protection spaces, at most one response, any number of data, and at the end either
-/// didFailWithError or didFinishLoading. Nothing is called after `cancel`.
+/// this order: canAuthenticateAgainstProtectionSpace for each protection space, didReceiveResponse at most
+/// once, didReceiveData any number of times, and finally either didFailWithError or didFinishLoading. Nothing
+/// is called after `cancel`.
 class URLConnectionDelegate {
 public:
     virtual ~URLConnectionDelegate() = default;

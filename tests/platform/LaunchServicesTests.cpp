@@ -195,7 +195,7 @@ TEST(LaunchServices, UseAssociationsAfterAllDefaults) {
     expectApplications({
         {{{"xdg/", added + a}, {system, defaults + b}}, "b"},
         {{{system, added + a}, {cache, cached + b}}, "a"},
-        // A removal affects the cache of its folder and the folders after it.
+        // A removal applies to the cache in its own folder and to all files in later folders.
         {{{"xdg/", added + a + "\n" + removed + both}, {system, defaults + b}}, "a"},
         {{{"xdg/", added + a}, {"xdg2/", removed + a}}, "a"},
         {{{system, removed + a}, {cache, cached + both}}, "b"},

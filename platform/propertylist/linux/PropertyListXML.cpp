@@ -268,7 +268,7 @@ private:
 } // namespace
 
 Result<Value> parseXMLPropertyList(std::string_view bytes) {
-    // Apple's parser allows blanks before the XML declaration.
+    // Apple's parser allows white space before the XML declaration.
     return Reader().read(bytes.substr(std::min(bytes.find_first_not_of(blanks), bytes.size())));
 }
 

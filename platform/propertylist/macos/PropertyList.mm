@@ -10,8 +10,9 @@
 namespace platform {
 namespace {
 
-/// Makes a Value of what the system read. A document can name one object in many places, and each of them
-/// becomes a copy. Memory for more than one object a byte and 64 MiB of copies is refused.
+/// Converts the object that the system parsed to a Value. A document can refer to one object in many places,
+/// and each reference becomes a copy. The memory is therefore limited to one Value for each byte of the
+/// document plus 64 MiB.
 class Reader {
 public:
     explicit Reader(std::size_t documentSize)
@@ -108,7 +109,7 @@ NSArray* arrayFor(const Value::Array& array) {
     return objects;
 }
 
-/// Keys that differ only in what XML cannot carry become equal: the first of them counts.
+/// Keys that differ only in characters that XML does not allow become equal. The first one is used.
 NSDictionary* dictionaryFor(const Value::Dictionary& dictionary) {
     NSMutableDictionary* const objects = [NSMutableDictionary dictionary];
     for (const auto& [key, member] : dictionary)
@@ -158,7 +159,7 @@ Result<Value> parsePropertyList(std::string_view bytes) {
                                                                   options:NSPropertyListImmutable
                                                                    format:&format
                                                                     error:nullptr];
-        // Almost any text is a document in the format of OpenStep.
+        // The OpenStep format is refused, because almost any text is valid in it.
         if (!root || format == NSPropertyListOpenStepFormat)
             return corruptPropertyList("it is neither an XML nor a binary document");
         try {

@@ -23,9 +23,10 @@ bool GzipReader::read(std::string_view bytes, const Sink& sink) {
     z_stream_s& stream = *_stream;
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
     stream.avail_in = static_cast<uInt>(bytes.size());
-    // A stream ends with its checksum, so input remains while there is output to write.
+    // When the input is used up, zlib may still have output. The next call gets it: there is a next call,
+    // because the checksum follows the output.
     while (stream.avail_in > 0) {
-        // A gzip file may consist of several streams.
+        // A gzip file may consist of several members.
         if (_isComplete && inflateReset(&stream) != Z_OK)
             return false;
         stream.next_out = reinterpret_cast<Bytef*>(_unpacked.data());
