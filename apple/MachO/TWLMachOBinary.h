@@ -30,7 +30,7 @@ public:
     /// The same for a path. A relative path starts at the working directory.
     static std::shared_ptr<TWLMachOBinary> MachOBinaryWithPath(std::string_view path);
 
-    /// TWLHashNSString.
+    /// Same as TWLHashNSString.
     static std::string hashNSString(std::string_view text);
 
     const platform::URL& URL() const { return _url; }

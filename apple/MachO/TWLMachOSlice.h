@@ -17,7 +17,7 @@
 struct TWLDecodingBudget {
     /// Bytes of load commands that are free; at the start, the size of the file.
     std::uint64_t commandBytes;
-    /// Bytes that may be read beyond these.
+    /// Other bytes that may be read.
     std::uint64_t extraBytes = std::uint64_t{16} << 20;
 };
 

@@ -19,7 +19,7 @@ public:
     /// object has no executable.
     static std::shared_ptr<TWLdSYM> initWithURL(const platform::URL& url);
 
-    /// initWithURL.
+    /// Same as initWithURL.
     static std::shared_ptr<TWLdSYM> dSYMWithURL(const platform::URL& url);
 
     /// The identifier of the app that the symbols belong to: the bundle's identifier without Xcode's prefix

@@ -21,7 +21,7 @@ void verifyInfoPlistValuesAtPath(const std::string& path);
 /// INFOPLIST_PATH is appended as a path component: if BUILT_PRODUCTS_DIR is empty, it is used alone.
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings);
 
-/// The app's Info.plist. Fails as a check if it cannot be read.
+/// The app's Info.plist. Logs and ends the process with status 1 if it cannot be read.
 platform::Value::Dictionary infoPlistDictionary(const BuildSettings& buildSettings);
 
 } // namespace orvane

@@ -8,7 +8,7 @@
 
 namespace platform {
 
-/// The main thread's loop. It runs posted steps and lets its source work, all on the main thread.
+/// The main thread's loop. It runs posted steps and handles the events of its source.
 class RunLoop {
 public:
     using Clock = std::chrono::steady_clock;

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-/// Which application opens a URL, and opening it.
+/// Finds the application that is registered for a URL, and opens URLs.
 namespace platform {
 
 /// The folder of the application that is registered for the scheme of `url`, as a file URL that ends with

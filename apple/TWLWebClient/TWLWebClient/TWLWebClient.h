@@ -71,7 +71,7 @@ public:
     /// The running transactions. Waits for the client's queue.
     std::set<std::shared_ptr<TWLWebClientTransaction>> connections() const;
 
-    /// platform::percentEscape.
+    /// Same as platform::percentEscape.
     static std::string escapeURLString(std::string_view string);
     /// The JSON object or array in `bytes`; null if there is none.
     static platform::Value decodeJSON(std::string_view bytes);

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-/// Foundation's texts and errors as the project's, and the other way round.
+/// Converts between Foundation's strings and errors and the project's.
 namespace platform {
 
 /// Null when `text` is not UTF-8.

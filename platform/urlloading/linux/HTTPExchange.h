@@ -88,7 +88,7 @@ private:
     std::int64_t _bodyBytes = 0; // before decoding
     std::uint64_t _decodedBodyBytes = 0;
     bool _headIsDone = false;
-    /// Set when the answer has a content coding; `_isGzip` tells whether it is the one that was asked for.
+    /// Set when the answer has a content coding. `_isGzip` is false for a coding other than gzip.
     std::optional<GzipReader> _gzip;
     bool _isGzip = false;
 

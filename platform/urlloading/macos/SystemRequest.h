@@ -6,7 +6,7 @@
 
 #import <Foundation/Foundation.h>
 
-/// Requests and responses of the project as those of Foundation, and the other way round.
+/// Converts the project's requests to Foundation's, and Foundation's responses to the project's.
 namespace platform {
 
 /// Fails if the request cannot be sent. Copies the body.
@@ -14,7 +14,7 @@ Result<NSURLRequest*> systemRequest(const URLRequest& request);
 
 HTTPResponseHead headFrom(NSHTTPURLResponse* response);
 
-/// The size of the body that the head announces, or -1 if it says nothing about the bytes that arrive:
+/// The size of the body that the head announces, or -1 if the bytes that arrive can have another size:
 /// without Content-Length, for a HEAD request, a redirect and a content coding.
 long long announcedSize(NSHTTPURLResponse* response, NSURLRequest* request);
 
