@@ -8,6 +8,8 @@
 /// a file.
 namespace macho {
 
+/// The first word of a file. The CIGAM values are byte-swapped: a little-endian host reads FAT_CIGAM, because
+/// universal headers are big-endian.
 inline constexpr std::uint32_t FAT_MAGIC = 0xcafebabe;
 inline constexpr std::uint32_t FAT_CIGAM = 0xbebafeca;
 inline constexpr std::uint32_t MH_MAGIC = 0xfeedface;
@@ -47,6 +49,7 @@ struct fat_header {
     std::uint32_t nfat_arch;
 };
 
+/// Where an image is: `offset` and `size` in bytes. The image is aligned to 2^`align` bytes.
 struct fat_arch {
     std::int32_t cputype;
     std::int32_t cpusubtype;
@@ -55,6 +58,7 @@ struct fat_arch {
     std::uint32_t align;
 };
 
+/// The start of an image. `ncmds` load commands follow, with `sizeofcmds` bytes in all.
 struct mach_header {
     std::uint32_t magic;
     std::int32_t cputype;
@@ -76,6 +80,7 @@ struct mach_header_64 {
     std::uint32_t reserved;
 };
 
+/// The start of each load command. `cmdsize` includes these 8 bytes.
 struct load_command {
     std::uint32_t cmd;
     std::uint32_t cmdsize;
@@ -92,6 +97,7 @@ union lc_str {
     std::uint32_t offset;
 };
 
+/// A version is X.Y.Z in 16, 8 and 8 bits, here and in version_min_command.
 struct dylib {
     lc_str name;
     std::uint32_t timestamp;
@@ -112,6 +118,7 @@ struct version_min_command {
     std::uint32_t sdk;
 };
 
+/// The range of the file that is encrypted, unless `cryptid` is 0.
 struct encryption_info_command {
     std::uint32_t cmd;
     std::uint32_t cmdsize;
@@ -149,6 +156,7 @@ struct segment_command_64 {
     std::uint32_t flags;
 };
 
+/// `addr` and `size` are in memory. `offset` is in the file, from the start of the image.
 struct section {
     char sectname[16];
     char segname[16];

@@ -20,6 +20,7 @@ public:
     /// The concurrent queue of default priority.
     static const DispatchQueue& global();
 
+    /// As given to `serial`.
     const std::string& label() const;
 
     /// Returns at once; `step` runs later on another thread.

@@ -23,6 +23,7 @@ public:
         virtual void wake() = 0;
     };
 
+    /// The only run loop. Any thread.
     static RunLoop& mainRunLoop();
 
     RunLoop(const RunLoop&) = delete;

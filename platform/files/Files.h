@@ -11,7 +11,9 @@
 /// otherwise. Errors name the operation, the path and the system's reason.
 namespace platform {
 
+/// Whether a file of any type is at `path`. False for a link whose target is missing.
 bool fileExists(const std::string& path);
+/// Whether `path` is a folder or a link to one.
 bool isDirectory(const std::string& path);
 
 /// Creates the folder and all missing folders above it. Succeeds if it exists.

@@ -19,6 +19,7 @@ constexpr char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+/// Ignores the case of ASCII letters only: bytes of other characters must be equal.
 inline bool equalIgnoringCase(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char x, char y) { return lowerCase(x) == lowerCase(y); });

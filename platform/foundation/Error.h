@@ -40,6 +40,7 @@ public:
     Result(T value) : _content(std::move(value)) {}
     Result(Error error) : _content(std::move(error)) {}
 
+    /// Whether the operation succeeded.
     explicit operator bool() const { return _content.index() == 0; }
 
     /// Requires that the result is true.

@@ -22,6 +22,7 @@ Sequence firstSequence(std::string_view bytes) {
     if (lead < 0x80)
         return {1, lead, true};
     const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    // 0x80 to 0xBF only continue a character; 0xC0, 0xC1 and 0xF5 to 0xFF never occur.
     if (lead < 0xC2 || lead > 0xF4)
         return {1, 0, false};
     char32_t character = lead & (0x7Fu >> length);
@@ -30,6 +31,7 @@ Sequence firstSequence(std::string_view bytes) {
             return {i, 0, false};
         character = character << 6 | (static_cast<unsigned char>(bytes[i]) & 0x3F);
     }
+    // A smaller character has a shorter sequence, and only that one is valid.
     constexpr std::array<char32_t, 5> smallest = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
     return {length, character, character >= smallest[length] && character <= 0x10FFFF && !surrogate};
@@ -60,6 +62,7 @@ void appendUTF8(std::string& text, char32_t character) {
         return;
     }
     const unsigned length = character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
+    // The first byte starts with as many ones as the sequence has bytes.
     text += static_cast<char>((0xF00u >> length & 0xF0) | character >> 6 * (length - 1));
     for (unsigned i = length - 1; i > 0; --i)
         text += static_cast<char>(0x80 | (character >> 6 * (i - 1) & 0x3F));

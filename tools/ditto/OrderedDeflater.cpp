@@ -33,6 +33,7 @@ OrderedDeflater::~OrderedDeflater() {
 }
 
 bool OrderedDeflater::full() const {
+    // Two pieces for each thread: it can start the next one while the first one waits to be written.
     return _jobs.size() >= _jobLimit || _bytesInFlight >= (2 * _threads.size() + 3) * pieceSize;
 }
 
@@ -53,6 +54,7 @@ void OrderedDeflater::add(Piece piece) {
 OrderedDeflater::Taken OrderedDeflater::takeFirst() {
     Job& job = _jobs.front();
     std::unique_lock lock(_mutex);
+    // Compress other pieces instead of waiting, unless all of them are in progress.
     while (!job.isDone) {
         if (_waiting.empty())
             _jobDone.wait(lock);
@@ -100,7 +102,7 @@ void OrderedDeflater::deflateNext(std::unique_lock<std::mutex>& lock,
             deflater.emplace();
         job.deflated = deflater->deflate(job.piece);
     } catch (...) {
-        job.failure = std::current_exception();
+        job.failure = std::current_exception(); // thrown to the caller when the piece's turn comes
     }
     lock.lock();
     job.isDone = true;

@@ -29,6 +29,7 @@ Value::Dictionary recordOf(std::initializer_list<std::pair<const char*, Value>> 
 std::string filePartHead(const Value::Dictionary& record) {
     std::string head = format("--%@\r\nContent-Disposition: form-data; name=\"%@\"; filename=\"%@\"\r\n",
                               boundary, objectForKey(record, "field"), objectForKey(record, "filename"));
+    // A record that ends before its type has unknown bytes (RFC 7578 section 4.4).
     const Value type = objectForKey(record, "mime-type");
     if (type.isNull())
         return head + "Content-Type: application/octet-stream\r\n\r\n";
@@ -99,7 +100,7 @@ std::optional<platform::URL> TWLWebRequest::fullURL() const {
     std::string text = _url->absoluteString() + "?";
     for (const auto& [key, value] : *_parameters)
         text += format("%@=%@&", platform::percentEscape(key), platform::percentEscape(value));
-    text.pop_back();
+    text.pop_back(); // the last "&"
     return platform::URL::parse(text);
 }
 
@@ -121,6 +122,7 @@ std::optional<platform::HTTPBody> TWLWebRequest::formData() {
     if (!_formFields || _formFields->empty())
         return std::nullopt;
     platform::HTTPBody body;
+    // Text is collected between the pieces of bytes, so that files are not copied.
     std::string text = "MIME-Version: 1.0\r\n";
     for (const FormRecord& record : *_formFields) {
         const Value value = objectForKey(record, "value");

@@ -31,6 +31,7 @@ public:
     const std::optional<platform::Error>& error() const { return _error; }
     void setError(std::optional<platform::Error> error) { _error = std::move(error); }
 
+    /// Null if there was no answer.
     const std::optional<platform::HTTPHeaders>& responseHeaders() const { return _responseHeaders; }
     void setResponseHeaders(std::optional<platform::HTTPHeaders> headers) {
         _responseHeaders = std::move(headers);
