@@ -8,6 +8,7 @@ namespace orvane {
 
 platform::Value::Dictionary buildDescription(const BuildSettings& buildSettings, const std::string& apiKey,
                                              const std::vector<std::string>& dSYMs) {
+    // The companion app expects that absent settings and values have no key.
     platform::Value::Dictionary description;
     for (const char* key : {"PLATFORM_NAME", "PROJECT_FILE_PATH", "CONFIGURATION", "XCODE_VERSION_ACTUAL",
                             "CODE_SIGN_IDENTITY", "SDKROOT", "PROVISIONING_PROFILE"})

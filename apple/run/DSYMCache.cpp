@@ -32,6 +32,7 @@ std::vector<std::string> cacheDSYMsAtPath(const std::string& sourceFolder,
         exitWithFailure();
     }
     std::vector<std::string> destinations;
+    // The products of other targets, such as extensions, have dSYMs of their own in the same folder.
     for (const std::string& name : *names) {
         if (platform::pathExtension(name) != "dSYM")
             continue;

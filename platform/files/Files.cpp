@@ -35,6 +35,7 @@ Outcome createDirectories(const std::string& path) {
     for (std::size_t end = 0; end != path.size();) {
         end = std::min(path.find('/', end + 1), path.size());
         const std::string folder = path.substr(0, end);
+        // Another process may create the same folder now, so an existing one is not an error.
         const int error = mkdir(folder.c_str(), 0777) == 0 ? 0 : errno;
         if (error != 0 && !isDirectory(folder))
             return posixError(error == EEXIST ? ENOTDIR : error, "create folder", folder);
@@ -66,6 +67,7 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
 
     const auto expected = static_cast<std::size_t>(status.st_size);
     const std::shared_ptr<char> bytes = allocateBuffer(expected);
+    // Fewer bytes are read if the file was truncated since; a longer file is read to its former size.
     const ssize_t size = readAll(file, bytes.get(), expected, 0);
     if (size < 0)
         return posixError(errno, "read", path);

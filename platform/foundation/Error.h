@@ -37,6 +37,7 @@ Error errorWithDescription(std::string_view domain, std::int64_t code, std::stri
 template <class T>
 class [[nodiscard]] Result {
 public:
+    /// Implicit, so that an operation can return a value or an error as it is.
     Result(T value) : _content(std::move(value)) {}
     Result(Error error) : _content(std::move(error)) {}
 

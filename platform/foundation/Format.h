@@ -15,6 +15,7 @@ namespace platform {
 /// One argument of a format, as text. A missing value (null, an empty optional) is shown as "(null)".
 class FormatArgument {
 public:
+    /// Implicit, so that the arguments of `format` can be passed as they are.
     FormatArgument(std::string text) : _text(std::move(text)) {}
     FormatArgument(std::string_view text) : _text(text) {}
     FormatArgument(const char* text) : _text(text ? text : nullText) {}

@@ -12,6 +12,7 @@ namespace platform {
 /// its Data.
 class HTTPBody {
 public:
+    /// Adds `piece` at the end.
     void append(Data piece) {
         _size += piece.size();
         _pieces.push_back(std::move(piece));

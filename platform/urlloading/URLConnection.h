@@ -60,6 +60,7 @@ struct URLProtectionSpace {
     std::string host;
     std::uint16_t port = 0;
     Method authenticationMethod = Method::serverTrust;
+    /// Whether the proxy asks for authentication, not the server.
     bool isProxy = false;
     /// Set for Method::serverTrust only.
     std::optional<ServerTrust> serverTrust;

@@ -19,6 +19,7 @@ enum class URLRequestCachePolicy { useProtocolCachePolicy = 0, reloadIgnoringLoc
 struct URLRequest {
     /// A request without a URL fails with badURL.
     std::optional<URL> url;
+    /// Any method of RFC 9110 or another token. "HEAD" cannot have a body.
     std::string method = "GET";
     /// A line break or NUL in a name or value makes the request fail before anything is sent.
     /// "Content-Length" and "Transfer-Encoding" are ignored: the transport sets them.

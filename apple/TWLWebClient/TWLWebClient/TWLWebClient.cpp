@@ -148,6 +148,7 @@ std::string TWLWebClient::escapeURLString(std::string_view string) {
 
 Value TWLWebClient::decodeJSON(std::string_view bytes) {
     std::optional<Value> value = platform::parseJSON(bytes);
+    // Apple's parser accepts only an object or an array at the top, unless it is told otherwise.
     const bool isContainer = value && (value->as<Value::Dictionary>() || value->as<Value::Array>());
     return isContainer ? *std::move(value) : Value();
 }
