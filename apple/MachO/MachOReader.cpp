@@ -73,7 +73,8 @@ void enumerateUniversal(const void* start, const SliceCallback& callback, std::u
     TWLMachOSlice slice;
     std::uint64_t position = sizeof(fat_header);
     for (std::uint32_t i = 0; i < std::min(count, mostArchitectures); ++i) {
-        // Never negative: `position` is at most `available`, here and in TWLMachOSliceSearchLoadCommands.
+        // The subtraction cannot wrap around: `position` is at most `available`, here and in
+        // TWLMachOSliceSearchLoadCommands.
         if (available - position < sizeof(fat_arch))
             return;
         const auto entry = load<fat_arch>(advance(start, position));

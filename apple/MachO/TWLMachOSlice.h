@@ -17,7 +17,8 @@
 struct TWLDecodingBudget {
     /// Bytes of load commands that are free; at the start, the size of the file.
     std::uint64_t commandBytes;
-    /// Other bytes that may be read.
+    /// Bytes that may be read once commandBytes are used up, and for paths outside their command. All slices
+    /// share them.
     std::uint64_t extraBytes = std::uint64_t{16} << 20;
 };
 

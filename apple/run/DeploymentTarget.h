@@ -17,8 +17,8 @@ std::shared_ptr<TWLMachOBinary> checkDeploymentTarget(const BuildSettings& build
 bool iOSDeploymentTargetIsUnsupported(const macho::TWLMachOVersion& version,
                                       const BuildSettings& buildSettings);
 
-/// Whether a version is below 10.7. The minor number is compared for every major number, so 11.0 is
-/// unsupported too.
+/// Whether the major number is below 10 or the minor number is below 7. The two are compared separately, so
+/// 11.0 counts as unsupported too.
 bool OSXDeploymentTargetIsUnsupported(const macho::TWLMachOVersion& version);
 
 } // namespace orvane

@@ -84,8 +84,8 @@ void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& ap
     HandOff handOff = {.apiKey = apiKey, .buildPlistPath = std::nullopt};
     if (isTarnwhistleBuildPlistCompatible()) {
         handOff.buildPlistPath = platform::pathByAppending(buildFolder, "Build.plist");
-        // The companion app reports a file that is missing. Only its user may read the file, because the
-        // environment may contain secrets.
+        // A failure is ignored, because the companion app reports a missing file. Only the owner may read
+        // the file, because it contains the environment, which may hold secrets.
         static_cast<void>(platform::writeFileAtomically(*handOff.buildPlistPath,
                                                         platform::propertyListXML(description), ownerOnly));
     }

@@ -116,10 +116,13 @@ public:
     /// Sends the request and waits for the end of the exchange on the calling thread, without a run loop.
     /// There is no delegate, so a 401 or 407 is the answer.
     ///
-    /// On macOS, NSURLConnection's synchronous call has no delegate either, so some promises do not hold. It
-    /// follows redirects; the result is then an error without an answer. It may use credentials of the user's
-    /// keychain, and reports a 401 as its error NSURLErrorUserCancelledAuthentication. It reads the whole
-    /// answer before the limit is checked. After an error, it returns no bytes.
+    /// On macOS, no delegate controls NSURLConnection's synchronous call, so it differs from the rules at the
+    /// top of this file:
+    /// - A redirect is followed, but its result is discarded and reported as an error, without a response.
+    /// - Credentials of the user's keychain may be used. A 401 is reported as
+    ///   NSURLErrorUserCancelledAuthentication.
+    /// - The size limit is checked only after the whole answer has been read.
+    /// - After an error, `data` can be null although bytes were received.
     static SynchronousResult sendSynchronousRequest(const URLRequest& request);
 
 private:

@@ -94,7 +94,8 @@ TEST(NSTask, StartsChildrenWithDefaultSignalsAndThreeDescriptors) {
                 sigset_t all;
                 sigfillset(&all);
                 sigprocmask(SIG_BLOCK, &all, nullptr);
-                // The last seven digits: the C library uses the higher signals.
+                // Compare the last seven hexadecimal digits of the masks, which are the signals 1 to 28: the
+                // C library uses some higher signals itself.
                 const std::string outcome = runScript(
                     "grep -E '^Sig(Blk|Ign)' /proc/self/status | grep -o '.......$'; ls /proc/$$/fd; exit 7");
                 _exit(outcome == "7|0000000\n0000000\n0\n1\n2\n|" ? 42 : 1);

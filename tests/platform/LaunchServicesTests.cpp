@@ -195,12 +195,14 @@ TEST(LaunchServices, UseAssociationsAfterAllDefaults) {
     expectApplications({
         {{{"xdg/", added + a}, {system, defaults + b}}, "b"},
         {{{system, added + a}, {cache, cached + b}}, "a"},
-        // A removal applies to the cache in its own folder and to all files in later folders.
+        // A list's removals apply to the cache in the same folder and to everything in later folders, but
+        // not to the list's own additions or to earlier folders.
         {{{"xdg/", added + a + "\n" + removed + both}, {system, defaults + b}}, "a"},
         {{{"xdg/", added + a}, {"xdg2/", removed + a}}, "a"},
         {{{system, removed + a}, {cache, cached + both}}, "b"},
         {{{"xdg/gnome-", removed + a + "\n" + added + b}, {cache, cached + a}}, "a"},
-        // The user's entry hides the system's entry. It is used only if a default names it.
+        // The user's a.desktop hides the system's. A default selects it from any folder. An association of
+        // the system's folder applies only to entries in that folder or later ones.
         {{{data + a, "Exec=c"}, {system, defaults + a}}, "c"},
         {{{data + a, "Exec=c"}, {cache, cached + both}}, "b"},
     });

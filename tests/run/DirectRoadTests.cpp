@@ -75,7 +75,8 @@ private:
         _requests.push_back(request);
         support::HTTPAnswer answer;
         answer.status = _statuses[std::min(_requests.size(), _statuses.size()) - 1];
-        // Longer than a run reads, which must not matter.
+        // A successful answer exceeds the tool's size limit. The run must not fail, because only the status
+        // is used.
         answer.body = std::string(answer.status < 400 ? 0 : 2 << 20, ' ');
         return answer;
     }

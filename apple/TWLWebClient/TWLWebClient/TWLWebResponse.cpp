@@ -7,7 +7,8 @@ void TWLWebResponse::appendData(const platform::Data& data) {
         _responseData = data;
         return;
     }
-    // Two owners are _growing and _responseData. A third is a copy that must not change.
+    // _growing and _responseData share the buffer, so its use count is normally 2. If it is higher, a caller
+    // holds a copy of _responseData, whose bytes must not change: continue in a new buffer.
     if (!_growing || _growing.use_count() > 2)
         _growing = std::make_shared<std::string>(_responseData.bytes());
     _growing->append(data.bytes());

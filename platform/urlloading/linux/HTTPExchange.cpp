@@ -156,7 +156,7 @@ void HTTPExchange::set(CURLoption option, T value) {
 
 void HTTPExchange::setUpTransport() {
     set(CURLOPT_NOSIGNAL, 1L);
-    // Do not wait for a resolver thread that hangs when the exchange ends.
+    // When the exchange ends, do not wait for a resolver thread that hangs.
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_FOLLOWLOCATION, 0L);

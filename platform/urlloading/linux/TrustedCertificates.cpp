@@ -52,7 +52,8 @@ int findInBundle(X509_LOOKUP* lookup, X509_LOOKUP_TYPE type, const X509_NAME* na
         return 0;
     X509_LOOKUP_set_method_data(lookup, nullptr);
     X509_STORE* const store = X509_LOOKUP_get_store(lookup);
-    // OpenSSL would report an error that stays in its queue as a failure of the TLS connection.
+    // Discard the errors of loading the bundle. If they stayed in OpenSSL's error queue, OpenSSL would take
+    // them for a failure of the TLS connection.
     ERR_set_mark();
     const bool isLoaded = loadBundle(store, bundle);
     ERR_pop_to_mark();
