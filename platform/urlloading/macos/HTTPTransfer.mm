@@ -43,6 +43,12 @@ URLProtectionSpace spaceFrom(NSURLProtectionSpace* space) {
     return result;
 }
 
+Error noAnswer(const std::optional<URL>& url) {
+    return urlError(URLErrorCode::badServerResponse,
+                    format("%@ sent no valid HTTP answer. Check that the address leads to the right server.",
+                           shownHost(url)));
+}
+
 } // namespace
 
 /// The delegate of one NSURLConnection, which keeps it alive until the exchange ends. Main thread only.
@@ -163,6 +169,8 @@ URLProtectionSpace spaceFrom(NSURLProtectionSpace* space) {
 - (void)connectionDidFinishLoading:(NSURLConnection*)connection {
     const __strong auto keep = self;
     const bool isTruncated = _announced > 0 && _received < static_cast<std::uint64_t>(_announced);
+    if (_listener && !_hasHead)
+        return [keep endWithError:noAnswer(_request->url)];
     [keep
         endWithError:_listener && isTruncated ? std::optional(truncatedAnswer(_request->url)) : std::nullopt];
 }
@@ -185,9 +193,11 @@ private:
 
 /// The components of a URL, as the system may spell them differently.
 NSArray* componentsOf(NSURL* url) {
+    // Not NSURL's path, which has no "/" at the end.
+    NSString* const path = [NSURLComponents componentsWithURL:url resolvingAgainstBaseURL:YES].path;
     return @[
         url.scheme.lowercaseString ?: @"", url.host.lowercaseString ?: @"", url.port ?: @0,
-        url.path.length > 0 ? url.path : @"/", url.query ?: @""
+        path.length > 0 ? path : @"/", url.query ?: @""
     ];
 }
 
@@ -226,8 +236,10 @@ URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URL
                                 shownHost(request.url)));
             return result;
         }
-        if (![response isKindOfClass:NSHTTPURLResponse.class])
+        if (![response isKindOfClass:NSHTTPURLResponse.class]) {
+            result.error = result.error ? result.error : std::optional(noAnswer(request.url));
             return result;
+        }
         auto* const answer = static_cast<NSHTTPURLResponse*>(response);
         result.response = URLResponse{request.url, headFrom(answer)};
         std::string body(static_cast<const char*>(bytes.bytes), bytes.length);
