@@ -118,7 +118,8 @@ public:
     ///
     /// On macOS, no delegate controls NSURLConnection's synchronous call, so it differs from the rules at the
     /// top of this file:
-    /// - A redirect is followed, but its result is discarded and reported as an error, without a response.
+    /// - A redirect is followed. If it leads to another address, the result is discarded and reported as an
+    ///   error, without a response.
     /// - Credentials of the user's keychain may be used. A 401 is reported as
     ///   NSURLErrorUserCancelledAuthentication.
     /// - The size limit is checked only after the whole answer has been read.

@@ -121,7 +121,8 @@ Error noAnswer(const std::optional<URL>& url) {
     return redirect ? nil : request; // null: the redirect is the answer
 }
 
-// The answer is always NO: then the system verifies the server's certificate, and sends no credentials.
+// The answer is always NO: the system then verifies the server's certificate itself. If the listener refuses,
+// the exchange ends before the system looks for credentials.
 - (BOOL)connection:(NSURLConnection*)connection
     canAuthenticateAgainstProtectionSpace:(NSURLProtectionSpace*)space {
     [self notify:[&](HTTPExchangeListener& listener) {
