@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <bit>
+
 using platform::Data;
 using platform::Value;
 using testing::HasSubstr;
@@ -16,19 +18,27 @@ TEST(Request, WritesEachFormRecordUpToItsFirstNull) {
                "\r\n\r\n" + bytes + "\r\n";
     };
     const std::string binary = "\r\nContent-Transfer-Encoding: binary";
-    // How to add parts, the number of the record's members, and the parts that are written.
-    const std::tuple<void (*)(TWLWebRequest&), std::size_t, std::string> cases[] = {
-        {[](TWLWebRequest& r) { r.addData(Data("PK\x03 \xff\n"), "application/zip", "x.zip", "file"); }, 4,
+    const struct {
+        const char* name;
+        void (*add)(TWLWebRequest&);
+        std::size_t members; // of the first record
+        std::string parts;
+    } cases[] = {
+        {"file",
+         [](TWLWebRequest& r) { r.addData(Data("PK\x03 \xff\n"), "application/zip", "x.zip", "file"); }, 4,
          part("file\"; filename=\"x.zip", "PK\x03 \xff\n", "application/zip" + binary)},
-        {[](TWLWebRequest& r) { r.addValueForFormField(nullptr, "f"); }, 0, ""},
-        {[](TWLWebRequest& r) { r.addValueForFormField("v", std::nullopt); }, 1, part("(null)", "v")},
-        {[](TWLWebRequest& r) { r.addData(Data("B"), std::nullopt, "x.zip", "f"); }, 2,
+        {"no value", [](TWLWebRequest& r) { r.addValueForFormField(nullptr, "f"); }, 0, ""},
+        {"no field name", [](TWLWebRequest& r) { r.addValueForFormField("v", std::nullopt); }, 1,
+         part("(null)", "v")},
+        {"no type", [](TWLWebRequest& r) { r.addData(Data("B"), std::nullopt, "x.zip", "f"); }, 2,
          part("f\"; filename=\"(null)", "B", "application/octet-stream")},
-        {[](TWLWebRequest& r) { r.addData(Data("B"), "a/b", std::nullopt, "f"); }, 3,
+        {"no file name", [](TWLWebRequest& r) { r.addData(Data("B"), "a/b", std::nullopt, "f"); }, 3,
          part("f\"; filename=\"(null)", "B", "a/b" + binary)},
-        {[](TWLWebRequest& r) { r.addValueForFormField(7, "number"); }, 3, ""},
-        {[](TWLWebRequest& r) { r.addValueForFormField("a\"b\r\n", "\"q\""); }, 3, part("\"q\"", "a\"b\r\n")},
-        {[](TWLWebRequest& r) {
+        {"number", [](TWLWebRequest& r) { r.addValueForFormField(7, "number"); }, 3, ""},
+        {"nothing is escaped", [](TWLWebRequest& r) { r.addValueForFormField("a\"b\r\n", "\"q\""); }, 3,
+         part("\"q\"", "a\"b\r\n")},
+        {"dictionaries",
+         [](TWLWebRequest& r) {
              r.setFormData({{"a", "1"}});
              r.setFormData({{"a", "2"}, {"skipped", Value::Array{"x"}}});
              r.addValueForFormFromDict({{"k", "v"}});
@@ -36,7 +46,8 @@ TEST(Request, WritesEachFormRecordUpToItsFirstNull) {
          },
          3, part("a", "1") + part("a", "2") + part("[k]", "v") + part("p[k]", "w")},
     };
-    for (const auto& [add, members, parts] : cases) {
+    for (const auto& [name, add, members, parts] : cases) {
+        SCOPED_TRACE(name);
         TWLWebRequest request("POST");
         EXPECT_FALSE(request.formData());
         add(request);
@@ -64,11 +75,11 @@ TEST(Response, DescribesStatusErrorAndBody) {
 }
 
 /// The code units as UTF-16 or UTF-32 holds them.
-std::string bytesOf(const auto& text, bool isBigEndian) {
+std::string bytesOf(const auto& text, std::endian order) {
     std::string bytes;
     for (const auto unit : text)
         for (std::size_t i = 0; i < sizeof unit; ++i)
-            bytes += static_cast<char>(unit >> 8 * (isBigEndian ? sizeof unit - 1 - i : i));
+            bytes += static_cast<char>(unit >> 8 * (order == std::endian::big ? sizeof unit - 1 - i : i));
     return bytes;
 }
 
@@ -78,13 +89,13 @@ TEST(JSON, DecodesObjectsAndArraysInEachUnicodeEncoding) {
                                  Value::Dictionary{{"k", Value::Array{}}}}));
     const Value wide = Value::Array{"\u00e9\U0001F600"};
     EXPECT_EQ(TWLWebClient::decodeJSON("\uFEFF[\"\u00e9\U0001F600\"]"), wide);
-    for (const bool isBigEndian : {false, true}) {
+    for (const std::endian order : {std::endian::little, std::endian::big}) {
         for (const std::u16string mark : {u"", u"\uFEFF"})
-            EXPECT_EQ(TWLWebClient::decodeJSON(bytesOf(mark + u"[\"\u00e9\U0001F600\"]", isBigEndian)), wide);
+            EXPECT_EQ(TWLWebClient::decodeJSON(bytesOf(mark + u"[\"\u00e9\U0001F600\"]", order)), wide);
         for (const std::u32string mark : {U"", U"\uFEFF"})
-            EXPECT_EQ(TWLWebClient::decodeJSON(bytesOf(mark + U"[\"\u00e9\U0001F600\"]", isBigEndian)), wide);
+            EXPECT_EQ(TWLWebClient::decodeJSON(bytesOf(mark + U"[\"\u00e9\U0001F600\"]", order)), wide);
         for (const std::u16string bad : {u"[\"\xD83D\"]", u"[\"\xDE00\"]", u"[\"\xD83D"})
-            EXPECT_TRUE(TWLWebClient::decodeJSON(bytesOf(bad, isBigEndian)).isNull());
+            EXPECT_TRUE(TWLWebClient::decodeJSON(bytesOf(bad, order)).isNull());
     }
     const auto nested = [](std::size_t depth) {
         return std::string(depth, '[') + std::string(depth, ']');

@@ -47,13 +47,20 @@ TEST(CopyItem, ReportsWhatItCannotCopy) {
     folder.write("there", "old");
     folder.makeFolder("folder");
     fs::create_symlink("nowhere", folder.path("link"));
-    const std::tuple<const char*, const char*, std::string> cases[] = {
-        {"none", "x", folder.path("none") + ": No such file"},
-        {"a", "missing/x", folder.path("missing/x") + ": No such file"},
-        {"a", "there", folder.path("there") + ": File exists"},
-        {"a", "link", folder.path("link") + ": File exists"},
-        {"a", "a/b/copy", "into itself"}};
-    for (const auto& [from, to, error] : cases) {
+    const struct {
+        const char* name;
+        const char* from;
+        const char* to;
+        std::string error;
+    } cases[] = {
+        {"no source", "none", "x", folder.path("none") + ": No such file"},
+        {"no folder for the copy", "a", "missing/x", folder.path("missing/x") + ": No such file"},
+        {"file in the way", "a", "there", folder.path("there") + ": File exists"},
+        {"link in the way", "a", "link", folder.path("link") + ": File exists"},
+        {"below the source", "a", "a/b/copy", "into itself"},
+    };
+    for (const auto& [name, from, to, error] : cases) {
+        SCOPED_TRACE(name);
         const Outcome copied = copyItem({.source = folder.path(from), .destination = folder.path(to)});
         EXPECT_THAT(copied ? "" : copied.error().description(), HasSubstr(error));
     }

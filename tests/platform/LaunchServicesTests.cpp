@@ -1,14 +1,13 @@
 #include "platform/launchservices/LaunchServices.h"
 #include "support/ChildProcess.h"
+#include "support/EnvironmentVariable.h"
 #include "support/ReportPipe.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <filesystem>
 #include <regex>
 
@@ -36,13 +35,14 @@ public:
         return path;
     }
     /// Writes a desktop entry with the usual first lines, or another file; "mimeapps.list" is added to a name
-    /// that ends with "/" or "-". "@" stands for the URL's MIME type.
-    void write(std::string name, const std::string& text) const {
+    /// that ends with "/" or "-". "@" stands for the URL's MIME type. Returns the path.
+    std::string write(std::string name, const std::string& text) const {
         const std::string start = "[Desktop Entry]\nType=Application\nName=Or vane\nIcon=ic on\n";
         const bool isEntry = name.ends_with(".desktop") && !text.starts_with('[');
         name += name.ends_with('/') || name.ends_with('-') ? "mimeapps.list" : "";
-        folder.write(name, (isEntry ? start : "") +
-                               std::regex_replace(text, std::regex("@"), "x-scheme-handler/tarnwhistle"));
+        return folder.write(name,
+                            (isEntry ? start : "") +
+                                std::regex_replace(text, std::regex("@"), "x-scheme-handler/tarnwhistle"));
     }
     void registerHandler(const std::string& exec) const {
         write("data/applications/handler.desktop",
@@ -51,16 +51,6 @@ public:
     }
     /// The application for the first URL, and the status of opening all of them.
     std::string open(const std::vector<std::string>& texts) const {
-        const std::pair<const char*, std::string> environment[] = {
-            {"HOME", folder.path("home")},
-            {"XDG_CONFIG_HOME", "relative"},
-            {"XDG_CONFIG_DIRS", folder.path("xdg") + ":" + folder.path("xdg2")},
-            {"XDG_DATA_HOME", folder.path("data")},
-            {"XDG_DATA_DIRS", "relative:" + folder.path("none") + ":" + folder.path("system")},
-            {"XDG_CURRENT_DESKTOP", "Odd:GNOME"},
-            {"PATH", folder.path("on path") + ":/usr/bin:/bin:."}};
-        for (const auto& [name, value] : environment)
-            setenv(name, value.c_str(), 1);
         std::filesystem::current_path(folder.path());
         std::vector<URL> urls;
         urls.reserve(texts.size());
@@ -73,6 +63,16 @@ public:
     }
 
     support::TemporaryFolder folder;
+
+private:
+    const support::EnvironmentVariable _environment[7] = {
+        {"HOME", folder.path("home")},
+        {"XDG_CONFIG_HOME", "relative"},
+        {"XDG_CONFIG_DIRS", folder.path("xdg") + ":" + folder.path("xdg2")},
+        {"XDG_DATA_HOME", folder.path("data")},
+        {"XDG_DATA_DIRS", "relative:" + folder.path("none") + ":" + folder.path("system")},
+        {"XDG_CURRENT_DESKTOP", "Odd:GNOME"},
+        {"PATH", folder.path("on path") + ":/usr/bin:/bin:."}};
 };
 
 TEST(LaunchServices, PassURLsAsTheExecLineRequires) {
@@ -94,18 +94,26 @@ while [ -e "$reports" ]; do sleep 0.1; done
     const std::string own = "/ session 0 streams /dev/null /dev/null /dev/null \n";
     const std::string second = "tarnwhistle:2", both = std::string(url) + "|" + second + "|";
     const std::string rest = "|#$HOME|~|*|>|<|||&|;|(|)|\xC3\xA9|\xE9|=|" + own;
-    const std::pair<std::string, std::vector<std::string>> cases[] = {
-        {"--first %U last", {"--first|" + both + "last|" + own}},
-        {"", {both + own}},
-        {R"(\t"two words" "" %F %i %c --%c 100%% '%%' "%k")",
+    const struct {
+        const char* name;
+        std::string arguments;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"list", "--first %U last", {"--first|" + both + "last|" + own}},
+        {"no code", "", {both + own}},
+        {"all codes",
+         R"(\t"two words" "" %F %i %c --%c 100%% '%%' "%k")",
          {"two words||" + both + "--icon|ic on|Or vane|--Or vane|100%|%|" +
           desktop.folder.path("data/applications/handler.desktop|") + own}},
-        {R"(%U %d %D %n %N %v %m --x="a  b"'"c' d\\ e \\\\ "\\$" "\x" '\\\\' ""e)",
+        {"deprecated codes and quotes",
+         R"(%U %d %D %n %N %v %m --x="a  b"'"c' d\\ e \\\\ "\\$" "\x" '\\\\' ""e)",
          {both + "--x=a  b\"c|d e|\\|$|\\x|\\\\|e|" + own}},
-        // If the line accepts one URL, each URL starts a program.
-        {"--url=%U '--u=%f' #$HOME ~ * > < | & ; ( ) \xC3\xA9 \xE9 =",
-         {"--url=" + std::string(url) + "|--u=" + url + rest, "--url=" + second + "|--u=" + second + rest}}};
-    for (const auto& [arguments, expected] : cases) {
+        {"one URL for each program, and the shell's characters",
+         "--url=%U '--u=%f' #$HOME ~ * > < | & ; ( ) \xC3\xA9 \xE9 =",
+         {"--url=" + std::string(url) + "|--u=" + url + rest, "--url=" + second + "|--u=" + second + rest}},
+    };
+    for (const auto& [name, arguments, expected] : cases) {
+        SCOPED_TRACE(name);
         desktop.registerHandler(program + arguments);
         EXPECT_EQ(desktop.open({url, second}), desktop.folder.path("a%20b \"$`\\.app/\n0\n"));
         std::vector<std::string> received;
@@ -126,19 +134,25 @@ TEST(LaunchServices, FindTheAppFolderAndReportFailures) {
     desktop.writeProgram("in working folder");
     create_symlink(program, folder.path("on path/linked"));
     const std::string absent = "none\n-10814\n", refused = folder.path() + "/\n-10810\n";
-    const std::pair<std::string, std::string> cases[] = {
-        {program, folder.path("Outer.app/Inner.app/") + "\n0\n"},
-        {"y %u", folder.path("on path/") + "\n0\n"},
-        {"linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
-        {desktop.writeProgram("text", "exit 0\n"), refused},
-        {desktop.writeProgram("empty", ""), refused},
-        {"y\nPath=" + folder.path("gone"), folder.path("on path/") + "\n-10810\n"},
-        {folder.write("not executable", "#!/bin/sh\n"), absent},
-        {folder.path("relative"), absent},
-        {"y\nTryExec=y\nNoDisplay=true", folder.path("on path/") + "\n0\n"}};
-    for (const auto& [exec, expected] : cases) {
+    const struct {
+        const char* name;
+        std::string exec;
+        std::string expected;
+    } cases[] = {
+        {"folder in a folder", program, folder.path("Outer.app/Inner.app/") + "\n0\n"},
+        {"searched in PATH", "y %u", folder.path("on path/") + "\n0\n"},
+        {"link", "linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
+        {"text is not passed to a shell", desktop.writeProgram("text", "exit 0\n"), refused},
+        {"empty program", desktop.writeProgram("empty", ""), refused},
+        {"no working folder", "y\nPath=" + folder.path("gone"), folder.path("on path/") + "\n-10810\n"},
+        {"not executable", folder.write("not executable", "#!/bin/sh\n"), absent},
+        {"folder as program", folder.path("relative"), absent},
+        {"not in menus", "y\nTryExec=y\nNoDisplay=true", folder.path("on path/") + "\n0\n"},
+    };
+    for (const auto& [name, exec, expected] : cases) {
+        SCOPED_TRACE(name);
         desktop.registerHandler(exec);
-        EXPECT_EQ(desktop.open({url}), expected) << exec;
+        EXPECT_EQ(desktop.open({url}), expected);
     }
     for (const char* exec :
          {"relative/z", "'on path/y'", "'in working folder'", "gone", "", "%i", "%u", "'y", "y \"%u", "y a\\",
@@ -156,35 +170,48 @@ const std::string defaults = "[Default Applications]\n@=", added = "[Added Assoc
 const std::string config = "home/.config/", data = "data/applications/", system = "system/applications/",
                   cache = system + "mimeinfo.cache", a = "a.desktop", b = "b.desktop", both = a + ";" + b;
 
-/// Names and texts of files, and the application that is opened with them.
-using Case = std::pair<std::vector<std::pair<std::string, std::string>>, std::string>;
+struct File {
+    std::string name;
+    std::string text;
+};
+
+/// Files of a desktop, and the application that is opened with them.
+struct Case {
+    const char* name;
+    std::vector<File> files;
+    std::string application;
+};
 
 void expectApplications(const std::vector<Case>& cases) {
-    for (const auto& [files, expected] : cases) {
+    for (const auto& [name, files, application] : cases) {
+        SCOPED_TRACE(name);
         const Desktop desktop;
-        for (const auto& [name, text] : files)
-            desktop.write(name, text);
-        EXPECT_EQ(desktop.open({url}), desktop.folder.path(expected + ".app/\n0\n"))
-            << testing::PrintToString(files);
+        for (const File& file : files)
+            desktop.write(file.name, file.text);
+        EXPECT_EQ(desktop.open({url}), desktop.folder.path(application + ".app/\n0\n"));
     }
 }
 
 TEST(LaunchServices, UseTheFirstDefaultThatIsInstalled) {
     expectApplications({
         // Folder by folder; in each folder the files of the current desktop come first.
-        {{{config + "odd-", defaults + a}, {config + "gnome-", defaults + b}}, "a"},
-        {{{config + "gnome-", defaults + a}, {config, defaults + b}}, "a"},
-        {{{config, defaults + a}, {"xdg/gnome-", defaults + b}}, "a"},
-        {{{"xdg/", defaults + a}, {"xdg2/", defaults + b}}, "a"},
-        {{{"xdg2/", defaults + a}, {data, defaults + b}}, "a"},
-        {{{data, defaults + a}, {system + "odd-", defaults + b}}, "a"},
+        {"desktops in their order",
+         {{config + "odd-", defaults + a}, {config + "gnome-", defaults + b}},
+         "a"},
+        {"desktop before all desktops", {{config + "gnome-", defaults + a}, {config, defaults + b}}, "a"},
+        {"user before system", {{config, defaults + a}, {"xdg/gnome-", defaults + b}}, "a"},
+        {"system folders in their order", {{"xdg/", defaults + a}, {"xdg2/", defaults + b}}, "a"},
+        {"configuration before data", {{"xdg2/", defaults + a}, {data, defaults + b}}, "a"},
+        {"user's data before the system's", {{data, defaults + a}, {system + "odd-", defaults + b}}, "a"},
         // Applications that are not installed are skipped.
-        {{{"xdg/", defaults + ";x.desktop;;b.desktop;a.desktop;"}}, "b"},
-        {{{"xdg/", defaults + "../../system/applications/a.desktop;.-a.desktop;..-applications-" + both}},
+        {"not installed", {{"xdg/", defaults + ";x.desktop;;b.desktop;a.desktop;"}}, "b"},
+        {"identifiers with dots and slashes",
+         {{"xdg/", defaults + "../../system/applications/a.desktop;.-a.desktop;..-applications-" + both}},
          "b"},
-        {{{"xdg/", defaults + both}, {data + a, "Exec=c\nHidden=true"}}, "b"},
-        {{{"xdg/", defaults + both}, {data + a, "Exec=c"}}, "c"},
-        {{{"xdg/", defaults + "x-y-z.desktop"},
+        {"hidden by the user", {{"xdg/", defaults + both}, {data + a, "Exec=c\nHidden=true"}}, "b"},
+        {"replaced by the user", {{"xdg/", defaults + both}, {data + a, "Exec=c"}}, "c"},
+        {"identifier with dashes",
+         {{"xdg/", defaults + "x-y-z.desktop"},
           {data + "x/y-z.desktop", "Exec=b"},
           {system + "x/y/z.desktop", "Exec=a"}},
          "b"},
@@ -193,44 +220,62 @@ TEST(LaunchServices, UseTheFirstDefaultThatIsInstalled) {
 
 TEST(LaunchServices, UseAssociationsAfterAllDefaults) {
     expectApplications({
-        {{{"xdg/", added + a}, {system, defaults + b}}, "b"},
-        {{{system, added + a}, {cache, cached + b}}, "a"},
+        {"default of a later folder", {{"xdg/", added + a}, {system, defaults + b}}, "b"},
+        {"list before cache", {{system, added + a}, {cache, cached + b}}, "a"},
         // A list's removals apply to the cache in the same folder and to everything in later folders, but
         // not to the list's own additions or to earlier folders.
-        {{{"xdg/", added + a + "\n" + removed + both}, {system, defaults + b}}, "a"},
-        {{{"xdg/", added + a}, {"xdg2/", removed + a}}, "a"},
-        {{{system, removed + a}, {cache, cached + both}}, "b"},
-        {{{"xdg/gnome-", removed + a + "\n" + added + b}, {cache, cached + a}}, "a"},
+        {"removal and own addition",
+         {{"xdg/", added + a + "\n" + removed + both}, {system, defaults + b}},
+         "a"},
+        {"removal in a later folder", {{"xdg/", added + a}, {"xdg2/", removed + a}}, "a"},
+        {"removal from the cache", {{system, removed + a}, {cache, cached + both}}, "b"},
+        {"lists of one desktop only have defaults",
+         {{"xdg/gnome-", removed + a + "\n" + added + b}, {cache, cached + a}},
+         "a"},
         // The user's a.desktop hides the system's. A default selects it from any folder. An association of
         // the system's folder applies only to entries in that folder or later ones.
-        {{{data + a, "Exec=c"}, {system, defaults + a}}, "c"},
-        {{{data + a, "Exec=c"}, {cache, cached + both}}, "b"},
+        {"default selects the user's entry", {{data + a, "Exec=c"}, {system, defaults + a}}, "c"},
+        {"association does not", {{data + a, "Exec=c"}, {cache, cached + both}}, "b"},
     });
 }
 
 TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {
-    std::vector<std::array<std::string, 4>> cases = {
-        {"c.app/", "xdg/mimeapps.list",
-         "\xEF\xBB\xBF[Default Applications]\r\n#@=a\r\n@=a.desktop\r\n  @ \t= c.desktop \r\n[X]\n@=a.desktop"},
-        {"c.app/", "xdg/mimeapps.list",
-         "@=a.desktop\n[Default Applications\n@=a.desktop\n[Default Applications]\nno value\n@/x=a.desktop\n"
-         "@\n@=c.desktop"},
-        {"c.app/", "system/applications/w.desktop",
-         "Exec = c\nExec[de]=a\nExecX=a\nComment=\xFF\n[Desktop Action x]\nExec=a\n"}};
-    for (const char* command : {"rm $F; mkfifo $F", "ln -sf /dev/zero $F", "rm $F; ln -s $F $F",
-                                "rm $F; mkdir $F", "printf %5000000s >> $F", "truncate -s +1 $F"}) {
-        cases.push_back({"b.app/", "xdg/mimeapps.list", "[Default Applications]\n@=a.desktop\n", command});
-        cases.push_back({"b.app/", "system/applications/w.desktop", "Exec=a\n", command});
-        cases.push_back(
-            {"b.app/", "data/applications/mimeinfo.cache", "[MIME Cache]\n@=a.desktop\n", command});
-    }
-    for (const auto& [application, name, text, command] : cases) {
+    const std::string valid = "[Default Applications]\n@=a.desktop\n";
+    const struct {
+        const char* name;
+        File file;
+        std::string command; // changes the file "$F"
+        std::string application;
+    } cases[] = {
+        {"blanks, comments, line ends of Windows",
+         {"xdg/",
+          "\xEF\xBB\xBF[Default Applications]\r\n#@=a\r\n@=a.desktop\r\n  @ \t= c.desktop \r\n[X]\n@=a.desktop"},
+         "",
+         "c"},
+        {"malformed lines",
+         {"xdg/", "@=a.desktop\n[Default Applications\n@=a.desktop\n[Default Applications]\nno value\n"
+                  "@/x=a.desktop\n@\n@=c.desktop"},
+         "",
+         "c"},
+        {"similar keys, ISO 8859-1",
+         {system + "w.desktop", "Exec = c\nExec[de]=a\nExecX=a\nComment=\xFF\n[Desktop Action x]\nExec=a\n"},
+         "",
+         "c"},
+        {"pipe", {"xdg/", valid}, "rm $F; mkfifo $F", "b"},
+        {"endless device", {"xdg/", valid}, "ln -sf /dev/zero $F", "b"},
+        {"link to itself", {"xdg/", valid}, "rm $F; ln -s $F $F", "b"},
+        {"folder", {"xdg/", valid}, "rm $F; mkdir $F", "b"},
+        {"too large", {"xdg/", valid}, "printf %5000000s >> $F", "b"},
+        {"zero byte", {"xdg/", valid}, "truncate -s +1 $F", "b"},
+        {"cache with a zero byte", {data + "mimeinfo.cache", cached + a}, "truncate -s +1 $F", "b"},
+    };
+    for (const auto& [name, file, command, application] : cases) {
+        SCOPED_TRACE(name);
         const Desktop desktop;
-        desktop.write("system/applications/mimeinfo.cache", "[MIME Cache]\n@=w.desktop;b.desktop\n");
-        desktop.write(name, text);
-        support::outputOf("F='" + desktop.folder.path(name) + "'; " + command);
-        EXPECT_THAT(desktop.open({url}), testing::StartsWith(desktop.folder.path(application)))
-            << name << " " << text << command;
+        desktop.write(cache, "[MIME Cache]\n@=w.desktop;b.desktop\n");
+        const std::string path = desktop.write(file.name, file.text);
+        support::outputOf("F='" + path + "'; " + command);
+        EXPECT_THAT(desktop.open({url}), testing::StartsWith(desktop.folder.path(application + ".app/")));
     }
 }
 

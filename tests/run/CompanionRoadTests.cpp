@@ -60,20 +60,28 @@ TEST_F(CompanionRoad, IsTakenIfTheCompanionOrXcodeIsThereButNotBelowXcodeBots) {
     const std::string opened =
         record("Install path file://" + build.folder.path("com%20%2520panion/Orvane.app/")) +
         record("Sending data to Orvane.app");
-    const std::tuple<std::string, std::vector<std::string>, const char*, std::string> cases[] = {
-        {"/none", {}, "0", fromElsewhere},
-        {"/none", {"Xcode-beta"}, "0", fromElsewhere},
-        {"/none", {"Xcode"}, "0", fromXcode},
-        {"/none", {"Xcode", "a (b) c\n)"}, "0", fromXcode},
-        {"/none", {"xcsbuildd"}, "1", unanswered},
-        {desktop, {"Xcode", "xcsbuildd"}, "1", unanswered},
-        {desktop, {}, "0", opened}};
+    const struct {
+        const char* name;
+        std::string data;
+        std::vector<std::string> parents;
+        std::string isBots;
+        std::string messages;
+        int status;
+    } cases[] = {
+        {"no companion, no Xcode", "/none", {}, "0", fromElsewhere, 1},
+        {"a similar name", "/none", {"Xcode-beta"}, "0", fromElsewhere, 1},
+        {"Xcode is the parent", "/none", {"Xcode"}, "0", fromXcode, 1},
+        {"Xcode is an ancestor", "/none", {"Xcode", "a (b) c\n)"}, "0", fromXcode, 1},
+        {"Xcode Bots", "/none", {"xcsbuildd"}, "1", unanswered, 1},
+        {"Xcode Bots with Xcode and companion", desktop, {"Xcode", "xcsbuildd"}, "1", unanswered, 1},
+        {"companion", desktop, {}, "0", opened, 0},
+    };
     build.arguments.insert(build.arguments.end(), {"-debug", "YES"});
-    for (const auto& [data, parents, isBots, road] : cases) {
+    for (const auto& [name, data, parents, isBots, messages, status] : cases) {
+        SCOPED_TRACE(name);
         build.environment["XDG_DATA_HOME"] = data;
-        EXPECT_THAT(
-            printed(build.launchBelow(parents), road == opened ? 0 : 1),
-            HasSubstr(record(std::string("Run script build phase called from Xcode Bots ") + isBots) + road));
+        EXPECT_THAT(printed(build.launchBelow(parents), status),
+                    HasSubstr(record("Run script build phase called from Xcode Bots " + isBots) + messages));
     }
 }
 
@@ -164,14 +172,20 @@ TEST_F(CompanionRoad, OpensTheSignUpPageIfNoCompanionOpens) {
     build.folder.write("home/.config/mimeapps.list",
                        "[Default Applications]\nx-scheme-handler/https=browser.desktop\n");
     build.environment["XDG_DATA_DIRS"] = build.folder.path("home/.local/share");
-    const std::pair<std::string, const char*> programs[] = {
-        {"#!/nowhere/to/be/found\n", "No such file or directory\n"},
-        {"\xCF\xFA\xED\xFE for another system", "Exec format error\n"}};
-    for (const auto& [program, reason] : programs) {
-        const std::string path = build.folder.write("program", program);
+    const struct {
+        const char* name;
+        std::string bytes;
+        std::string reason;
+    } programs[] = {
+        {"script without interpreter", "#!/nowhere/to/be/found\n", "No such file or directory\n"},
+        {"program for another system", "\xCF\xFA\xED\xFE", "Exec format error\n"},
+    };
+    for (const auto& [name, bytes, reason] : programs) {
+        SCOPED_TRACE(name);
+        const std::string path = build.folder.write("program", bytes);
         std::filesystem::permissions(path, std::filesystem::perms::all);
         install("203", path);
-        EXPECT_THAT(printed(build, 1), EndsWith("Linux/Orvane: " + std::string(reason).append(signUp)));
+        EXPECT_THAT(printed(build, 1), EndsWith("Linux/Orvane: " + reason + signUp));
         EXPECT_THAT(reports.next(), StartsWith("Opened: https://tarnwhistle.example/sign-up\n"));
     }
     install("202");
@@ -201,13 +215,20 @@ TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
 }
 
 TEST_F(CompanionRoad, UsesACacheFolderForEachEndpoint) {
-    const std::pair<std::string, std::string> cases[] = {{"<string/>", ""},
-                                                         {"<integer>7</integer>", nobodyListens},
-                                                         {"<string>../../..</string>", "../../.."}};
-    for (const auto& [value, endpoint] : cases) {
+    const struct {
+        const char* name;
+        std::string value;
+        std::string endpoint;
+    } cases[] = {
+        {"empty text", "<string/>", ""},
+        {"not a text", "<integer>7</integer>", nobodyListens},
+        {"looks like a path", "<string>../../..</string>", "../../.."},
+    };
+    for (const auto& [name, value, endpoint] : cases) {
+        SCOPED_TRACE(name);
         build.writeInfoPlist(
             "<key>CFBundleIdentifier</key><string>x</string><key>TarnwhistleAPIEndpoint</key>" + value);
-        EXPECT_EQ(printed(build, 0), versionLine) << value;
+        EXPECT_EQ(printed(build, 0), versionLine);
         EXPECT_THAT(reports.next(), EndsWith(": complete\n"));
         EXPECT_EQ(buildFolders(endpoint).size(), 1u);
     }

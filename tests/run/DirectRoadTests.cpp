@@ -3,11 +3,11 @@
 #include "run/BuildRegistration.h"
 #include "run/DeploymentTarget.h"
 #include "run/SymbolUpload.h"
+#include "support/EnvironmentVariable.h"
 #include "support/HTTPServer.h"
 #include "support/MachOImage.h"
 #include "support/ScriptedServer.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -133,7 +133,10 @@ TEST_F(DirectRoad, SendsBothRequests) {
     EXPECT_EQ(upload.method + upload.target, "POST/api/v3/platforms/ios/code_mappings");
     EXPECT_EQ(registration.get_header_value("X-Tarnwhistle-Build-Secret"), std::string(64, 's'));
     EXPECT_EQ(upload.get_header_value("X-Tarnwhistle-Build-Secret"), "");
-    const std::pair<const char*, const char*> headers[] = {
+    const struct {
+        const char* name;
+        const char* value;
+    } headers[] = {
         {"X-Tarnwhistle-API-Key", key},
         {"X-Tarnwhistle-Developer-Token", "a4c123b1612dd272d1371c17149d439536b3216f"},
         {"X-Tarnwhistle-API-Client-Id", "com.tarnwhistle.run"},
@@ -142,7 +145,8 @@ TEST_F(DirectRoad, SendsBothRequests) {
         {"X-Tarnwhistle-API-Client-Display-Version", "1.3.17"},
         {"Content-Type", "multipart/form-data; boundary=AaB03x"},
         {"Accept", "application/json, application/x-plist"},
-        {"Expect", ""}};
+        {"Expect", ""},
+    };
     for (const HTTPRequest& request : {registration, upload})
         for (const auto& [name, value] : headers)
             EXPECT_EQ(request.get_header_value(name), value) << name;
@@ -179,7 +183,8 @@ Content-Transfer-Encoding: binary
 
 TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
     const Service service(build, {500, 201});
-    setenv("ORVANE_TEST_API_ENDPOINT", build.environment["ORVANE_TEST_API_ENDPOINT"].c_str(), 1);
+    const support::EnvironmentVariable endpoint("ORVANE_TEST_API_ENDPOINT",
+                                                build.environment["ORVANE_TEST_API_ENDPOINT"]);
     const BuildSettings settings(build.environment.begin(), build.environment.end());
     EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, /*isBuildServer=*/false,
                                 /*isFinalAttempt=*/false));
@@ -191,19 +196,27 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
     const std::string onboarding = "\n\nOrvane: Could not be onboarded statusCode ";
     const std::string uploaded = "\n\nOrvane: Sample App.app.dSYM uploaded statusCode ";
     const std::string refused = "\n\nOrvane: Sample App.app.dSYM could not be uploaded statusCode ";
-    const std::tuple<std::size_t, std::vector<int>, int, std::string> cases[] = {
-        {64, {200, 200}, 0, uploaded + "200\n"},
-        {63, {204, 300}, 0, onboarding + "204\n" + uploaded + "300\n"},
-        {65, {500, 301, 201}, 0, onboarding + "500\n" + uploaded + "201\n"},
-        {64, {201, 500, 301}, 1, refused + "301\n"},
-        {64, {201, 413, 401}, 1, refused + "401\n"}};
-    for (const auto& [secretSize, statuses, status, messages] : cases) {
-        const Service service(build, statuses);
+    const struct {
+        const char* name;
+        std::size_t secretSize;
+        std::vector<int> answers;
+        int status;
+        std::string messages;
+    } cases[] = {
+        {"both accepted", 64, {200, 200}, 0, uploaded + "200\n"},
+        {"short secret", 63, {204, 300}, 0, onboarding + "204\n" + uploaded + "300\n"},
+        {"long secret", 65, {500, 301, 201}, 0, onboarding + "500\n" + uploaded + "201\n"},
+        {"redirected upload", 64, {201, 500, 301}, 1, refused + "301\n"},
+        {"refused upload", 64, {201, 413, 401}, 1, refused + "401\n"},
+    };
+    for (const auto& [name, secretSize, answers, status, messages] : cases) {
+        SCOPED_TRACE(name);
+        const Service service(build, answers);
         build.arguments[1] = std::string(secretSize, 's');
         EXPECT_EQ(printed(build, status), versionLine + messages + summary + "\n");
         EXPECT_EQ(service.requests()[0].has_header("X-Tarnwhistle-Build-Secret"), secretSize == 64);
-        EXPECT_EQ(service.requests().size(), statuses.size());
-        EXPECT_EQ(service.archives().size(), statuses.size() - 1) << "each attempt makes a new archive";
+        EXPECT_EQ(service.requests().size(), answers.size());
+        EXPECT_EQ(service.archives().size(), answers.size() - 1) << "each attempt makes a new archive";
         EXPECT_TRUE(archivesLeft().empty());
     }
 }
@@ -211,7 +224,16 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
 TEST_F(DirectRoad, ReportsAServiceThatIsDownOrStopsResponding) {
     const std::string failure = "could not be uploaded statusCode 0 Error Domain=NSURLErrorDomain Code=";
     EXPECT_THAT(printed(build, 1), ContainsRegex(failure + "-1004 \".*127\\.0\\.0\\.1.*\"\nUUID:1111"));
-    for (const auto& [closings, code] : {std::pair(2, "-1005 "), std::pair(1, "-1001 ")}) {
+    const struct {
+        const char* name;
+        int closings; // connections that the server closes before it keeps one open
+        std::string code;
+    } cases[] = {
+        {"closes both connections", 2, "-1005 "},
+        {"does not answer the second request", 1, "-1001 "},
+    };
+    for (const auto& [name, closings, code] : cases) {
+        SCOPED_TRACE(name);
         std::atomic<int> left = closings;
         const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
             const bool hangs = left-- == 0;
@@ -250,15 +272,22 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
     fs::permissions(archiver, fs::perms::all);
     const std::string failed = record("Compression of Sample App.app.dSYM failed, unable to upload.\n\n");
     const std::string noData = record("Failed to Load File\n\n" + build.dSYM + " data could not be loaded");
-    const std::tuple<const char*, int, std::string> cases[] = {
-        {"exit 3", 1, failed},
-        {"exit 0", 1, noData},
-        {"test \"$*\" = \"-c -k --keepParent $DWARF_DSYM_FOLDER_PATH/$DWARF_DSYM_FILE_NAME $5\" && echo PK >\"$5\"",
+    const struct {
+        const char* name;
+        const char* script;
+        int status;
+        std::string message;
+    } cases[] = {
+        {"fails", "exit 3", 1, failed},
+        {"writes nothing", "exit 0", 1, noData},
+        {"checks its arguments",
+         "test \"$*\" = \"-c -k --keepParent $DWARF_DSYM_FOLDER_PATH/$DWARF_DSYM_FILE_NAME $5\" && echo PK >\"$5\"",
          0, "uploaded statusCode 201"},
     };
-    for (const auto& [script, status, message] : cases) {
+    for (const auto& [name, script, status, message] : cases) {
+        SCOPED_TRACE(name);
         std::ofstream(archiver) << "#!/bin/sh\n" << script << "\n";
-        EXPECT_THAT(printed(build, status), HasSubstr(message)) << script;
+        EXPECT_THAT(printed(build, status), HasSubstr(message));
     }
 }
 
@@ -266,11 +295,17 @@ TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
     const Service service(build, {201});
     const std::string noPairs = record("Unable to extract uuid-architecture pairs from binary " + executable);
     const support::MachOImage withoutUUID = image(0x0100000C, 0, 0x00070000);
-    const std::pair<std::string, std::string> executables[] = {
-        {"", ""},
-        {"#!/bin/sh is no Mach-O file", noPairs},
-        {support::universalFile({armv7, withoutUUID}), noPairs}};
-    for (const auto& [bytes, message] : executables) {
+    const struct {
+        const char* name;
+        std::string bytes;
+        std::string message;
+    } executables[] = {
+        {"empty file", "", ""},
+        {"script", "#!/bin/sh is no Mach-O file", noPairs},
+        {"slice without UUID", support::universalFile({armv7, withoutUUID}), noPairs},
+    };
+    for (const auto& [name, bytes, message] : executables) {
+        SCOPED_TRACE(name);
         std::ofstream(executable) << bytes;
         EXPECT_THAT(printed(build, 0),
                     HasSubstr(message + "\n\nOrvane: Sample App.app.dSYM uploaded statusCode 201\n"));
@@ -335,25 +370,59 @@ TEST_F(DirectRoad, AcceptsEachKindOfXcodeBuild) {
     }
 }
 
-TEST(DeploymentTarget, ComparesVersionsWithTheSupportedOnes) {
-    const std::tuple<macho::TWLMachOVersion, const char*, bool> iOS[] = {
-        {{4, 3, 0}, "9.0", true}, {{5, 0, 0}, "4.3", false},   {{0xFFFFFFFF, 0, 0}, "", false},
-        {{0, 9, 9}, "4.3", true}, {{0, 0, 0}, " +5.0", false}, {{0, 0, 0}, "", true}};
-    for (const auto& [version, target, isUnsupported] : iOS)
-        EXPECT_EQ(iOSDeploymentTargetIsUnsupported(version, {{"IPHONEOS_DEPLOYMENT_TARGET", target}}),
-                  isUnsupported)
-            << version.major << ' ' << target;
-    const std::pair<macho::TWLMachOVersion, bool> OSX[] = {
-        {{10, 6, 8}, true}, {{10, 7, 0}, false}, {{9, 9, 0}, true}, {{11, 0, 0}, true}, {{11, 7, 0}, false}};
-    for (const auto& [version, isUnsupported] : OSX)
-        EXPECT_EQ(OSXDeploymentTargetIsUnsupported(version), isUnsupported)
-            << version.major << '.' << version.minor;
+enum class Target { supported, unsupported };
+
+Target targetOf(bool isUnsupported) {
+    return isUnsupported ? Target::unsupported : Target::supported;
+}
+
+TEST(DeploymentTarget, IsTheSettingIfTheExecutableRecordsNoVersionOfIOS) {
+    const struct {
+        const char* name;
+        macho::TWLMachOVersion version;
+        const char* setting;
+        Target expected;
+    } cases[] = {
+        {"old version, new setting", {4, 3, 0}, "9.0", Target::unsupported},
+        {"new version, old setting", {5, 0, 0}, "4.3", Target::supported},
+        {"largest version", {0xFFFFFFFF, 0, 0}, "", Target::supported},
+        {"major 0 is no version", {0, 9, 9}, "4.3", Target::unsupported},
+        {"setting with blank and sign", {0, 0, 0}, " +5.0", Target::supported},
+        {"neither", {0, 0, 0}, "", Target::unsupported},
+    };
+    for (const auto& [name, version, setting, expected] : cases) {
+        SCOPED_TRACE(name);
+        const BuildSettings settings = {{"IPHONEOS_DEPLOYMENT_TARGET", setting}};
+        EXPECT_EQ(targetOf(iOSDeploymentTargetIsUnsupported(version, settings)), expected);
+    }
+}
+
+TEST(DeploymentTarget, ComparesMajorAndMinorOfOSXSeparately) {
+    const struct {
+        const char* name;
+        macho::TWLMachOVersion version;
+        Target expected;
+    } cases[] = {
+        {"10.6.8", {10, 6, 8}, Target::unsupported}, {"10.7", {10, 7, 0}, Target::supported},
+        {"9.9", {9, 9, 0}, Target::unsupported},     {"11.0", {11, 0, 0}, Target::unsupported},
+        {"11.7", {11, 7, 0}, Target::supported},
+    };
+    for (const auto& [name, version, expected] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(targetOf(OSXDeploymentTargetIsUnsupported(version)), expected);
+    }
 }
 
 TEST(Platform, IsComparedIgnoringCase) {
-    for (const auto& [name, word] :
-         {std::pair("MacOSX", "mac"), std::pair("iphoneos", "ios"), std::pair("IPHONESIMULATOR", "ios"),
-          std::pair("iphoneos1", "unknown"), std::pair("watchos", "unknown")})
+    const struct {
+        const char* name;
+        const char* word;
+    } cases[] = {{"MacOSX", "mac"},
+                 {"iphoneos", "ios"},
+                 {"IPHONESIMULATOR", "ios"},
+                 {"iphoneos1", "unknown"},
+                 {"watchos", "unknown"}};
+    for (const auto& [name, word] : cases)
         EXPECT_EQ(getAppPlatform({{"PLATFORM_NAME", name}}), word) << name;
     EXPECT_EXIT(getAppPlatform({{"PLATFORM_NAME", ""}}), ExitedWithCode(1),
                 "Orvane: Failure determining project platform\\.\n");
