@@ -47,8 +47,9 @@ TEST(DispatchQueue, DestroysAStepsCapturesWhileTheQueueIsCurrent) {
     const auto countWhenReleased = [&](const DispatchQueue* it) {
         counter += it->isCurrent();
     };
-    queue.async([held = std::shared_ptr<const DispatchQueue>(&queue, countWhenReleased)] {});
-    queue.sync([&] { EXPECT_EQ(counter, 1601); });
+    for (int step = 0; step < 400; ++step)
+        queue.async([held = std::shared_ptr<const DispatchQueue>(&queue, countWhenReleased)] {});
+    queue.sync([&] { EXPECT_EQ(counter, 2000); });
 }
 
 TEST(DispatchQueue, AbortsIfAStepWaitsForItsOwnQueue) {

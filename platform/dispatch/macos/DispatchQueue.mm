@@ -19,12 +19,19 @@ struct DispatchQueue::State {
 
 namespace {
 
-/// Destroys the step's captures while the queue is current, because their destructors may check that. An
-/// exception must not pass through the frames of libdispatch.
-void runAndRelease(const void* state, std::function<void()>& step) noexcept {
-    const RunningStep running(state);
-    step();
-    step = nullptr;
+/// An asynchronous step. It stays at one address, because std::function may copy its target when it is moved.
+struct Step {
+    std::shared_ptr<const void> queue;
+    std::function<void()> work;
+};
+
+/// Runs the Step that `context` owns. Destroys its captures while the queue is current, because their
+/// destructors may check that. An exception must not pass through the frames of libdispatch.
+void runAndRelease(void* context) noexcept {
+    const std::unique_ptr<Step> step(static_cast<Step*>(context));
+    const RunningStep running(step->queue.get());
+    step->work();
+    step->work = nullptr;
 }
 
 } // namespace
@@ -45,11 +52,9 @@ const std::string& DispatchQueue::label() const {
 }
 
 void DispatchQueue::async(std::function<void()> step) const {
-    const std::shared_ptr<State> state = _state;
-    __block std::function<void()> kept = std::move(step);
-    dispatch_async(state->queue, ^{
-      runAndRelease(state.get(), kept);
-    });
+    // std::exchange, because moving alone can leave a copy of the captures in `step`.
+    auto kept = std::make_unique<Step>(Step{_state, std::exchange(step, nullptr)});
+    dispatch_async_f(_state->queue, kept.release(), runAndRelease);
 }
 
 void DispatchQueue::sync(const std::function<void()>& step) const {

@@ -3,6 +3,7 @@
 #import <Foundation/Foundation.h>
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 namespace platform {
@@ -44,11 +45,13 @@ void RunLoop::stop() {
 }
 
 void RunLoop::perform(std::function<void()> step) {
+    // Copying the block must not copy the captures: the loop destroys them, not the caller.
+    const auto kept = std::make_shared<std::function<void()>>(std::exchange(step, nullptr));
     performInMainRunLoop(^{
       // An exception must not pass through the frames of CFRunLoop.
       [&]() noexcept {
           @autoreleasepool {
-              step();
+              std::exchange(*kept, nullptr)();
           }
       }();
     });
