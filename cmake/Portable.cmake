@@ -1,5 +1,5 @@
 # The portable build: `run` and `ditto` without shared libraries. It links Debian's static libraries of OpenSSL,
-# nghttp2, zlib, expat, c-ares and libdeflate, and a libcurl with HTTP only, which it builds from Debian's source
+# zlib, expat, c-ares and libdeflate, and a libcurl with HTTP/1.1 only, which it builds from Debian's source
 # package. This file sets the search paths for the static libraries and defines the target orvane_portable_curl.
 
 set(ORVANE_CURL_SOURCE "" CACHE PATH "Folder with curl's source; by default it is downloaded from Debian")
@@ -38,7 +38,6 @@ list(PREPEND CMAKE_PREFIX_PATH ${static_libraries})
 set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
 set(OPENSSL_USE_STATIC_LIBS ON)
 find_library(ORVANE_CARES_LIBRARY cares REQUIRED)
-find_library(ORVANE_NGHTTP2_LIBRARY nghttp2 REQUIRED)
 find_package(OpenSSL REQUIRED)
 # Debian's OpenSSL has one header in a folder of the architecture.
 set(architecture_headers ${static_libraries}/include/${CMAKE_LIBRARY_ARCHITECTURE})
@@ -53,7 +52,7 @@ ExternalProject_Add(curl_build
     -DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE} -DCMAKE_BUILD_TYPE=Release
     "-DCMAKE_C_FLAGS=-isystem ${architecture_headers}" -DPICKY_COMPILER=OFF
     -DBUILD_SHARED_LIBS=OFF -DBUILD_CURL_EXE=OFF -DBUILD_TESTING=OFF -DENABLE_MANUAL=OFF -DHTTP_ONLY=ON
-    -DCURL_USE_OPENSSL=ON -DUSE_NGHTTP2=ON -DENABLE_ARES=ON -DHAVE_POLL_FINE_EXITCODE=0
+    -DCURL_USE_OPENSSL=ON -DUSE_NGHTTP2=OFF -DENABLE_ARES=ON -DHAVE_POLL_FINE_EXITCODE=0
     -DCURL_DISABLE_OPENSSL_AUTO_LOAD_CONFIG=ON -DCURL_CA_BUNDLE=none -DCURL_CA_PATH=none
     -DCURL_BROTLI=OFF -DCURL_ZLIB=OFF -DCURL_ZSTD=OFF -DCURL_USE_GSSAPI=OFF -DCURL_USE_LIBPSL=OFF
     -DCURL_USE_LIBSSH2=OFF -DENABLE_UNIX_SOCKETS=OFF -DUSE_LIBIDN2=OFF
@@ -62,7 +61,6 @@ ExternalProject_Add(curl_build
     -DCURL_DISABLE_PROGRESS_METER=ON
     -DOPENSSL_INCLUDE_DIR=${static_libraries}/include -DOPENSSL_SSL_LIBRARY=${OPENSSL_SSL_LIBRARY}
     -DOPENSSL_CRYPTO_LIBRARY=${OPENSSL_CRYPTO_LIBRARY}
-    -DNGHTTP2_INCLUDE_DIR=${static_libraries}/include -DNGHTTP2_LIBRARY=${ORVANE_NGHTTP2_LIBRARY}
     -DCARES_INCLUDE_DIR=${static_libraries}/include -DCARES_LIBRARY=${ORVANE_CARES_LIBRARY}
   INSTALL_COMMAND ""
   BUILD_BYPRODUCTS <BINARY_DIR>/lib/libcurl.a
@@ -74,7 +72,7 @@ add_dependencies(orvane_portable_curl curl_build)
 target_compile_definitions(orvane_portable_curl INTERFACE CURL_STATICLIB)
 target_include_directories(orvane_portable_curl SYSTEM INTERFACE ${curl_source}/include)
 target_link_libraries(orvane_portable_curl INTERFACE
-  ${BINARY_DIR}/lib/libcurl.a ${ORVANE_NGHTTP2_LIBRARY} ${ORVANE_CARES_LIBRARY} OpenSSL::SSL)
+  ${BINARY_DIR}/lib/libcurl.a ${ORVANE_CARES_LIBRARY} OpenSSL::SSL)
 
 # orvane_link_statically(<program>): links the program without shared libraries.
 function(orvane_link_statically program)

@@ -10,8 +10,7 @@
 #include <string>
 #include <string_view>
 
-/// HTTP and HTTPS exchanges: HTTP/1.1, or HTTP/2 if the server offers it over TLS. Each exchange has a
-/// connection of its own.
+/// HTTP and HTTPS exchanges by HTTP/1.1. Each exchange has a connection of its own.
 ///
 /// - Redirects are not followed: the redirect is the answer.
 /// - No credentials are sent, not even those in a URL.
@@ -23,8 +22,8 @@
 ///   variables http_proxy, https_proxy, all_proxy and no_proxy choose the proxy.
 /// - Errors are in urlErrorDomain. Their descriptions name the host and the reason.
 ///
-/// On macOS, NSURLConnection chooses the TLS version, the content codings and the proxy, and adds headers of
-/// its own. Errors that it reports are passed on unchanged.
+/// On macOS, NSURLConnection chooses the versions of HTTP and TLS, the content codings and the proxy, and
+/// adds headers of its own. Errors that it reports are passed on unchanged.
 namespace platform {
 
 inline constexpr std::string_view urlErrorDomain = "NSURLErrorDomain";

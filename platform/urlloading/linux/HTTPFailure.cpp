@@ -60,8 +60,6 @@ Report reportOf(CURLcode result) {
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_PARTIAL_FILE:
-    case CURLE_HTTP2:
-    case CURLE_HTTP2_STREAM:
         return lostConnection;
     default:
         return {URLErrorCode::unknown, "The exchange with %@ failed", "Try again."};

@@ -46,10 +46,7 @@ public:
     }
 
     Transport() : _multi(curl_multi_init(), &curl_multi_cleanup) {
-        // Do not share an HTTP/2 connection between exchanges.
-        const long mode = CURLPIPE_NOTHING;
-        if (_multi && (curl_multi_setopt(_multi.get(), CURLMOPT_PIPELINING, mode) != CURLM_OK ||
-                       curl_multi_wakeup(_multi.get()) != CURLM_OK))
+        if (_multi && curl_multi_wakeup(_multi.get()) != CURLM_OK)
             _multi.reset();
     }
 
