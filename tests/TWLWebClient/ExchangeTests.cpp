@@ -1,73 +1,19 @@
-#include "TWLWebClient/TWLWebClient.h"
+#include "ExchangeFixture.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/RunLoop.h"
 #include "support/HTTPServer.h"
 #include "support/ScriptedServer.h"
 
-#include <gmock/gmock.h>
-#include <stdlib.h>
-
 #include <atomic>
-#include <thread>
 
 using namespace platform;
 using namespace support;
 using testing::HasSubstr;
 using testing::StartsWith;
 using Peer = ScriptedServer::Peer;
-using ErrorMatcher = testing::Matcher<std::string>;
 
 namespace {
 
-/// The parameter says whether the exchange is asynchronous.
-class Exchange : public testing::TestWithParam<bool> {
-protected:
-    Exchange() {
-        // The environment may name a proxy, but the servers are on this machine.
-        setenv("no_proxy", "127.0.0.1", 1);
-    }
-
-    /// Sends `request` and waits for its response and for the end of its connection.
-    std::shared_ptr<TWLWebResponse> exchange(const std::string& url,
-                                             const std::shared_ptr<TWLWebRequest>& request,
-                                             std::optional<std::uint64_t> expected = std::nullopt) {
-        TWLWebClient client(*URL::parse(url));
-        std::shared_ptr<TWLWebResponse> result;
-        const auto take = [&](const std::shared_ptr<TWLWebResponse>& response) {
-            EXPECT_FALSE(result) << "a second callback";
-            result = response;
-            RunLoop::mainRunLoop().stop();
-        };
-        if (GetParam())
-            expected ? client.startRequest(request, *expected, take) : client.startRequest(request, take);
-        else
-            expected ? client.syncStartRequest(request, *expected, take)
-                     : client.syncStartRequest(request, take);
-        EXPECT_TRUE(RunLoop::mainRunLoop().run(std::chrono::seconds(60)));
-        while (!client.connections().empty())
-            std::this_thread::yield();
-        return result;
-    }
-    std::shared_ptr<TWLWebResponse> get(const std::string& url) {
-        return exchange(url, TWLWebRequest::requestWithMethod("GET", ""));
-    }
-};
-INSTANTIATE_TEST_SUITE_P(Both, Exchange, testing::Bool(),
-                         [](const auto& kind) { return kind.param ? "Asynchronous" : "Synchronous"; });
-
-/// Empty without an error.
-std::string errorOf(const TWLWebResponse& response) {
-    return response.error() ? response.error()->description() : "";
-}
-
-/// An error of the transport whose description contains `text`.
-ErrorMatcher failure(URLErrorCode code, const std::string& text = "") {
-    const std::string number = std::to_string(static_cast<std::int64_t>(code));
-    return testing::AllOf(StartsWith("Error Domain=NSURLErrorDomain Code=" + number + " \""), HasSubstr(text),
-                          testing::EndsWith(".\""));
-}
-
-constexpr const char* challenge = "Error Domain=TWLWebClientErrorDomain Code=-2";
+INSTANTIATE_BOTH_ROADS(Exchange);
 
 TEST_P(Exchange, KeepsRequestAndAnswerUnchanged) {
     HTTPRequest received;
@@ -81,8 +27,7 @@ TEST_P(Exchange, KeepsRequestAndAnswerUnchanged) {
     for (const std::size_t size : {0u, 1u, 70'000u, 3'000'000u})
         request->addData(Data(std::string(size, static_cast<char>('a' + size % 7))), "a/b", "n", "f");
     const std::string body = request->formData()->bytes();
-    request->setAnswerLimit(body.size());
-    const auto response = exchange(server.url("/api/"), request, 201);
+    const auto response = exchange(server.url("/api/"), request);
     EXPECT_EQ(errorOf(*response), "");
     EXPECT_EQ(response->requestURL(), request->fullURL());
     EXPECT_EQ(received.method + " " + received.target, "POST /api/v1/x?a%20b=x%26y&p=100%25");
@@ -91,16 +36,28 @@ TEST_P(Exchange, KeepsRequestAndAnswerUnchanged) {
     EXPECT_EQ(received.get_header_value("Expect") + received.get_header_value("Transfer-Encoding"), "");
     EXPECT_TRUE(response->responseHeaders()->contains("Content-Encoding")) << "compressed in transit";
     EXPECT_TRUE(response->body() == Value(Data(body)));
-    request->setAnswerLimit(body.size() - 1);
-    const auto cut = exchange(server.url("/api/"), request);
-    EXPECT_THAT(errorOf(*cut), failure(URLErrorCode::dataLengthExceedsMaximum, "is longer than"));
-    EXPECT_EQ(cut->statusCode(), 201u);
+}
 
-    const auto other = exchange(server.url(), TWLWebRequest::requestWithMethod("GET", ""), 200);
+TEST_P(Exchange, EndsAtTheLimitOfTheAnswer) {
+    const std::string body(3'000'000, 'a');
+    const HTTPServer server([&](const HTTPRequest&) { return HTTPAnswer{201, body}; });
+    const auto request = TWLWebRequest::requestWithMethod("GET", "");
+    request->setAnswerLimit(body.size());
+    EXPECT_EQ(errorOf(*exchange(server.url(), request)), "");
+    request->setAnswerLimit(body.size() - 1);
+    const auto response = exchange(server.url(), request);
+    EXPECT_THAT(errorOf(*response), failure(URLErrorCode::dataLengthExceedsMaximum, "is longer than"));
+    EXPECT_EQ(response->statusCode(), 201u);
+}
+
+TEST_P(Exchange, ChecksTheExpectedStatus) {
+    const HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{201}; });
+    const auto request = TWLWebRequest::requestWithMethod("GET", "");
+    EXPECT_EQ(errorOf(*exchange(server.url(), request, 201)), "");
+    const auto other = exchange(server.url(), request, 200);
     EXPECT_EQ(errorOf(*other), "Error Domain=TWLWebClientErrorDomain Code=-1");
     EXPECT_EQ(other->statusCode(), 201u);
-    TWLWebClient client(*URL::parse(server.url()));
-    client.syncStartRequest(TWLWebRequest::requestWithMethod("GET", ""), 200, nullptr);
+    TWLWebClient(*URL::parse(server.url())).syncStartRequest(request, 200, nullptr);
 }
 
 const std::string unusualFields = "X-A: 1\r\nx-a:  2 \t\r\nEmpty:\r\nFolded: 1\r\n 2\r\n\t3 \r\n"
@@ -177,7 +134,7 @@ TEST_P(Exchange, DecodesAnswersByStatusAndContentType) {
         SCOPED_TRACE(one.answer.contentType + one.answer.body);
         const HTTPServer server([&](const HTTPRequest&) { return one.answer; });
         const auto response = get(server.url());
-        const Outcome& expected = GetParam() && one.asynchronous ? *one.asynchronous : one.outcome;
+        const Outcome& expected = isAsynchronous() && one.asynchronous ? *one.asynchronous : one.outcome;
         EXPECT_EQ(response->statusCode(), expected.status);
         EXPECT_EQ(response->wasSuccessful(), expected.status == 200 && !response->error());
         EXPECT_EQ(response->body(), expected.body);
@@ -187,16 +144,23 @@ TEST_P(Exchange, DecodesAnswersByStatusAndContentType) {
 }
 
 TEST_P(Exchange, FailsIfTheServerDemandsAKnownAuthentication) {
-    const std::tuple<int, const char*, const char*, bool> cases[] = {
-        {401, "WWW-Authenticate", "Bearer realm=\"a, b\", Basic realm=x", true},
-        {401, "WWW-Authenticate", "Bearer realm=\"a, basic b\"", false},
-        {407, "Proxy-Authenticate", "Basic realm=x", true}};
-    for (const auto& [status, header, challenges, isKnown] : cases) {
-        SCOPED_TRACE(std::to_string(status) + header + challenges);
+    const struct {
+        const char* name;
+        int status;
+        const char* header;
+        const char* challenges;
+        bool isKnown;
+    } cases[] = {
+        {"basic after another", 401, "WWW-Authenticate", "Bearer realm=\"a, b\", Basic realm=x", true},
+        {"unknown", 401, "WWW-Authenticate", "Bearer realm=\"a, basic b\"", false},
+        {"of a proxy", 407, "Proxy-Authenticate", "Basic realm=x", true},
+    };
+    for (const auto& [name, status, header, challenges, isKnown] : cases) {
+        SCOPED_TRACE(name);
         HTTPAnswer answer = {status, "no", "text/plain", {{header, challenges}}};
         const HTTPServer server([&](const HTTPRequest&) { return answer; });
         const auto response = get(server.url());
-        const bool fails = isKnown && GetParam();
+        const bool fails = isKnown && isAsynchronous();
         EXPECT_EQ(errorOf(*response), fails ? challenge : "");
         EXPECT_EQ(response->statusCode(), fails ? 0 : status);
         EXPECT_EQ(response->responseData(), Data(fails ? "" : "no"));
@@ -221,7 +185,14 @@ TEST_P(Exchange, ReportsInvalidAnswers) {
     constexpr URLErrorCode lost = URLErrorCode::networkConnectionLost;
     constexpr URLErrorCode bad = URLErrorCode::badServerResponse;
     constexpr URLErrorCode undecodable = URLErrorCode::cannotDecodeContentData;
-    const std::tuple<const char*, ScriptedServer::Script, URLErrorCode, std::string, unsigned> cases[] = {
+    const struct {
+        const char* name;
+        ScriptedServer::Script script;
+        URLErrorCode error;
+        /// What is kept of the answer.
+        std::string body;
+        std::uint64_t status;
+    } cases[] = {
         {"no answer", [](Peer&) {}, lost, "", 0},
         {"half a head", saying(ok + "Content-Le"), lost, "", 0},
         {"another protocol", saying("\x16\x03 what?\r\n\r\n"), bad, "", 0},
@@ -233,12 +204,12 @@ TEST_P(Exchange, ReportsInvalidAnswers) {
         {"half a gzip stream", sayingCoded("gzip", cut), undecodable, "ab", 200},
         {"an unknown coding", sayingCoded("br", "ab"), undecodable, "", 200},
     };
-    for (const auto& [breach, script, error, received, status] : cases) {
-        SCOPED_TRACE(breach);
+    for (const auto& [name, script, error, body, status] : cases) {
+        SCOPED_TRACE(name);
         const ScriptedServer server(script);
         const auto response = get(server.url());
         EXPECT_THAT(errorOf(*response), failure(error, server.url("").substr(7)));
-        EXPECT_EQ(response->responseData(), Data(received));
+        EXPECT_EQ(response->responseData(), Data(body));
         EXPECT_EQ(response->statusCode(), status);
     }
 }
@@ -248,75 +219,32 @@ TEST_P(Exchange, ReportsRequestsThatCannotBeSent) {
     const ScriptedServer server([&](Peer&) { ++connections; }), insecure([](Peer&) {});
     const ErrorMatcher refused = failure(URLErrorCode::unknown, "The request to 127.0.0.1:");
     const struct {
+        const char* name;
         ErrorMatcher error;
         std::string path;
         std::string value = "v";
         std::string field = "A";
         std::string method = "GET";
     } cases[] = {
-        {failure(URLErrorCode::badURL), "a b"},
-        {failure(URLErrorCode::unsupportedURL), "ftp://h/"},
-        {failure(URLErrorCode::cannotFindHost, "no-such-host.invalid"), "http://no-such-host.invalid/"},
-        {failure(URLErrorCode::cannotConnectToHost, "refused"), ListeningPort().url()},
-        {failure(URLErrorCode::secureConnectionFailed, "127.0.0.1"), "https" + insecure.url().substr(4)},
-        {refused, "", "a\r\nB: c"},
-        {refused, "", std::string("a\0b", 3)},
-        {refused, "", "a", "A\r\nB"},
-        {refused, "", "a", "A", "GET / HTTP/1.1\r\nA:"},
+        {"path", failure(URLErrorCode::badURL), "a b"},
+        {"scheme", failure(URLErrorCode::unsupportedURL), "ftp://h/"},
+        {"host", failure(URLErrorCode::cannotFindHost, "no-such-host.invalid"),
+         "http://no-such-host.invalid/"},
+        {"port", failure(URLErrorCode::cannotConnectToHost, "refused"), ListeningPort().url()},
+        {"no TLS", failure(URLErrorCode::secureConnectionFailed, "127.0.0.1"),
+         "https" + insecure.url().substr(4)},
+        {"line break in a value", refused, "", "a\r\nB: c"},
+        {"NUL in a value", refused, "", std::string("a\0b", 3)},
+        {"line break in a name", refused, "", "a", "A\r\nB"},
+        {"method", refused, "", "a", "A", "GET / HTTP/1.1\r\nA:"},
     };
     for (const auto& one : cases) {
+        SCOPED_TRACE(one.name);
         const auto request = TWLWebRequest::requestWithMethod(one.method, one.path);
         request->addValueForHTTPHeaderField(one.value, one.field);
         EXPECT_THAT(errorOf(*exchange(server.url(), request, 200)), one.error);
     }
     EXPECT_EQ(connections, 0);
-}
-
-TEST_P(Exchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
-    const ErrorMatcher untrusted = failure(URLErrorCode::serverCertificateUntrusted);
-    const ErrorMatcher nameless = GetParam() ? challenge : failure(URLErrorCode::clientCertificateRequired);
-    const struct {
-        const char* trusted;
-        ErrorMatcher error;
-        TLS tls = {"valid.pem"};
-        int questions = 1;
-    } cases[] = {
-        {"valid.pem", ""},
-        {"other.pem", untrusted},
-        {"localhost.pem", untrusted, {"localhost.pem"}},
-        {"expired.pem", failure(URLErrorCode::serverCertificateHasBadDate), {"expired.pem"}},
-        {"future.pem", failure(URLErrorCode::serverCertificateNotYetValid), {"future.pem"}},
-        {"valid.pem", nameless, {"valid.pem", true}},
-        // Without a certificate store, the exchange fails before the question.
-        {"missing.pem", failure(URLErrorCode::secureConnectionFailed, "missing.pem"), {"valid.pem"}, 0},
-    };
-    for (const auto& [trusted, error, tls, questions] : cases) {
-        SCOPED_TRACE(trusted);
-        const HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{}; }, tls);
-        setenv("SSL_CERT_FILE", certificatePath(trusted).c_str(), 1);
-        const bool wrongAnswer = error.Matches("");
-        int asked = 0;
-        const auto request = TWLWebRequest::requestWithMethod("GET", "");
-        request->setProtectionSpaceHandler([&](const URLProtectionSpace& space) {
-            EXPECT_EQ(space.serverTrust->host, "127.0.0.1");
-            ++asked;
-            return wrongAnswer; // must not matter
-        });
-        const auto response = exchange(server.url(), request);
-        EXPECT_THAT(errorOf(*response), error);
-        EXPECT_EQ(response->statusCode(), response->error() ? 0u : 200u);
-        EXPECT_EQ(asked, GetParam() ? questions : 0);
-    }
-}
-
-TEST_P(Exchange, ReportsAProxyThatAsksForAuthentication) {
-    const ScriptedServer proxy(
-        saying("HTTP/1.1 407 Who?\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n"));
-    setenv("https_proxy", proxy.url().c_str(), 1);
-    const auto response = get("https://service.invalid/");
-    unsetenv("https_proxy");
-    EXPECT_EQ(errorOf(*response), GetParam() ? challenge : "");
-    EXPECT_EQ(response->statusCode(), GetParam() ? 0u : 407u);
 }
 
 TEST(Client, ResolvesPathsAndSetsHeaders) {
@@ -329,17 +257,24 @@ TEST(Client, ResolvesPathsAndSetsHeaders) {
     other.addValueForHeader("text/plain", "accept");
     const URL exact = *URL::parse(server.url("/exact?x"));
     const std::string both = "application/json, application/x-plist";
-    const std::pair<std::function<void(const TWLWebCompletion&)>, ErrorMatcher> cases[] = {
-        {[&](const auto& take) { other.getURL(exact, take); }, "GET /exact?x text/plain "},
-        {[&](const auto& take) { client.getPath("../up", take); }, "GET /up " + both + " "},
-        {[&](const auto& take) {
+    const struct {
+        const char* name;
+        std::function<void(const TWLWebCompletion&)> start;
+        ErrorMatcher answer;
+    } cases[] = {
+        {"exact URL", [&](const auto& take) { other.getURL(exact, take); }, "GET /exact?x text/plain "},
+        {"path", [&](const auto& take) { client.getPath("../up", take); }, "GET /up " + both + " "},
+        {"form",
+         [&](const auto& take) {
              client.postFormData({{"k", "v"}}, "/form", take);
          },
          "POST /form " + both + " multipart/form-data; boundary=AaB03x"},
-        {[&](const auto& take) { client.getPath("not a path", take); }, failure(URLErrorCode::badURL)}};
-    for (const auto& [start, expected] : cases) {
-        start([&, &wanted = expected](const std::shared_ptr<TWLWebResponse>& response) {
-            EXPECT_THAT(errorOf(*response).append(response->responseData().bytes()), wanted);
+        {"no path", [&](const auto& take) { client.getPath("not a path", take); },
+         failure(URLErrorCode::badURL)}};
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.name);
+        one.start([&](const std::shared_ptr<TWLWebResponse>& response) {
+            EXPECT_THAT(errorOf(*response).append(response->responseData().bytes()), one.answer);
             EXPECT_TRUE(DispatchQueue::global().isCurrent());
             RunLoop::mainRunLoop().stop();
         });

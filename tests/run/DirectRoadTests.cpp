@@ -44,9 +44,9 @@ Content-Type: text/plain
 /// The service for `build`. It answers each request with the next status; the last status repeats.
 class Service {
 public:
-    Service(SampleBuild& build, std::vector<int> statuses, const support::TLS& tls = {})
+    Service(SampleBuild& build, std::vector<int> statuses)
         : _statuses(std::move(statuses)),
-          _server([this](const HTTPRequest& request) { return answer(request); }, tls) {
+          _server([this](const HTTPRequest& request) { return answer(request); }) {
         build.environment["ORVANE_TEST_API_ENDPOINT"] = build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] =
             _server.url("");
     }
@@ -331,24 +331,6 @@ TEST_F(DirectRoad, StopsABuildWithAnOldDeploymentTarget) {
     EXPECT_EQ(printed(build, 1), versionLine + record("Unsupported OS X Version" + detected + "OS X 10.7" +
                                                       adjust + "Mac OS X Deployment Target.\n\n"));
     EXPECT_FALSE(fs::exists(build.products + "/tarnwhistle.plist"));
-}
-
-TEST_F(DirectRoad, WorksOverHTTPS) {
-    const Service service(build, {201}, {"valid.pem"});
-    EXPECT_THAT(printed(build, 1), HasSubstr("Code=-1202 "));
-    build.environment["SSL_CERT_FILE"] = support::certificatePath("valid.pem");
-    printed(build, 0);
-    EXPECT_EQ(service.archives().size(), 1u);
-
-    // A machine without certificates, if the system lets a test create one.
-    const std::string flags = geteuid() == 0 ? "-m" : "-rm", hide = "mount -t tmpfs none /etc/ssl";
-    if (support::runShell("unshare " + flags + " " + hide).status != 0)
-        GTEST_SKIP() << "no mount namespace";
-    const std::vector<std::string> unshare = {"/usr/bin/unshare",       flags, "/bin/sh", "-c",
-                                              hide + " && exec \"$@\"", "sh"};
-    printed(build.launch(unshare), 0);
-    build.environment.erase("SSL_CERT_FILE");
-    EXPECT_THAT(printed(build.launch(unshare), 1), HasSubstr("no trusted certificates"));
 }
 
 TEST_F(DirectRoad, ConcurrentRunsOnOneProductSucceed) {

@@ -1,7 +1,5 @@
 #include "support/HTTPServer.h"
 
-#include <stdexcept>
-
 namespace support {
 namespace {
 
@@ -14,21 +12,11 @@ void disguiseType(const httplib::Request& request, bool isDisguised) {
         isDisguised ? type->second.insert(0, prefix) : type->second.erase(0, prefix.size());
 }
 
-std::unique_ptr<httplib::Server> makeServer(const TLS& tls) {
-    if (tls.certificate.empty())
-        return std::make_unique<httplib::Server>();
-    const std::string clients = certificatePath("other.pem");
-    auto server = std::make_unique<httplib::SSLServer>(
-        certificatePath(tls.certificate).c_str(), certificatePath("key.pem").c_str(),
-        tls.demandsClientCertificate ? clients.c_str() : nullptr);
-    if (!server->is_valid())
-        throw std::runtime_error("the test server does not take its certificate");
-    return server;
-}
-
 } // namespace
 
-HTTPServer::HTTPServer(Handler handler, const TLS& tls) : _server(makeServer(tls)) {
+HTTPServer::HTTPServer(Handler handler, std::unique_ptr<httplib::Server> secure)
+    : _origin(secure ? "https://127.0.0.1:" : "http://127.0.0.1:"),
+      _server(secure ? std::move(secure) : std::make_unique<httplib::Server>()) {
     const auto answerTo = [handler = std::move(handler)](const auto& request, auto& response) {
         disguiseType(request, false);
         const HTTPAnswer answer = handler(request);
@@ -43,8 +31,7 @@ HTTPServer::HTTPServer(Handler handler, const TLS& tls) : _server(makeServer(tls
     });
     _server->Get(".*", answerTo);
     _server->Post(".*", answerTo);
-    const int port = _server->bind_to_any_port("127.0.0.1");
-    _origin = (tls.certificate.empty() ? "http://127.0.0.1:" : "https://127.0.0.1:") + std::to_string(port);
+    _origin += std::to_string(_server->bind_to_any_port("127.0.0.1"));
     _thread = std::thread([this] { _server->listen_after_bind(); });
 }
 

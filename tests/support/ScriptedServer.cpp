@@ -3,6 +3,7 @@
 #include "support/JoiningThread.h"
 
 #include <fcntl.h>
+#include <sys/time.h>
 
 #include <list>
 #include <stdexcept>
@@ -50,16 +51,26 @@ bool ScriptedServer::Peer::send(std::string_view bytes) const {
            static_cast<ssize_t>(bytes.size());
 }
 
-ScriptedServer::ScriptedServer(const Script& script)
-    : _acceptor([this, script] {
-          std::list<JoiningThread> threads;
-          for (int accepted = 0; (accepted = accept(listener.get(), nullptr, nullptr)) >= 0;)
-              threads.emplace_back(
-                  [&script, peer = Peer{platform::FileDescriptor(accepted)}]() mutable { script(peer); });
-      }) {}
+ScriptedServer::ScriptedServer(Script script)
+    : _script(std::move(script)), _acceptor([this] { acceptConnections(); }) {}
+
+void ScriptedServer::acceptConnections() {
+    // A client that does not close its connection must not keep the test from ending.
+    constexpr timeval patience = {.tv_sec = 60, .tv_usec = 0};
+    std::list<JoiningThread> threads;
+    for (;;) {
+        Peer peer{platform::FileDescriptor(accept(listener.get(), nullptr, nullptr))};
+        if (_isEnding)
+            return;
+        setsockopt(peer.socket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        setsockopt(peer.socket.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        threads.emplace_back([this, peer = std::move(peer)]() mutable { _script(peer); });
+    }
+}
 
 ScriptedServer::~ScriptedServer() {
-    shutdown(listener.get(), SHUT_RDWR);
+    _isEnding = true;
+    const platform::FileDescriptor waking = connect();
     _acceptor.join();
 }
 

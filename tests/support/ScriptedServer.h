@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -30,7 +31,8 @@ struct ListeningPort {
 class ScriptedServer : public ListeningPort {
 public:
     struct Peer {
-        /// Reads until the received bytes contain `end` or the peer closes. Returns the bytes.
+        /// Reads until the received bytes contain `end`, the peer closes or nothing arrives for a minute.
+        /// Returns the bytes.
         std::string readUntil(std::string_view end) const;
         /// Sends all bytes; false if the peer does not accept them.
         bool send(std::string_view bytes) const;
@@ -40,11 +42,15 @@ public:
     using Script = std::function<void(Peer&)>;
 
     /// The connection is closed when the script returns.
-    explicit ScriptedServer(const Script& script);
+    explicit ScriptedServer(Script script);
     /// Waits for all scripts.
     ~ScriptedServer();
 
 private:
+    void acceptConnections();
+
+    const Script _script;
+    std::atomic<bool> _isEnding = false;
     std::thread _acceptor;
 };
 
