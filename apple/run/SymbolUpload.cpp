@@ -3,6 +3,7 @@
 #include "Categories/NSTask+Convenience.h"
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/files/Files.h"
+#include "platform/files/UnfinishedFile.h"
 #include "platform/foundation/Path.h"
 #include "platform/foundation/UTF8.h"
 #include "platform/foundation/UUID.h"
@@ -114,6 +115,7 @@ bool uploadDSYM(const BuildSettings& buildSettings, const std::shared_ptr<TWLMac
     const std::string archiveName = platform::globallyUniqueString() + ".zip";
     const std::string archivePath =
         setting(buildSettings, "DWARF_DSYM_FOLDER_PATH").value_or("") + "/" + archiveName;
+    const platform::UnfinishedFile unfinished(archivePath); // a cancelled build leaves no archive
     archive(dSYMPath, archivePath, dSYMName);
     request->addData(readArchive(archivePath, dSYMPath), "application/zip", archiveName,
                      "code_mapping[file]");

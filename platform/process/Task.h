@@ -18,9 +18,11 @@ public:
         : std::runtime_error("Cannot launch " + path + ": " + reason) {}
 };
 
-/// A pipe. No child inherits its ends, and they do not have the numbers 0 to 2, even if the process was
-/// started with closed standard streams. On macOS, NSPipe guarantees neither: prepareStandardStreams
-/// (StandardStreams.h) occupies 0 to 2, and Task passes no other descriptor to a child.
+/// A pipe for a child's standard stream. This process can only read it. As standard input it provides neither
+/// bytes nor an end of file while the object exists. No child inherits its ends, and they do not have the
+/// numbers 0 to 2, even if the process was started with closed standard streams. On macOS, NSPipe guarantees
+/// neither: prepareStandardStreams (StandardStreams.h) occupies 0 to 2, and Task passes no other descriptor
+/// to a child.
 class Pipe {
 public:
     /// Null if the system has no free descriptors.
@@ -39,7 +41,8 @@ private:
 };
 
 /// One run of a program (Apple's NSTask). An object starts one child. The caller must wait for the child,
-/// unless it may outlive this process. Different tasks may be used on different threads.
+/// unless it may outlive this process. Different tasks may be used on different threads. Calls in another
+/// order than launch, waitUntilExit, terminationStatus are faults of the program and end it by an assertion.
 class Task {
 public:
     using Environment = std::map<std::string, std::string>;
@@ -58,7 +61,7 @@ public:
         Pipe* standardOutput = nullptr;
         Pipe* standardError = nullptr;
         /// Whether the child leads a new session. If so, it does not receive signals to this process's group
-        /// or terminal.
+        /// or terminal, and an UnfinishedFile (platform/files) does not end it.
         bool newSession = false;
     };
 
@@ -67,23 +70,27 @@ public:
     /// Other ignored signals stay ignored in the child. Restores this process's default for SIGCHLD if it is
     /// ignored, because the system would not keep exit statuses. Throws LaunchError if the program or the
     /// working directory cannot be used, or if a text contains a zero byte or an environment name is empty
-    /// or contains "=".
+    /// or contains "=". After an exception, launch may be called again.
     ///
-    /// On macOS, NSTask decides about signals, `newSession` has no effect, and text that is not UTF-8 throws
-    /// LaunchError.
+    /// On macOS, NSTask decides about signals, `newSession` has no effect on the child, and text that is not
+    /// UTF-8 throws LaunchError.
     void launch(const Setup& setup);
 
-    /// Waits until the child has exited. On macOS the run loop of the calling thread runs
-    /// meanwhile, so do not wait in a step of the main run loop.
+    /// Waits until the child has exited; returns at once if it was waited for before. On macOS the run loop
+    /// of the calling thread runs meanwhile, so do not wait in a step of the main run loop.
     void waitUntilExit();
 
-    /// The child's exit status, or 128 + N if signal N ended it. Call waitUntilExit first.
-    std::int32_t terminationStatus() const { return _terminationStatus; }
+    /// The child's exit status, or 128 + N if signal N ended it.
+    std::int32_t terminationStatus() const;
 
 private:
     struct Child; // defined for each system
+    /// Starts the child at the path `program`. The caller has checked the texts of `setup`.
+    static std::shared_ptr<Child> start(const Setup& setup, const std::string& program);
+    static std::int32_t waitFor(const Child& child);
+
     std::shared_ptr<Child> _child;
-    std::int32_t _terminationStatus = 0;
+    std::optional<std::int32_t> _terminationStatus;
 };
 
 } // namespace platform

@@ -8,15 +8,18 @@
 #include "support/MachOImage.h"
 #include "support/ScriptedServer.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <list>
 #include <mutex>
 #include <regex>
 #include <set>
+#include <thread>
 
 namespace orvane {
 namespace {
@@ -112,6 +115,17 @@ protected:
             if (entry.path().extension() == ".zip")
                 paths.push_back(entry.path());
         return paths;
+    }
+
+    /// Uses a copy of the tool with this shell script as its archiver.
+    void replaceArchiver(const std::string& script) {
+        const std::string archiver =
+            build.folder.write("Orvane.framework/ditto", "#!/bin/sh\n" + script + "\n");
+        fs::permissions(archiver, fs::perms::all);
+        const std::string copy = build.folder.path("Orvane.framework/run");
+        if (build.tool != copy)
+            fs::copy_file(build.tool, copy);
+        build.tool = copy;
     }
 
     SampleBuild build;
@@ -261,15 +275,13 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
                         1),
                 HasSubstr(record("Compression of version failed, unable to upload.\n\n")));
 
-    const std::string framework = build.folder.makeFolder("Orvane.framework");
-    fs::copy_file(build.tool, framework + "/run");
-    build.tool = framework + "/run";
-    EXPECT_THAT(printed(build, 1),
-                HasSubstr(record("ditto tool unavailable at path " + framework + "/ditto\n\n")));
-    const std::string archiver = build.folder.write("Orvane.framework/ditto", "");
+    replaceArchiver("");
+    const std::string archiver = build.folder.path("Orvane.framework/ditto");
+    fs::permissions(archiver, fs::perms::none);
     EXPECT_THAT(printed(build, 1), HasSubstr(record("The run cannot go on: Cannot launch " + archiver +
                                                     ": Permission denied\n\n")));
-    fs::permissions(archiver, fs::perms::all);
+    fs::remove(archiver);
+    EXPECT_THAT(printed(build, 1), HasSubstr(record("ditto tool unavailable at path " + archiver + "\n\n")));
     const std::string failed = record("Compression of Sample App.app.dSYM failed, unable to upload.\n\n");
     const std::string noData = record("Failed to Load File\n\n" + build.dSYM + " data could not be loaded");
     const struct {
@@ -286,9 +298,67 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
     };
     for (const auto& [name, script, status, message] : cases) {
         SCOPED_TRACE(name);
-        std::ofstream(archiver) << "#!/bin/sh\n" << script << "\n";
+        replaceArchiver(script);
         EXPECT_THAT(printed(build, status), HasSubstr(message));
     }
+}
+
+/// Waits until `condition` holds. Fails the test after 30 seconds.
+void waitUntil(const std::function<bool()>& condition) {
+    const auto began = std::chrono::steady_clock::now();
+    while (!condition()) {
+        ASSERT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+TEST_F(DirectRoad, LeavesNothingBehindIfASignalEndsIt) {
+    enum class Stage { sending, archiving, stubbornArchiver };
+    const auto productCount = [&] {
+        return platform::namesInDirectory(build.products)->size();
+    };
+    const std::size_t countBefore = productCount();
+    std::atomic<bool> isSending = false;
+    const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
+        isSending = !peer.readUntil("code_mapping[file]").empty();
+        peer.readUntil("what no run sends");
+    });
+    build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
+    const auto end = [&](Stage stage, int signal) {
+        isSending = false;
+        // An archiver does not finish a file of 1 TiB during the test.
+        fs::resize_file(build.dSYM + "/Contents/Resources/DWARF/Sample App",
+                        stage == Stage::sending ? 10'000 : std::uintmax_t{1} << 40);
+        support::ChildProcess run(build.launch());
+        const pid_t group = run.identifier();
+        waitUntil([&] { return stage == Stage::sending ? isSending.load() : productCount() > countBefore; });
+        run.kill(signal);
+        const support::Ending ending = run.wait();
+        EXPECT_EQ(ending.status, 128 + signal);
+        EXPECT_EQ(ending.standardError.find("Compression"), std::string::npos);
+        EXPECT_EQ(productCount(), countBefore);
+        EXPECT_EQ(kill(-group, 0), -1) << "the archiver still runs";
+    };
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+        for (const Stage stage : {Stage::sending, Stage::archiving}) {
+            SCOPED_TRACE(std::to_string(signal) + (stage == Stage::sending ? " sending" : " archiving"));
+            end(stage, signal);
+        }
+    replaceArchiver("trap '' HUP INT TERM; echo PK >\"$5\"; exec sleep 60");
+    end(Stage::stubbornArchiver, SIGTERM);
+}
+
+TEST_F(DirectRoad, IgnoresASignalThatItsStarterIgnores) {
+    Service service(build, {201});
+    std::atomic<pid_t> tool = 0;
+    service.beforeAnswer = [&] {
+        waitUntil([&] { return tool != 0; });
+        kill(tool, SIGHUP);
+    };
+    support::ChildProcess run(build.launch({"/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh"}));
+    tool = run.identifier();
+    EXPECT_EQ(run.wait().status, 0);
+    EXPECT_EQ(service.archives().size(), 1u);
 }
 
 TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {

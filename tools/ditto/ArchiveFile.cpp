@@ -6,7 +6,6 @@
 
 #include <signal.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
@@ -14,31 +13,6 @@ namespace ditto {
 namespace {
 
 constexpr std::size_t bufferSize = std::size_t{64} << 10;
-
-/// The file that the signal handler deletes. Never destroyed, because the handler may run at any time.
-std::atomic<const char*> unfinishedFile = nullptr;
-static_assert(std::atomic<const char*>::is_always_lock_free);
-
-extern "C" void deleteUnfinishedFile(int signalNumber) {
-    if (const char* path = unfinishedFile)
-        ::unlink(path);
-    // Not earlier: a second signal on another thread must not end the process before the file is deleted.
-    ::signal(signalNumber, SIG_DFL);
-    ::raise(signalNumber);
-}
-
-void catchSignals() {
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU}) {
-        struct sigaction action = {};
-        if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN)
-            continue;
-        action = {};
-        action.sa_handler = &deleteUnfinishedFile;
-        sigaction(number, &action, nullptr);
-    }
-    // The failed write reports the file-size limit.
-    ::signal(SIGXFSZ, SIG_IGN);
-}
 
 void refuseImpossiblePlace(const std::string& path) {
     struct stat status;
@@ -56,20 +30,18 @@ ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
     refuseImpossiblePlace(_path);
     // A short name, so that it fits where the archive's name fits.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
-    catchSignals();
-    unfinishedFile = _temporaryPath.c_str();
+    // The failed write reports the file-size limit.
+    ::signal(SIGXFSZ, SIG_IGN);
+    _unfinished.emplace(_temporaryPath);
     _file =
         platform::FileDescriptor(::open(_temporaryPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!_file) {
-        unfinishedFile = nullptr;
+    if (!_file)
         throw Failure(errno, "create", _path);
-    }
 }
 
 ArchiveFile::~ArchiveFile() {
     if (_file)
         ::unlink(_temporaryPath.c_str());
-    unfinishedFile = nullptr;
 }
 
 void ArchiveFile::append(std::string_view bytes) {

@@ -1,16 +1,18 @@
 #pragma once
 
 #include "platform/files/FileDescriptor.h"
+#include "platform/files/UnfinishedFile.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace ditto {
 
 /// The archive while it is written: a temporary file beside its final path, to which `commit` renames it.
-/// Without `commit`, nothing remains, even if SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM or SIGXCPU ends the
-/// process. Only one object may exist at a time. All operations throw Failure.
+/// Without `commit`, nothing remains, even if a signal of UnfinishedFile ends the process. Only one object
+/// may exist at a time. All operations throw Failure.
 class ArchiveFile {
 public:
     /// Fails if the name is too long for its folder or if `path` exists and is not a regular file.
@@ -35,6 +37,7 @@ private:
 
     std::string _path;
     std::string _temporaryPath;
+    std::optional<platform::UnfinishedFile> _unfinished;
     platform::FileDescriptor _file;
     /// The bytes that follow the first `_writtenSize` bytes of the file.
     std::string _buffer;

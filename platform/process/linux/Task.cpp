@@ -1,7 +1,7 @@
 #include "platform/process/Task.h"
 
 #include "platform/files/FileDescriptor.h"
-#include "platform/process/TaskSetup.h"
+#include "platform/files/UnfinishedFile.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -125,8 +125,7 @@ std::string Pipe::readDataToEndOfFile() {
     }
 }
 
-void Task::launch(const Setup& setup) {
-    checkTexts(setup);
+std::shared_ptr<Task::Child> Task::start(const Setup& setup, const std::string& program) {
     std::vector<std::string> words = setup.arguments;
     words.insert(words.begin(), setup.launchPath);
     std::vector<std::string> variables;
@@ -151,24 +150,29 @@ void Task::launch(const Setup& setup) {
         spawn.connect(ends[stream] ? *ends[stream] : nullDevice, stream);
     spawn.closeFrom(STDERR_FILENO + 1);
 
-    keepExitStatuses();
-    _child = std::make_shared<Child>();
-    const std::string program = programPath(setup);
-    const int errorNumber = posix_spawn(&_child->identifier, program.c_str(), spawn.actions(),
+    auto child = std::make_shared<Child>();
+    const int errorNumber = posix_spawn(&child->identifier, program.c_str(), spawn.actions(),
                                         spawn.attributes(), arguments.data(), environment);
     if (errorNumber != 0)
         throw LaunchError(setup.launchPath, reasonOf(errorNumber));
+    if (!setup.newSession)
+        setWorkingChild(child->identifier);
     for (FileDescriptor* end : ends)
         if (end)
             end->reset();
+    return child;
 }
 
-void Task::waitUntilExit() {
-    int status = 0;
-    while (waitpid(_child->identifier, &status, 0) < 0)
+std::int32_t Task::waitFor(const Child& child) {
+    // First without reaping, because a signal handler may use the identifier until it is replaced.
+    siginfo_t information;
+    while (waitid(P_PID, static_cast<id_t>(child.identifier), &information, WEXITED | WNOWAIT) < 0)
         if (errno != EINTR)
             throw std::system_error(errno, std::generic_category(), "wait for a child process");
-    _terminationStatus = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    setWorkingChild(0);
+    int status = 0;
+    waitpid(child.identifier, &status, 0);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 } // namespace platform

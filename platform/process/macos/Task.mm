@@ -1,7 +1,7 @@
 #include "platform/process/Task.h"
 
+#include "platform/files/UnfinishedFile.h"
 #include "platform/foundation/macos/Bridge.h"
-#include "platform/process/TaskSetup.h"
 
 #include <cerrno>
 #include <system_error>
@@ -25,11 +25,11 @@ NSString* stringForChild(const std::string& text, const Task::Setup& setup) {
     return string;
 }
 
-NSTask* taskFor(const Task::Setup& setup) {
+NSTask* taskFor(const Task::Setup& setup, const std::string& program) {
     NSTask* const task = [[NSTask alloc] init];
     if (setup.currentDirectoryPath)
         task.currentDirectoryPath = stringForChild(*setup.currentDirectoryPath, setup);
-    task.launchPath = stringForChild(programPath(setup), setup);
+    task.launchPath = stringForChild(program, setup);
     NSMutableArray<NSString*>* const arguments = [NSMutableArray array];
     for (const std::string& argument : setup.arguments)
         [arguments addObject:stringForChild(argument, setup)];
@@ -63,35 +63,36 @@ std::string Pipe::readDataToEndOfFile() {
     throw std::system_error(EIO, std::generic_category(), "read from a pipe");
 }
 
-void Task::launch(const Setup& setup) {
-    checkTexts(setup);
-    keepExitStatuses();
+std::shared_ptr<Task::Child> Task::start(const Setup& setup, const std::string& program) {
     NSString* failure = nil;
     @autoreleasepool {
         const auto streamFor = [](const Pipe* pipe) -> id {
             return pipe ? static_cast<id>(pipe->_ends->pipe) : NSFileHandle.fileHandleWithNullDevice;
         };
         @try {
-            NSTask* const task = taskFor(setup);
+            NSTask* const task = taskFor(setup, program);
             task.standardOutput = streamFor(setup.standardOutput);
             task.standardInput = streamFor(setup.standardInput);
             task.standardError = streamFor(setup.standardError);
             [task launch]; // closes this process's copies of the child's ends
-            _child = std::make_shared<Child>(Child{task});
+            if (!setup.newSession)
+                setWorkingChild(task.processIdentifier);
+            return std::make_shared<Child>(Child{task});
         } @catch (NSException* exception) {
             failure = exception.reason ?: exception.name;
         }
     }
-    if (failure)
-        throw LaunchError(setup.launchPath, textFrom(failure));
+    throw LaunchError(setup.launchPath, textFrom(failure));
 }
 
-void Task::waitUntilExit() {
+std::int32_t Task::waitFor(const Child& child) {
     @autoreleasepool {
-        NSTask* const task = _child->task;
+        NSTask* const task = child.task;
         [task waitUntilExit];
+        // NSTask has reaped the child already; macOS does not give its identifier away so soon.
+        setWorkingChild(0);
         const bool isSignal = task.terminationReason == NSTaskTerminationReasonUncaughtSignal;
-        _terminationStatus = (isSignal ? 128 : 0) + task.terminationStatus;
+        return (isSignal ? 128 : 0) + task.terminationStatus;
     }
 }
 
