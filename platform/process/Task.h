@@ -72,8 +72,9 @@ public:
     /// working directory cannot be used, or if a text contains a zero byte or an environment name is empty
     /// or contains "=". After an exception, launch may be called again.
     ///
-    /// On macOS, NSTask decides about signals, `newSession` has no effect on the child, and text that is not
-    /// UTF-8 throws LaunchError.
+    /// On Linux, marks all descriptors of this process above 2 to be closed in new programs. On macOS, NSTask
+    /// decides about signals, `newSession` has no effect on the child, and text that is not UTF-8 throws
+    /// LaunchError.
     void launch(const Setup& setup);
 
     /// Waits until the child has exited; returns at once if it was waited for before. On macOS the run loop

@@ -4,6 +4,7 @@
 #include "platform/files/UnfinishedFile.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -56,7 +57,6 @@ public:
     void connect(const FileDescriptor& end, int stream) {
         check(posix_spawn_file_actions_adddup2(&_actions, end.get(), stream));
     }
-    void closeFrom(int lowest) { check(posix_spawn_file_actions_addclosefrom_np(&_actions, lowest)); }
     const posix_spawn_file_actions_t* actions() const { return &_actions; }
     const posix_spawnattr_t* attributes() const { return &_attributes; }
 
@@ -70,6 +70,18 @@ private:
     posix_spawn_file_actions_t _actions;
     posix_spawnattr_t _attributes;
 };
+
+/// Makes all descriptors except the standard streams close when a child's program starts. They are marked
+/// here and not closed in the child: without close_range(2), the C library needs /proc to find them there.
+void closeDescriptorsInPrograms() {
+    constexpr int lowest = STDERR_FILENO + 1;
+    if (close_range(lowest, ~0U, CLOSE_RANGE_CLOEXEC) == 0)
+        return;
+    // An old kernel, or a sandbox that refuses the call. The limit of descriptors can be a billion.
+    const auto end = static_cast<int>(std::min(sysconf(_SC_OPEN_MAX), 65536L));
+    for (int descriptor = lowest; descriptor < end; ++descriptor)
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+}
 
 /// Opened here to distinguish a missing folder from a missing program.
 FileDescriptor openWorkingDirectory(const Task::Setup& setup) {
@@ -148,7 +160,7 @@ std::shared_ptr<Task::Child> Task::start(const Setup& setup, const std::string& 
     const FileDescriptor nullDevice = connected ? FileDescriptor() : openNullDevice();
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
         spawn.connect(ends[stream] ? *ends[stream] : nullDevice, stream);
-    spawn.closeFrom(STDERR_FILENO + 1);
+    closeDescriptorsInPrograms();
 
     auto child = std::make_shared<Child>();
     const int errorNumber = posix_spawn(&child->identifier, program.c_str(), spawn.actions(),
