@@ -5,6 +5,8 @@
 #include "platform/propertylist/PropertyList.h"
 #include "run/Console.h"
 
+#include <cerrno>
+
 namespace orvane {
 namespace {
 
@@ -50,11 +52,13 @@ void verifyInfoPlistValuesAtPath(const std::string& path) {
     const auto infoPlist = platform::readDictionary(path);
     const auto* identifier =
         infoPlist ? platform::find<std::string>(*infoPlist, "CFBundleIdentifier") : nullptr;
-    if (!identifier || identifier->empty())
-        failWithTitleAndReason("Required Info.plist Value Not Found",
-                               platform::format("A CFBundleIdentifier value in your Info.plist is required. "
-                                                "Please confirm this value is present in %@ \n\n",
-                                                path));
+    if (identifier && !identifier->empty())
+        return;
+    logWhyUnreadable(path);
+    failWithTitleAndReason("Required Info.plist Value Not Found",
+                           platform::format("A CFBundleIdentifier value in your Info.plist is required. "
+                                            "Please confirm this value is present in %@ \n\n",
+                                            path));
 }
 
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings) {
@@ -67,10 +71,17 @@ std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& bui
 platform::Value::Dictionary infoPlistDictionary(const BuildSettings& buildSettings) {
     const std::string path = appInfoPlistPath(buildSettings);
     auto infoPlist = platform::readDictionary(path);
-    if (!infoPlist)
-        failWithTitleAndReason("Failed to Load File",
-                               platform::format("Could not load Info.plist contents at path %@", path));
-    return *std::move(infoPlist);
+    if (infoPlist)
+        return *std::move(infoPlist);
+    logWhyUnreadable(path);
+    failWithTitleAndReason("Failed to Load File",
+                           platform::format("Could not load Info.plist contents at path %@", path));
+}
+
+void logWhyUnreadable(const std::string& path) {
+    const auto file = platform::readFile(path, 0);
+    if (!file && file.error().code != ENOENT && file.error().code != EFBIG)
+        TWLLog("%@", file.error());
 }
 
 } // namespace orvane

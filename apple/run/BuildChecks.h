@@ -24,4 +24,8 @@ std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& bui
 /// The app's Info.plist. Logs and ends the process with status 1 if it cannot be read.
 platform::Value::Dictionary infoPlistDictionary(const BuildSettings& buildSettings);
 
+/// Logs why a file cannot be opened, for example because of its permissions. Logs nothing if it can be opened
+/// or does not exist. Call it after a failure, before the message that names only the file.
+void logWhyUnreadable(const std::string& path);
+
 } // namespace orvane

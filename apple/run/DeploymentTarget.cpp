@@ -1,6 +1,7 @@
 #include "run/DeploymentTarget.h"
 
 #include "platform/foundation/Value.h"
+#include "run/BuildChecks.h"
 #include "run/Console.h"
 
 #include <algorithm>
@@ -34,9 +35,12 @@ constexpr int minimumOSXMinor = 7;
 } // namespace
 
 std::shared_ptr<TWLMachOBinary> checkDeploymentTarget(const BuildSettings& buildSettings) {
-    auto executable = TWLMachOBinary::MachOBinaryWithPath(appExecutablePath(buildSettings));
-    if (!executable)
+    const std::string path = appExecutablePath(buildSettings);
+    auto executable = TWLMachOBinary::MachOBinaryWithPath(path);
+    if (!executable) {
+        logWhyUnreadable(path);
         return nullptr;
+    }
     // Xcode sets it for iOS apps only.
     const bool isIOS = setting(buildSettings, "TARGETED_DEVICE_FAMILY").has_value();
     const auto isUnsupported = [&](const auto& slice) {

@@ -64,18 +64,22 @@ void archive(const std::string& dSYMPath, const std::string& archivePath, const 
         TWLLog("ditto tool unavailable at path %@\n\n", archiver);
         exitWithFailure();
     }
-    if (!NSTask::runTaskWithLaunchPath(archiver, {"-c", "-k", "--keepParent", dSYMPath, archivePath})) {
+    const auto check = [&](const platform::Data& stderrData, const platform::Data&, std::int32_t status) {
+        if (status == 0)
+            return;
+        TWLLog("%@ ended with status %i\n%@", archiver, status, platform::validUTF8(stderrData.bytes()));
         TWLLog("Compression of %@ failed, unable to upload.\n\n", dSYMName);
         exitWithFailure();
-    }
+    };
+    NSTask::launchWithPath(archiver, {}, {{"-c", "-k", "--keepParent", dSYMPath, archivePath}}, check);
 }
 
 platform::Data readArchive(const std::string& archivePath, const std::string& dSYMPath) {
     auto bytes = platform::readFile(archivePath);
-    if (!bytes)
-        failWithTitleAndReason("Failed to Load File",
-                               platform::format("%@ data could not be loaded", dSYMPath));
-    return *std::move(bytes);
+    if (bytes)
+        return *std::move(bytes);
+    logWhyUnreadable(archivePath);
+    failWithTitleAndReason("Failed to Load File", platform::format("%@ data could not be loaded", dSYMPath));
 }
 
 void deleteArchive(const std::string& archivePath) {

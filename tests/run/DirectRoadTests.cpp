@@ -290,8 +290,10 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
         int status;
         std::string message;
     } cases[] = {
-        {"fails", "exit 3", 1, failed},
+        {"fails", "echo no space >&2; exit 3", 1,
+         record(archiver + " ended with status 3\nno space\n") + failed},
         {"writes nothing", "exit 0", 1, noData},
+        {"makes a folder", "mkdir \"$5\"", 1, ".zip: Is a directory\"\n" + noData},
         {"checks its arguments",
          "test \"$*\" = \"-c -k --keepParent $DWARF_DSYM_FOLDER_PATH/$DWARF_DSYM_FILE_NAME $5\" && echo PK >\"$5\"",
          0, "uploaded statusCode 201"},
@@ -380,6 +382,9 @@ TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
         EXPECT_THAT(printed(build, 0),
                     HasSubstr(message + "\n\nOrvane: Sample App.app.dSYM uploaded statusCode 201\n"));
     }
+    fs::remove(executable);
+    fs::create_directory(executable);
+    EXPECT_THAT(printed(build, 0), HasSubstr(executable + ": Is a directory\"\n"));
     fs::remove(executable);
     build.writeInfoPlist("<key>CFBundleIdentifier</key><string>com.b\u00e9 &amp; co</string>");
     EXPECT_THAT(printed(build, 0), HasSubstr(unanswered + "Error Domain=NSURLErrorDomain Code=-1000 "));

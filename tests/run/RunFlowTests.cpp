@@ -93,15 +93,22 @@ TEST(FailedCheck, NamesTheSettingOrFileThatIsMissing) {
 
 TEST(FailedCheck, RequiresABundleIdentifier) {
     const SampleBuild build;
+    const std::string required =
+        record("Required Info.plist Value Not Found\n\nA CFBundleIdentifier value in your "
+               "Info.plist is required. Please confirm this value is present in " +
+               build.infoPlist + " \n\n");
     for (const char* members : {"", "<key>CFBundleIdentifier</key><string/>",
                                 "<key>CFBundleIdentifier</key><integer>7</integer>", "no property list"}) {
         build.writeInfoPlist(members);
         EXPECT_EQ(printed(build.launch({"/usr/bin/env", "DWARF_DSYM_FILE_NAME=none"}), 1),
-                  versionLine +
-                      record("Required Info.plist Value Not Found\n\nA CFBundleIdentifier value in your "
-                             "Info.plist is required. Please confirm this value is present in " +
-                             build.infoPlist + " \n\n"));
+                  versionLine + required);
     }
+    fs::remove(build.infoPlist);
+    fs::create_directory(build.infoPlist);
+    EXPECT_EQ(printed(build, 1), versionLine +
+                                     record("Error Domain=NSPOSIXErrorDomain Code=21 \"read " +
+                                            build.infoPlist + ": Is a directory\"") +
+                                     required);
 }
 
 TEST(DebugDefault, IsReadFromArgumentsAndPreferences) {
