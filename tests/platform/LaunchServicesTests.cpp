@@ -65,7 +65,8 @@ public:
     support::TemporaryFolder folder;
 
 private:
-    const support::EnvironmentVariable _environment[7] = {
+    const support::EnvironmentVariable _environment[8] = {
+        {"LC_ALL", "C"},
         {"HOME", folder.path("home")},
         {"XDG_CONFIG_HOME", "relative"},
         {"XDG_CONFIG_DIRS", folder.path("xdg") + ":" + folder.path("xdg2")},
@@ -210,6 +211,11 @@ TEST(LaunchServices, UseTheFirstDefaultThatIsInstalled) {
          "b"},
         {"hidden by the user", {{"xdg/", defaults + both}, {data + a, "Exec=c\nHidden=true"}}, "b"},
         {"replaced by the user", {{"xdg/", defaults + both}, {data + a, "Exec=c"}}, "c"},
+        {"program removed by the user", {{"xdg/", defaults + a}, {data + a, "Exec=gone"}}, "a"},
+        {"link instead of an application", {{"xdg/", defaults + a}, {data + a, "Exec=c\nType=Link"}}, "a"},
+        {"required program not installed", {{"xdg/", defaults + a}, {data + a, "Exec=c\nTryExec=gone"}}, "a"},
+        {"no command", {{"xdg/", defaults + a}, {data + a, "DBusActivatable=true"}}, "a"},
+        {"no group", {{"xdg/", defaults + a}, {data + a, "[Other]\nExec=c"}}, "a"},
         {"identifier with dashes",
          {{"xdg/", defaults + "x-y-z.desktop"},
           {data + "x/y-z.desktop", "Exec=b"},
@@ -228,6 +234,9 @@ TEST(LaunchServices, UseAssociationsAfterAllDefaults) {
          {{"xdg/", added + a + "\n" + removed + both}, {system, defaults + b}},
          "a"},
         {"removal in a later folder", {{"xdg/", added + a}, {"xdg2/", removed + a}}, "a"},
+        {"removal after an association, and a default",
+         {{"xdg/", added + b + ";" + a}, {"xdg2/", removed + a}, {system, defaults + a}},
+         "a"},
         {"removal from the cache", {{system, removed + a}, {cache, cached + both}}, "b"},
         {"lists of one desktop only have defaults",
          {{"xdg/gnome-", removed + a + "\n" + added + b}, {cache, cached + a}},
@@ -237,6 +246,47 @@ TEST(LaunchServices, UseAssociationsAfterAllDefaults) {
         {"default selects the user's entry", {{data + a, "Exec=c"}, {system, defaults + a}}, "c"},
         {"association does not", {{data + a, "Exec=c"}, {cache, cached + both}}, "b"},
     });
+}
+
+TEST(LaunchServices, SearchLinksThatLeadBackToTheirFolderOnlyAFewLevelsDeep) {
+    const Desktop desktop;
+    std::string identifier = "x";
+    for (int i = 0; i < 60; ++i)
+        identifier += "-x";
+    desktop.write("xdg/", defaults + identifier + ".desktop;" + a);
+    for (const char* name : {"x", "x-x"})
+        create_symlink(".", desktop.folder.path(system + name));
+    EXPECT_THAT(desktop.open({url}), testing::StartsWith(desktop.folder.path("a.app/")));
+}
+
+TEST(LaunchServices, PassTheNameInTheUsersLanguage) {
+    const Desktop desktop;
+    support::ReportPipe reports(desktop.folder.path("reports"));
+    desktop.writeProgram("n.app/n",
+                         "#!/bin/sh\nprintf '%s\\n\\n' \"$1\" >'" + desktop.folder.path("reports") + "'\n");
+    desktop.write(data, defaults + "n.desktop");
+    desktop.folder.write(data + "n.desktop",
+                         "[Desktop Entry]\nType=Application\nName=name\nName[de]=de\n"
+                         "Name[de_AT]=at\nName[sr@latin]=latin\nName[sr]=sr\nName[sr_RS]=rs\n"
+                         "Name[sr_ME@latin]=me\nName[fr]=\nExec=\"" +
+                             desktop.folder.path("n.app/n") + "\" %c\n");
+    const struct {
+        const char* all;
+        const char* messages;
+        const char* other;
+        const char* name;
+    } cases[] = {
+        {"", "", "de_AT.UTF-8", "at"},    {"", "de_DE", "sr", "de"},
+        {"C", "de", "de", "name"},        {"sr_RS.UTF-8@latin", "", "", "rs"},
+        {"sr_XK@latin", "", "", "latin"}, {"sr_ME.UTF-8@latin", "", "", "me"},
+        {"sr_XK@cyrillic", "", "", "sr"}, {"fr_FR", "", "", "name"},
+    };
+    for (const auto& [all, messages, other, name] : cases) {
+        const support::EnvironmentVariable variables[] = {
+            {"LC_ALL", all}, {"LC_MESSAGES", messages}, {"LANG", other}};
+        EXPECT_THAT(desktop.open({url}), testing::EndsWith("\n0\n"));
+        EXPECT_EQ(reports.next(), std::string(name) + "\n") << all << messages << other;
+    }
 }
 
 TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {

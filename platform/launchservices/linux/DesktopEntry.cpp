@@ -7,6 +7,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <optional>
 #include <utility>
@@ -29,6 +31,14 @@ std::string installedProgram(const std::string& name) {
         for (const std::string& folder : foldersInVariable("PATH", "/usr/local/bin:/usr/bin:/bin"))
             if (std::string path = pathByAppending(folder, name); isExecutable(path))
                 return path;
+    return "";
+}
+
+/// The user's locale for texts, as setlocale(3) selects it. Empty if the environment sets none.
+std::string messageLocale() {
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
+        if (const char* const value = std::getenv(variable); value && *value)
+            return value;
     return "";
 }
 
@@ -83,15 +93,15 @@ std::optional<std::string> expanded(std::string_view word, const std::map<char, 
 
 } // namespace
 
-DesktopEntry DesktopEntry::find(const std::string& folder, std::string_view identifier) {
+DesktopEntry DesktopEntry::find(const std::string& folder, std::string_view identifier, int levels) {
     DesktopEntry entry = {pathByAppending(folder, identifier), {}};
     entry.file = readKeyFile(entry.path);
-    for (std::size_t dash = identifier.find('-'); dash != none && entry.file.empty();
+    for (std::size_t dash = identifier.find('-'); levels > 0 && dash != none && entry.file.empty();
          dash = identifier.find('-', dash + 1)) {
         const std::string below = pathByAppending(folder, identifier.substr(0, dash));
-        // "." and ".." would cause an endless recursion.
+        // "." and ".." would select entries that have another identifier.
         if (dash > 0 && identifier.front() != '.' && isDirectory(below))
-            entry = find(below, identifier.substr(dash + 1));
+            entry = find(below, identifier.substr(dash + 1), levels - 1);
     }
     return entry;
 }
@@ -109,14 +119,30 @@ std::string DesktopEntry::text(std::string_view key) const {
     return text;
 }
 
+std::string DesktopEntry::localizedText(const std::string& key) const {
+    const std::string locale = messageLocale(); // lang_COUNTRY.ENCODING@MODIFIER
+    const std::string modifier = locale.substr(std::min(locale.find('@'), locale.size()));
+    const std::string place = locale.substr(0, locale.find_first_of(".@"));
+    const std::string language = place.substr(0, place.find('_'));
+    for (const std::string& one : {place + modifier, place, language + modifier, language})
+        if (std::string translation = text(key + "[" + one + "]"); !translation.empty())
+            return translation;
+    return text(key);
+}
+
+bool DesktopEntry::isHidden() const {
+    const std::string hidden = text("Hidden");
+    return hidden == "true" || hidden == "1";
+}
+
 std::vector<std::string> DesktopEntry::command(std::span<const URL>& urls) const {
-    const std::string hidden = text("Hidden"), needed = text("TryExec"), icon = text("Icon");
-    if (text("Type") != "Application" || hidden == "true" || hidden == "1" ||
-        (!needed.empty() && installedProgram(needed).empty()))
+    const std::string needed = text("TryExec"), icon = localizedText("Icon");
+    if (text("Type") != "Application" || isHidden() || (!needed.empty() && installedProgram(needed).empty()))
         return {};
     const std::string& url = urls.front().absoluteString();
-    std::map<char, std::string> codes = {{'%', "%"}, {'c', text("Name")}, {'k', path}, {'u', url},
-                                         {'U', url}, {'f', url},          {'F', url}};
+    std::map<char, std::string> codes = {
+        {'%', "%"}, {'c', localizedText("Name")}, {'k', path}, {'u', url}, {'U', url}, {'f', url},
+        {'F', url}};
     for (const char noneOrDeprecated : {'i', 'd', 'D', 'n', 'N', 'v', 'm'})
         codes[noneOrDeprecated];
     std::vector<std::string> command;

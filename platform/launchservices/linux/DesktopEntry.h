@@ -17,16 +17,22 @@ struct DesktopEntry {
     Data file;
 
     /// Reads the entry with this desktop file ID from `folder`. A "-" in an ID can stand for the "/" of a
-    /// path.
-    static DesktopEntry find(const std::string& folder, std::string_view identifier);
+    /// path with up to `levels` subfolders. Without that limit, links that lead back to their own folder
+    /// would multiply the paths for an ID with many dashes.
+    static DesktopEntry find(const std::string& folder, std::string_view identifier, int levels = 4);
 
     /// A string value with its escape sequences replaced; empty if there is none.
     std::string text(std::string_view key) const;
+    /// The same in the user's language (LC_ALL, LC_MESSAGES, LANG) if the entry contains a translation.
+    std::string localizedText(const std::string& key) const;
+
+    /// Whether the user or the administrator marked the application as deleted (Hidden=true).
+    bool isHidden() const;
 
     /// The absolute path of the program and its arguments for the first of `urls`, or for all of them if the
     /// entry accepts a list. Removes these from `urls`, which must not be empty. Returns an empty list if
-    /// the entry is hidden or not an application, if its Exec value is malformed, or if its program is not
-    /// installed.
+    /// the entry does not exist, is hidden or not an application, if its Exec value is malformed, or if its
+    /// program is not installed.
     std::vector<std::string> command(std::span<const URL>& urls) const;
 };
 

@@ -42,8 +42,8 @@ std::vector<Folder> desktopFolders() {
     return folders;
 }
 
-/// A desktop file ID. It is valid only if the first entry with this ID is in the folder `firstFolder` or a
-/// later one.
+/// A desktop file ID. It selects the first usable entry with this ID, but only if that entry is in the folder
+/// `firstFolder` or a later one.
 struct Candidate {
     std::string identifier;
     std::size_t firstFolder;
@@ -80,8 +80,11 @@ std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<
             add(candidates, list, "Default Applications", 0);
         }
         add(associated, list, "Added Associations", i);
+        // An association of an earlier folder, or of this list, takes precedence over the removal.
         for (const std::string_view identifier : split(keyFileValue(list, "Removed Associations", type), ';'))
-            removed.emplace(identifier);
+            if (std::none_of(associated.begin(), associated.end(),
+                             [&](const Candidate& one) { return one.identifier == identifier; }))
+                removed.emplace(identifier);
         if (folders[i].hasEntries)
             add(associated, readKeyFile(pathByAppending(folders[i].path, "mimeinfo.cache")), "MIME Cache", i);
     }
@@ -89,19 +92,30 @@ std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<
     return candidates;
 }
 
+/// The entry that `candidate` selects, if it can open `url`. An entry that cannot be used leaves the
+/// identifier to the folders after its own: a user may have removed a program that is installed for all users
+/// too. A hidden entry ends the search, because users hide an application in this way.
+std::optional<DesktopEntry> usableEntry(const Candidate& candidate, const std::vector<Folder>& folders,
+                                        const URL& url) {
+    std::span<const URL> urls(&url, 1);
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        if (!folders[i].hasEntries)
+            continue;
+        DesktopEntry entry = DesktopEntry::find(folders[i].path, candidate.identifier);
+        if (entry.isHidden())
+            break;
+        if (!entry.command(urls).empty())
+            return i >= candidate.firstFolder ? std::optional(std::move(entry)) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
 /// The installed application for URLs of this scheme; its file is empty if there is none.
 DesktopEntry handlerForURL(const URL& url) {
     const std::vector<Folder> folders = desktopFolders();
-    for (const auto& [identifier, firstFolder] : candidatesFor("x-scheme-handler/" + url.scheme(), folders)) {
-        DesktopEntry entry;
-        std::size_t visited = 0; // the number of folders up to the entry's folder
-        for (; visited < folders.size() && entry.file.empty(); ++visited)
-            if (folders[visited].hasEntries)
-                entry = DesktopEntry::find(folders[visited].path, identifier);
-        std::span<const URL> urls(&url, 1);
-        if (visited > firstFolder && !entry.command(urls).empty())
-            return entry;
-    }
+    for (const Candidate& candidate : candidatesFor("x-scheme-handler/" + url.scheme(), folders))
+        if (auto entry = usableEntry(candidate, folders, url))
+            return *std::move(entry);
     return {};
 }
 
