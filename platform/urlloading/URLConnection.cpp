@@ -45,7 +45,7 @@ public:
         if (error)
             delegate->didFailWithError(_connection, error);
         else
-            delegate->didFinishLoading(_connection);
+            delegate->connectionDidFinishLoading(_connection);
     }
 
 private:

@@ -69,8 +69,8 @@ class URLConnection;
 
 /// Receives the events of one connection. All operations run on the main thread, inside the main run loop, in
 /// this order: canAuthenticateAgainstProtectionSpace for each protection space, didReceiveResponse at most
-/// once, didReceiveData any number of times, and finally either didFailWithError or didFinishLoading. Nothing
-/// is called after `cancel`.
+/// once, didReceiveData any number of times, and finally either didFailWithError or
+/// connectionDidFinishLoading. Nothing is called after `cancel`.
 class URLConnectionDelegate {
 public:
     virtual ~URLConnectionDelegate() = default;
@@ -78,7 +78,7 @@ public:
     virtual void didReceiveResponse(URLConnection& connection, const URLResponse& response) = 0;
     virtual void didReceiveData(URLConnection& connection, const Data& data) = 0;
     virtual void didFailWithError(URLConnection& connection, const std::optional<Error>& error) = 0;
-    virtual void didFinishLoading(URLConnection& connection) = 0;
+    virtual void connectionDidFinishLoading(URLConnection& connection) = 0;
 
     /// Whether the connection may authenticate. For server trust it is called before each TLS handshake; the
     /// certificate is verified whatever it returns. For the other methods there are no credentials: unless

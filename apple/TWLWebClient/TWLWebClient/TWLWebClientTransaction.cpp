@@ -104,7 +104,7 @@ void TWLWebClientTransaction::didFailWithError(URLConnection&, const std::option
     });
 }
 
-void TWLWebClientTransaction::didFinishLoading(URLConnection&) {
+void TWLWebClientTransaction::connectionDidFinishLoading(URLConnection&) {
     _queue.async([self = shared_from_this()] { self->complete(); });
 }
 

@@ -43,7 +43,7 @@ public:
     void didReceiveData(platform::URLConnection& connection, const platform::Data& data) override;
     void didFailWithError(platform::URLConnection& connection,
                           const std::optional<platform::Error>& error) override;
-    void didFinishLoading(platform::URLConnection& connection) override;
+    void connectionDidFinishLoading(platform::URLConnection& connection) override;
     bool canAuthenticateAgainstProtectionSpace(platform::URLConnection& connection,
                                                const platform::URLProtectionSpace& space) override;
 

@@ -5,42 +5,11 @@
 
 using platform::Data;
 using platform::format;
-using platform::objectForKey;
 using platform::Value;
 
 namespace {
 
 constexpr const char* sourceFile = "apple/TWLWebClient/TWLWebClient/TWLWebRequest";
-
-// A fixed text; the values are not searched for it.
-constexpr const char* boundary = "AaB03x";
-
-/// A dictionary of the members before the first null value.
-Value::Dictionary recordOf(std::initializer_list<std::pair<const char*, Value>> members) {
-    Value::Dictionary record;
-    for (const auto& [key, value] : members) {
-        if (value.isNull())
-            break;
-        record.emplace(key, value);
-    }
-    return record;
-}
-
-std::string filePartHead(const Value::Dictionary& record) {
-    std::string head = format("--%@\r\nContent-Disposition: form-data; name=\"%@\"; filename=\"%@\"\r\n",
-                              boundary, objectForKey(record, "field"), objectForKey(record, "filename"));
-    // A record that ends before its type has unknown bytes (RFC 7578 section 4.4).
-    const Value type = objectForKey(record, "mime-type");
-    if (type.isNull())
-        return head + "Content-Type: application/octet-stream\r\n\r\n";
-    return head + format("Content-Type: %@\r\n", type) + "Content-Transfer-Encoding: binary\r\n\r\n";
-}
-
-std::string textPart(const Value::Dictionary& record, const std::string& value) {
-    return format("--%@\r\nContent-Disposition: form-data; name=\"%@\"\r\n", boundary,
-                  objectForKey(record, "field")) +
-           "Content-Type: text/plain\r\n\r\n" + format("%@\r\n", value);
-}
 
 } // namespace
 
@@ -72,15 +41,16 @@ void TWLWebRequest::addFormRecord(FormRecord record) {
 }
 
 void TWLWebRequest::addValueForFormField(Value value, std::optional<std::string> field) {
-    addFormRecord(recordOf({{"value", std::move(value)}, {"field", field}, {"mime-type", "text/plain"}}));
+    addFormRecord(FormRecord::upToFirstNull(
+        {.value = std::move(value), .field = std::move(field), .MIMEType = "text/plain", .fileName = {}}));
 }
 
 void TWLWebRequest::addData(std::optional<Data> data, std::optional<std::string> MIMEType,
                             std::optional<std::string> fileName, std::optional<std::string> formField) {
-    addFormRecord(recordOf({{"value", data ? Value(*data) : Value()},
-                            {"field", formField},
-                            {"mime-type", MIMEType},
-                            {"filename", fileName}}));
+    addFormRecord(FormRecord::upToFirstNull({.value = data ? Value(*std::move(data)) : Value(),
+                                             .field = std::move(formField),
+                                             .MIMEType = std::move(MIMEType),
+                                             .fileName = std::move(fileName)}));
 }
 
 void TWLWebRequest::addValueForFormFromDict(const Value::Dictionary& dictionary,
@@ -108,11 +78,9 @@ std::shared_ptr<platform::URLRequest> TWLWebRequest::URLRequest() {
     auto request = std::make_shared<platform::URLRequest>();
     request->url = fullURL();
     request->cachePolicy = platform::URLRequestCachePolicy::reloadIgnoringLocalCacheData;
-    request->timeoutInterval = std::chrono::seconds(15);
     request->answerLimit = _answerLimit;
     request->method = _method;
-    // Before the headers, because it sets one of them.
-    request->body = formData();
+    request->body = formData(); // sets a header, so the headers follow
     for (const auto& [field, value] : _customHeaders)
         request->appendValueForHTTPHeaderField(value, field);
     return request;
@@ -121,20 +89,7 @@ std::shared_ptr<platform::URLRequest> TWLWebRequest::URLRequest() {
 std::optional<platform::HTTPBody> TWLWebRequest::formData() {
     if (!_formFields || _formFields->empty())
         return std::nullopt;
-    platform::HTTPBody body;
-    // Text is collected between the pieces of bytes, so that files are not copied.
-    std::string text = "MIME-Version: 1.0\r\n";
-    for (const FormRecord& record : *_formFields) {
-        const Value value = objectForKey(record, "value");
-        if (const auto* string = value.as<std::string>()) {
-            text += textPart(record, *string);
-        } else if (const auto* bytes = value.as<Data>()) {
-            body.append(Data(std::move(text) + filePartHead(record)));
-            body.append(*bytes);
-            text = "\r\n";
-        }
-    }
-    body.append(Data(std::move(text) + format("--%@--\r\n", boundary)));
-    addValueForHTTPHeaderField(format("multipart/form-data; boundary=%@", boundary), "Content-Type");
-    return body;
+    MultipartBody body(*_formFields);
+    addValueForHTTPHeaderField(std::move(body.contentType), "Content-Type");
+    return std::move(body.bytes);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TWLWebClient/MultipartBody.h"
 #include "platform/foundation/URL.h"
 #include "platform/foundation/Value.h"
 #include "platform/urlloading/HTTPBody.h"
@@ -14,11 +15,10 @@
 #include <vector>
 
 /// An HTTP request: method, path or absolute URL, query parameters, headers and form fields. Makes the query
-/// string and the multipart body. Not safe for concurrent use.
+/// string. Not safe for concurrent use.
 class TWLWebRequest {
 public:
     using Parameters = std::map<std::string, std::string>;
-    using FormRecord = platform::Value::Dictionary;
     using ProtectionSpaceHandler = std::function<bool(const platform::URLProtectionSpace&)>;
 
     /// A null method or path fails an assertion.
@@ -54,9 +54,7 @@ public:
     /// Adds the headers that the request does not have yet.
     void addHeaders(const platform::HTTPHeaders& headers);
 
-    /// The form fields in the order of the calls; null if there are none. A record has the keys "value" (text
-    /// or bytes), "field", "mime-type" and, for files, "filename". It ends before the first key whose value
-    /// was null.
+    /// The form fields in the order of the calls; null if there are none.
     const std::optional<std::vector<FormRecord>>& formFields() const { return _formFields; }
     void addFormRecord(FormRecord record);
 
@@ -83,12 +81,11 @@ public:
     std::uint64_t answerLimit() const { return _answerLimit; }
     void setAnswerLimit(std::uint64_t answerLimit) { _answerLimit = answerLimit; }
 
-    /// Makes the platform's request: 15 seconds timeout, no local cache, and the multipart body if there are
-    /// form fields (which also sets the header "Content-Type").
+    /// Makes the platform's request: its default timeout, no local cache, and the multipart body if there are
+    /// form fields.
     std::shared_ptr<platform::URLRequest> URLRequest();
 
-    /// Makes the multipart/form-data body (RFC 7578, boundary "AaB03x") and sets the header "Content-Type".
-    /// Null if there are no form fields. Names and values are not escaped.
+    /// Makes the MultipartBody of the form fields and sets the header "Content-Type". Null if there are none.
     std::optional<platform::HTTPBody> formData();
 
 private:

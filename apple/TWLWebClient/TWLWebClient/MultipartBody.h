@@ -1,0 +1,32 @@
+#pragma once
+
+#include "platform/foundation/Value.h"
+#include "platform/urlloading/HTTPBody.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One field of a form. All members may be null.
+struct FormRecord {
+    /// Text makes a text part, bytes make a file part. Other values are not sent.
+    platform::Value value;
+    std::optional<std::string> field;
+    /// Used in file parts only; a text part is always text/plain.
+    std::optional<std::string> MIMEType;
+    /// Used in file parts only.
+    std::optional<std::string> fileName;
+
+    /// The record without the members that follow its first null member. Services tell an incomplete field by
+    /// the result: a file without a type has the name "(null)" and the type application/octet-stream.
+    static FormRecord upToFirstNull(FormRecord record);
+};
+
+/// The multipart/form-data body (RFC 7578) of form records, and its content type. The file parts share the
+/// bytes of the records. Names and values are not escaped.
+struct MultipartBody {
+    explicit MultipartBody(const std::vector<FormRecord>& records);
+
+    platform::HTTPBody bytes;
+    std::string contentType;
+};
