@@ -15,7 +15,7 @@ std::string signUpURL();
 /// The vendor's reverse-DNS name, for example "com.tarnwhistle".
 std::string reverseDNS();
 
-/// The tool's CFBundleShortVersionString.
+/// The tool's CFBundleShortVersionString. The two versions are set in CMakeLists.txt.
 std::string toolVersion();
 /// The tool's CFBundleVersion.
 std::string toolBuildVersion();

@@ -149,14 +149,14 @@ TEST_F(DirectRoad, SendsBothRequests) {
     EXPECT_EQ(upload.get_header_value("X-Tarnwhistle-Build-Secret"), "");
     const struct {
         const char* name;
-        const char* value;
+        std::string value;
     } headers[] = {
         {"X-Tarnwhistle-API-Key", key},
         {"X-Tarnwhistle-Developer-Token", "a4c123b1612dd272d1371c17149d439536b3216f"},
         {"X-Tarnwhistle-API-Client-Id", "com.tarnwhistle.run"},
-        {"User-Agent", "run/1.3.17"},
-        {"X-Tarnwhistle-API-Client-Build-Version", "149"},
-        {"X-Tarnwhistle-API-Client-Display-Version", "1.3.17"},
+        {"User-Agent", "run/" + toolVersion()},
+        {"X-Tarnwhistle-API-Client-Build-Version", toolBuildVersion()},
+        {"X-Tarnwhistle-API-Client-Display-Version", toolVersion()},
         {"Content-Type", "multipart/form-data; boundary=AaB03x"},
         {"Accept", "application/json, application/x-plist"},
         {"Expect", ""},
@@ -182,7 +182,9 @@ project[display_version] = 17
 project[build_version] = 1.2
 code_mapping[build_configuration] = �é
 code_mapping[type] = dsym
-com_tarnwhistle_run_version = 149
+)"
+                                             "com_tarnwhistle_run_version = " +
+                                                 toolBuildVersion() + R"(
 code_mapping[executables][][identifier] = 11111111111111111111111111111111
 code_mapping[executables][][arch] = armv7
 code_mapping[executables][][identifier] = 22222222222222222222222222222222

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "run/VendorConfiguration.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
@@ -50,7 +51,7 @@ public:
     support::Launch launchBelow(const std::vector<std::string>& parents) const;
 };
 
-inline const std::string versionLine = "Orvane.framework/run 1.3.17\n";
+inline const std::string versionLine = "Orvane.framework/run " + toolVersion() + "\n";
 
 /// The first record of a run on the direct road if no service listens.
 inline const std::string unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";

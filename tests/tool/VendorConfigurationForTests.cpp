@@ -25,12 +25,4 @@ std::string reverseDNS() {
     return "com.tarnwhistle";
 }
 
-std::string toolVersion() {
-    return "1.3.17";
-}
-
-std::string toolBuildVersion() {
-    return "149";
-}
-
 } // namespace orvane
