@@ -5,7 +5,8 @@
 namespace platform {
 
 /// Writes one record to standard error, in one write: date and time with milliseconds (local), process name,
-/// process and thread id, `message`, and a line break. Records of several threads or processes do not mix.
+/// process and thread id, `message`, and a line break unless `message` ends with one. Records of several
+/// threads or processes do not mix.
 /// Never fails. Once SIGPIPE is ignored (StandardStreams.h) it does not end the process either: text that a
 /// closed or full standard error does not accept is dropped. Any thread.
 ///

@@ -229,7 +229,7 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
         SCOPED_TRACE(name);
         const Service service(build, answers);
         build.arguments[1] = std::string(secretSize, 's');
-        EXPECT_EQ(printed(build, status), versionLine + messages + summary + "\n");
+        EXPECT_EQ(printed(build, status), versionLine + messages + summary);
         EXPECT_EQ(service.requests()[0].has_header("X-Tarnwhistle-Build-Secret"), secretSize == 64);
         EXPECT_EQ(service.requests().size(), answers.size());
         EXPECT_EQ(service.archives().size(), answers.size() - 1) << "each attempt makes a new archive";
@@ -425,7 +425,7 @@ TEST_F(DirectRoad, AcceptsEachKindOfXcodeBuild) {
     for (const std::string kind : {"device", "simulator", "archive"}) {
         build.setKind(kind);
         const Service service(build, {201});
-        EXPECT_THAT(printed(build, 0), EndsWith(" Slice:arm64\n\n")) << kind;
+        EXPECT_THAT(printed(build, 0), EndsWith(" Slice:arm64\n")) << kind;
     }
 }
 

@@ -56,9 +56,9 @@ inline const std::string versionLine = "Orvane.framework/run " + toolVersion() +
 /// The first record of a run on the direct road if no service listens.
 inline const std::string unanswered = "\n\nOrvane: Could not be onboarded statusCode 0 ";
 
-/// A record of TWLLog, without the header.
+/// A record of TWLLog, without the header. The log adds a line break only if the message has none at its end.
 inline std::string record(const std::string& message) {
-    return "\n\nOrvane: " + message + "\n";
+    return "\n\nOrvane: " + message + (message.ends_with('\n') ? "" : "\n");
 }
 
 /// Runs the tool, which must exit with `status`. Returns the standard error without the header of each

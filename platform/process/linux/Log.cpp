@@ -94,11 +94,12 @@ void writeToStandardError(std::string_view text) {
 
 void log(std::string_view message) {
     const std::array<char, 256> start = header();
+    const std::string_view end = message.ends_with('\n') ? "" : "\n";
     try {
-        writeToStandardError(std::string(start.data()).append(message) += '\n');
+        writeToStandardError(std::string(start.data()).append(message).append(end));
     } catch (const std::bad_alloc&) {
         const Turn turn;
-        for (const std::string_view part : {std::string_view(start.data()), message, std::string_view("\n")})
+        for (const std::string_view part : {std::string_view(start.data()), message, end})
             writeAll(part);
     }
 }
