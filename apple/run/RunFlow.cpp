@@ -30,8 +30,7 @@ constexpr std::size_t buildSecretBytes = 64;
 constexpr unsigned ownerOnly = 0600;
 
 void readDebugDefault(int argc, const char* const* argv) {
-    const platform::UserDefaults defaults({argv + 1, argv + argc}, reverseDNS() + ".run");
-    const platform::Value* debug = defaults.object("debug");
+    const auto debug = platform::userDefault("debug", {argv + 1, argv + argc}, reverseDNS() + ".run");
     if (debug && platform::booleanValue(*debug))
         setDebugMode();
 }

@@ -4,24 +4,22 @@
 #include "platform/propertylist/PropertyList.h"
 
 namespace platform {
-namespace {
 
-Value::Dictionary settingsIn(NSDictionary* domain) {
-    NSData* const data = [NSPropertyListSerialization dataWithPropertyList:domain ?: @{}
-                                                                    format:NSPropertyListBinaryFormat_v1_0
-                                                                   options:0
-                                                                     error:nullptr];
-    Result<Value> settings = parsePropertyList({static_cast<const char*>(data.bytes), data.length});
-    return settings ? std::move(*(*settings).as<Value::Dictionary>()) : Value::Dictionary();
-}
-
-} // namespace
-
-UserDefaults::UserDefaults(const std::vector<std::string>& /*arguments*/, const std::string& domain) {
+std::optional<Value> userDefault(const std::string& name, const std::vector<std::string>& /*arguments*/,
+                                 const std::string& domain) {
     @autoreleasepool {
         NSUserDefaults* const defaults = NSUserDefaults.standardUserDefaults;
-        _arguments = settingsIn([defaults volatileDomainForName:NSArgumentDomain]);
-        _preferences = settingsIn([defaults persistentDomainForName:stringFrom(domain)]);
+        // Without a bundle identifier the program's own domain is its name.
+        [defaults addSuiteNamed:stringFrom(domain)];
+        id const object = [defaults objectForKey:stringFrom(name)];
+        NSData* const data =
+            object ? [NSPropertyListSerialization dataWithPropertyList:object
+                                                                format:NSPropertyListBinaryFormat_v1_0
+                                                               options:0
+                                                                 error:nullptr]
+                   : nil;
+        auto setting = parsePropertyList({static_cast<const char*>(data.bytes), data.length});
+        return setting ? std::optional(*std::move(setting)) : std::nullopt;
     }
 }
 
