@@ -13,11 +13,14 @@ constexpr unsigned endOfBlockSymbol = 256;
 constexpr unsigned literalSymbols = 288;
 constexpr unsigned distanceSymbols = 32;
 
-// RFC 1951 section 3.2.5. The reserved symbols at the end of both tables never occur.
-constexpr std::array<std::uint8_t, 31> lengthExtraBits = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2,
-                                                          3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0, 0, 0};
-constexpr std::array<std::uint8_t, 32> distanceExtraBits = {
-    0, 0, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13, 0, 0};
+// The extra bits after a symbol (RFC 1951 section 3.2.5); `index` is its position in its part of the
+// alphabet. The reserved symbols at the end never occur.
+constexpr unsigned lengthExtraBits(unsigned index) {
+    return index < 4 || index >= 28 ? 0 : index / 4 - 1;
+}
+constexpr unsigned distanceExtraBits(unsigned index) {
+    return index < 2 || index >= 30 ? 0 : index / 2 - 1;
+}
 
 [[noreturn]] void malformed() {
     throw std::logic_error("the compressor made a deflate stream that cannot be followed");
@@ -93,10 +96,10 @@ Step stepFor(const Symbol& symbol, Next alphabet) {
         return Step{static_cast<std::uint8_t>(symbol.codewordLength + extraBits), next};
     };
     if (alphabet == distance)
-        return step(distanceExtraBits.at(symbol.value), literalOrLength);
+        return step(distanceExtraBits(symbol.value), literalOrLength);
     if (symbol.value <= endOfBlockSymbol)
         return step(0, symbol.value < endOfBlockSymbol ? literalOrLength : nothing);
-    return step(lengthExtraBits.at(symbol.value - endOfBlockSymbol - 1), distance);
+    return step(lengthExtraBits(symbol.value - endOfBlockSymbol - 1), distance);
 }
 
 /// A canonical Huffman code (RFC 1951 section 3.2.2).
