@@ -22,8 +22,8 @@ inline constexpr std::size_t pieceSize = std::size_t{1} << 20;
 ///     level    1      2      3      4      5      6
 ///     size     1.067  1.003  0.999  0.996  0.979  0.976
 ///
-/// Level 5 is as fast as level 2 if the upload has 100 Mbit/s, and faster if it has less. Its archives take
-/// 2.5 % less of the service's storage.
+/// Archiving and uploading at 100 Mbit/s take as long at level 5 as at level 2. The archives of level 5 are
+/// 2.4 % smaller, which saves time on slower networks and storage of the service.
 inline constexpr int compressionLevel = 5;
 
 /// A part of a file's content.
