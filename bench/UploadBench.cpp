@@ -76,10 +76,10 @@ double processorSeconds(const rusage& usage) {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// Prints the wall seconds and processor seconds of the exchange, without those of reading the file.
+/// Prints the wall seconds and processor seconds of the exchange, without those of opening the file.
 int upload(const std::string& url, const std::string& file) {
     const auto base = platform::URL::parse(url);
-    auto bytes = platform::readFile(file);
+    auto bytes = platform::mapFile(file);
     if (!base || !bytes)
         return complain(!base ? "not a URL: " + url : bytes.error().description());
     TWLWebClient client(*base);

@@ -74,8 +74,9 @@ void archive(const std::string& dSYMPath, const std::string& archivePath, const 
     NSTask::launchWithPath(archiver, {}, {{"-c", "-k", "--keepParent", dSYMPath, archivePath}}, check);
 }
 
+/// Maps the archive, because a copy would take as much memory as the archive has bytes.
 platform::Data readArchive(const std::string& archivePath, const std::string& dSYMPath) {
-    auto bytes = platform::readFile(archivePath);
+    auto bytes = platform::mapFile(archivePath);
     if (bytes)
         return *std::move(bytes);
     logWhyUnreadable(archivePath);

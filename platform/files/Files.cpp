@@ -1,8 +1,9 @@
 #include "platform/files/Files.h"
 
-#include "platform/files/Buffer.h"
 #include "platform/files/FileCalls.h"
 #include "platform/foundation/Path.h"
+
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,15 @@ std::optional<struct stat> statusOf(const std::string& path) {
     if (hasZeroByte(path) || stat(path.c_str(), &status) != 0)
         return std::nullopt;
     return status;
+}
+
+Result<FileDescriptor> openRegularFile(const std::string& path, struct stat& status) {
+    FileDescriptor file = hasZeroByte(path) ? FileDescriptor() : openToRead(AT_FDCWD, path, status);
+    if (!file)
+        return posixError(hasZeroByte(path) ? EINVAL : errno, "open", path);
+    if (!S_ISREG(status.st_mode))
+        return posixError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path);
+    return file;
 }
 
 } // namespace
@@ -57,21 +67,32 @@ Result<std::vector<std::string>> namesInDirectory(const std::string& path) {
 
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
     struct stat status;
-    const FileDescriptor file = hasZeroByte(path) ? FileDescriptor() : openToRead(AT_FDCWD, path, status);
+    const auto file = openRegularFile(path, status);
     if (!file)
-        return posixError(hasZeroByte(path) ? EINVAL : errno, "open", path);
-    if (!S_ISREG(status.st_mode))
-        return posixError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path);
+        return file.error();
     if (static_cast<std::uint64_t>(status.st_size) > sizeLimit)
         return posixError(EFBIG, "read", path);
 
-    const auto expected = static_cast<std::size_t>(status.st_size);
-    const std::shared_ptr<char> bytes = allocateBuffer(expected);
-    // Fewer bytes are read if the file was truncated since; a longer file is read to its former size.
-    const ssize_t size = readAll(file, bytes.get(), expected, 0);
+    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    const ssize_t size = readAll(*file, bytes.data(), bytes.size(), 0);
     if (size < 0)
         return posixError(errno, "read", path);
-    return Data(bytes, std::string_view(bytes.get(), static_cast<std::size_t>(size)));
+    // Fewer bytes are read if the file was truncated since; a longer file is read to its former size.
+    bytes.resize(static_cast<std::size_t>(size));
+    return Data(std::move(bytes));
+}
+
+Result<Data> mapFile(const std::string& path) {
+    struct stat status;
+    const auto file = openRegularFile(path, status);
+    if (!file)
+        return file.error();
+    const auto size = static_cast<std::size_t>(status.st_size);
+    void* const mapping = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file->get(), 0);
+    if (mapping == MAP_FAILED)
+        return readFile(path);
+    const std::shared_ptr<void> owner(mapping, [size](void* memory) { ::munmap(memory, size); });
+    return Data(owner, {static_cast<const char*>(mapping), size});
 }
 
 Outcome removeFile(const std::string& path) {

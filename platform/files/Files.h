@@ -26,6 +26,11 @@ Result<std::vector<std::string>> namesInDirectory(const std::string& path);
 /// bytes.
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit = UINT64_MAX);
 
+/// Maps a regular file, so that a large file takes no memory from other programs. The file may be deleted
+/// afterwards. If another program truncates it, a read of the lost bytes raises SIGBUS (see
+/// exitIfAMappedFileIsTruncated). A file that cannot be mapped, such as an empty one, is read.
+Result<Data> mapFile(const std::string& path);
+
 /// Deletes a file or a link (not its target).
 Outcome removeFile(const std::string& path);
 

@@ -17,6 +17,7 @@
 #include <fstream>
 #include <list>
 #include <mutex>
+#include <random>
 #include <regex>
 #include <set>
 #include <thread>
@@ -314,6 +315,22 @@ void waitUntil(const std::function<bool()>& condition) {
         ASSERT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+}
+
+TEST_F(DirectRoad, ReportsAnArchiveThatIsTruncatedDuringTheUpload) {
+    // Larger than the buffers of a connection, and incompressible.
+    std::string content(std::size_t{32} << 20, '\0');
+    std::ranges::generate(content, std::minstd_rand());
+    build.writeProduct("Sample App.app.dSYM/Contents/Resources/DWARF/Sample App", content);
+    const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
+        peer.readUntil("code_mapping[file]");
+        for (const std::string& path : archivesLeft())
+            fs::resize_file(path, 0);
+        while (recv(peer.socket.get(), content.data(), content.size(), 0) > 0) {
+        }
+    });
+    build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
+    EXPECT_THAT(printed(build, 1), HasSubstr("Another program truncated a file while it was being read."));
 }
 
 TEST_F(DirectRoad, LeavesNothingBehindIfASignalEndsIt) {
