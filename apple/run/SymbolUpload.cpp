@@ -4,9 +4,9 @@
 #include "TWLWebClient/TWLWebClient.h"
 #include "platform/files/Files.h"
 #include "platform/files/UnfinishedFile.h"
-#include "platform/foundation/Path.h"
 #include "platform/foundation/UTF8.h"
 #include "platform/foundation/UUID.h"
+#include "platform/process/Archiver.h"
 #include "run/BuildChecks.h"
 #include "run/BuildRegistration.h"
 #include "run/Console.h"
@@ -15,13 +15,6 @@
 
 namespace orvane {
 namespace {
-
-/// The system's archiver if there is one, otherwise the one beside the tool.
-std::string archiverPath() {
-    const std::string systemArchiver = "/usr/bin/ditto";
-    return platform::fileExists(systemArchiver) ? systemArchiver
-                                                : platform::pathByAppending(toolBundlePath(), "ditto");
-}
 
 void addProjectFields(TWLWebRequest& request, const platform::Value::Dictionary& infoPlist,
                       const BuildSettings& buildSettings) {
@@ -59,7 +52,7 @@ std::string addSliceFields(TWLWebRequest& request, const std::shared_ptr<TWLMach
 
 /// Zips `dSYMPath` to `archivePath`. Logs and ends the process if that fails.
 void archive(const std::string& dSYMPath, const std::string& archivePath, const std::string& dSYMName) {
-    const std::string archiver = archiverPath();
+    const std::string archiver = platform::archiverPath(toolBundlePath());
     if (!platform::fileExists(archiver)) {
         TWLLog("ditto tool unavailable at path %@\n\n", archiver);
         exitWithFailure();
