@@ -16,7 +16,7 @@ NSString* stringFrom(std::string_view text);
 /// UTF-8, with U+FFFD in place of a surrogate without a partner. A null string is empty text.
 std::string textFrom(NSString* string);
 
-/// Keeps the domain, the code and the localized description.
+/// Keeps the domain, the code and, of the user information, texts, numbers, URLs and errors.
 Error errorFrom(NSError* error);
 
 } // namespace platform

@@ -18,8 +18,26 @@ std::string textFrom(NSString* string) {
     return decodeWideText(bytes, sizeof(char16_t), false).text;
 }
 
+/// Null if the object is of another kind.
+static Value informationFrom(id object) {
+    if ([object isKindOfClass:NSString.class])
+        return textFrom(object);
+    if ([object isKindOfClass:NSNumber.class])
+        return [object longLongValue];
+    if ([object isKindOfClass:NSURL.class])
+        return textFrom([object absoluteString]);
+    if ([object isKindOfClass:NSError.class])
+        return errorFrom(object).description();
+    return nullptr;
+}
+
 Error errorFrom(NSError* error) {
-    return errorWithDescription(textFrom(error.domain), error.code, textFrom(error.localizedDescription));
+    Error result =
+        errorWithDescription(textFrom(error.domain), error.code, textFrom(error.localizedDescription));
+    for (NSString* key in error.userInfo)
+        if (Value information = informationFrom(error.userInfo[key]); !information.isNull())
+            result.userInfo.emplace(textFrom(key), std::move(information)); // keeps the description
+    return result;
 }
 
 } // namespace platform

@@ -3,14 +3,11 @@
 #include "platform/foundation/Format.h"
 #include "platform/foundation/macos/Bridge.h"
 #include "platform/urlloading/URLError.h"
+#include "platform/urlloading/macos/AnswerCheck.h"
 #include "platform/urlloading/macos/SystemRequest.h"
 
 #include <functional>
 #include <utility>
-
-// NSURLConnection: its delegate runs in the main run loop, and its synchronous call needs no run loop of the
-// caller.
-#pragma clang diagnostic ignored "-Wdeprecated-declarations"
 
 using namespace platform;
 
@@ -43,11 +40,17 @@ URLProtectionSpace spaceFrom(NSURLProtectionSpace* space) {
     return result;
 }
 
-Error noAnswer(const std::optional<URL>& url) {
-    return urlError(URLErrorCode::badServerResponse,
-                    format("%@ sent no valid HTTP answer. Check that the address leads to the right server.",
-                           shownHost(url)));
+// NSURLConnection is deprecated. It is used because its synchronous call needs no run loop of the caller and
+// its delegate runs in the main run loop.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+NSURLConnection* newConnection(NSURLRequest* request, id<NSURLConnectionDataDelegate> delegate) {
+    return [[NSURLConnection alloc] initWithRequest:request delegate:delegate startImmediately:NO];
 }
+NSData* sendAndWait(NSURLRequest* request, NSURLResponse** response, NSError** error) {
+    return [NSURLConnection sendSynchronousRequest:request returningResponse:response error:error];
+}
+#pragma clang diagnostic pop
 
 } // namespace
 
@@ -64,22 +67,20 @@ Error noAnswer(const std::optional<URL>& url) {
     const URLRequest* _request;
     HTTPExchangeListener* _listener; // null after the end
     NSURLConnection* _connection;
-    BOOL _hasHead;
-    long long _announced;
-    std::uint64_t _received;
+    std::optional<AnswerCheck> _answer;
 }
 
 - (instancetype)initWithRequest:(const URLRequest&)request listener:(HTTPExchangeListener&)listener {
     if ((self = [super init])) {
         _request = &request;
         _listener = &listener;
-        _announced = -1;
     }
     return self;
 }
 
 - (void)start:(NSURLRequest*)request {
-    _connection = [[NSURLConnection alloc] initWithRequest:request delegate:self startImmediately:NO];
+    _answer.emplace(*_request, request);
+    _connection = newConnection(request, self);
     if (!_connection)
         return [self endWithError:urlError(URLErrorCode::badURL, "The system does not accept the request.")];
     [_connection scheduleInRunLoop:NSRunLoop.mainRunLoop forMode:NSRunLoopCommonModes];
@@ -125,10 +126,14 @@ Error noAnswer(const std::optional<URL>& url) {
 // the exchange ends before the system looks for credentials.
 - (BOOL)connection:(NSURLConnection*)connection
     canAuthenticateAgainstProtectionSpace:(NSURLProtectionSpace*)space {
-    [self notify:[&](HTTPExchangeListener& listener) {
-        if (!listener.mayContinue(spaceFrom(space)))
-            [self cancel];
+    const __strong auto keep = self;
+    bool mayContinue = true;
+    [keep notify:[&](HTTPExchangeListener& listener) {
+        mayContinue = listener.mayContinue(spaceFrom(space));
     }];
+    if (!mayContinue)
+        [keep endWithError:urlError(URLErrorCode::unknown,
+                                    format("The exchange with %@ was ended.", shownHost(_request->url)))];
     return NO;
 }
 
@@ -142,38 +147,30 @@ Error noAnswer(const std::optional<URL>& url) {
 }
 
 - (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response {
-    if (_hasHead || ![response isKindOfClass:NSHTTPURLResponse.class])
-        return;
-    _hasHead = YES;
-    NSHTTPURLResponse* const answer = static_cast<NSHTTPURLResponse*>(response);
-    _announced = announcedSize(answer, connection.originalRequest);
-    [self notify:[&](HTTPExchangeListener& listener) {
-        listener.didReceiveHead(headFrom(answer));
-    }];
+    if (auto head = _answer->head(response))
+        [self notify:[&](HTTPExchangeListener& listener) {
+            listener.didReceiveHead(*std::move(head));
+        }];
 }
 
 - (void)connection:(NSURLConnection*)connection didReceiveData:(NSData*)data {
     const __strong auto keep = self;
-    _received += data.length;
-    if (_listener && _received > _request->answerLimit)
-        return [keep endWithError:tooLongAnswer(*_request)];
-    [keep notify:[&](HTTPExchangeListener& listener) {
-        listener.didReceiveBody({static_cast<const char*>(data.bytes), data.length});
-    }];
+    if (const std::string_view bytes = _answer->admitted(data); !bytes.empty())
+        [keep notify:[&](HTTPExchangeListener& listener) {
+            listener.didReceiveBody(bytes);
+        }];
+    if (_answer->exceedsLimit())
+        [keep endWithError:_answer->failure(nil)];
 }
 
 - (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error {
     const __strong auto keep = self;
-    [keep endWithError:errorFrom(error)];
+    [keep endWithError:_answer->failure(error)];
 }
 
 - (void)connectionDidFinishLoading:(NSURLConnection*)connection {
     const __strong auto keep = self;
-    const bool isTruncated = _announced > 0 && _received < static_cast<std::uint64_t>(_announced);
-    if (_listener && !_hasHead)
-        return [keep endWithError:noAnswer(_request->url)];
-    [keep
-        endWithError:_listener && isTruncated ? std::optional(truncatedAnswer(_request->url)) : std::nullopt];
+    [keep endWithError:_answer->failure(nil)];
 }
 
 @end
@@ -191,16 +188,6 @@ public:
 private:
     OrvaneConnectionDelegate* const _delegate;
 };
-
-/// The components of a URL, as the system may spell them differently.
-NSArray* componentsOf(NSURL* url) {
-    // Not NSURL's path, which has no "/" at the end.
-    NSString* const path = [NSURLComponents componentsWithURL:url resolvingAgainstBaseURL:YES].path;
-    return @[
-        url.scheme.lowercaseString ?: @"", url.host.lowercaseString ?: @"", url.port ?: @0,
-        path.length > 0 ? path : @"/", url.query ?: @""
-    ];
-}
 
 } // namespace
 
@@ -223,35 +210,14 @@ URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URL
             return {.response = {}, .data = {}, .error = prepared.error()};
         NSURLResponse* response = nil;
         NSError* error = nil;
-        NSData* const bytes = [NSURLConnection sendSynchronousRequest:*prepared
-                                                    returningResponse:&response
-                                                                error:&error];
+        NSData* const bytes = sendAndWait(*prepared, &response, &error);
+        AnswerCheck answer(request, *prepared);
         SynchronousResult result;
-        if (error)
-            result.error = errorFrom(error);
-        if (response && ![componentsOf((*prepared).URL) isEqual:componentsOf(response.URL)]) {
-            result.error =
-                urlError(URLErrorCode::badServerResponse,
-                         format("%@ redirects to another address, which is not supported. Check the "
-                                "address.",
-                                shownHost(request.url)));
-            return result;
+        if (auto head = answer.head(response)) {
+            result.response = URLResponse{request.url, *std::move(head)};
+            result.data = Data(std::string(answer.admitted(bytes)));
         }
-        if (![response isKindOfClass:NSHTTPURLResponse.class]) {
-            result.error = result.error ? result.error : std::optional(noAnswer(request.url));
-            return result;
-        }
-        auto* const answer = static_cast<NSHTTPURLResponse*>(response);
-        result.response = URLResponse{request.url, headFrom(answer)};
-        std::string body(static_cast<const char*>(bytes.bytes), bytes.length);
-        const long long announced = announcedSize(answer, *prepared);
-        if (body.size() > request.answerLimit) {
-            result.error = tooLongAnswer(request);
-            body.resize(request.answerLimit);
-        } else if (!result.error && announced > 0 && body.size() < static_cast<std::uint64_t>(announced)) {
-            result.error = truncatedAnswer(request.url);
-        }
-        result.data = Data(std::move(body));
+        result.error = answer.failure(error);
         return result;
     }
 }

@@ -5,7 +5,7 @@
 #include "platform/foundation/macos/Bridge.h"
 #include "platform/urlloading/URLError.h"
 
-#include <memory>
+#include <dispatch/dispatch.h>
 
 namespace platform {
 namespace {
@@ -20,14 +20,17 @@ NSURL* systemURL(const URL& url) {
     return [NSURL URLWithString:stringFrom(text)];
 }
 
-/// One copy of all bytes: the system needs them in one piece.
+/// Refers to the pieces without copying them. NSData can consist of several regions.
 NSData* systemBody(const HTTPBody& body) {
-    const auto bytes = std::make_shared<std::string>(body.bytes());
-    return [[NSData alloc] initWithBytesNoCopy:bytes->data()
-                                        length:bytes->size()
-                                   deallocator:^(void*, NSUInteger) {
-                                     static_cast<void>(bytes);
-                                   }];
+    dispatch_data_t joined = dispatch_data_empty;
+    for (const Data& piece : body.pieces()) {
+        const Data kept = piece;
+        joined = dispatch_data_create_concat(
+            joined, dispatch_data_create(kept.bytes().data(), kept.size(), nullptr, ^{
+              static_cast<void>(kept);
+            }));
+    }
+    return static_cast<NSData*>(joined);
 }
 
 } // namespace
@@ -59,34 +62,6 @@ Result<NSURLRequest*> systemRequest(const URLRequest& request) {
     if (request.body)
         result.HTTPBody = systemBody(*request.body);
     return static_cast<NSURLRequest*>(result);
-}
-
-HTTPResponseHead headFrom(NSHTTPURLResponse* response) {
-    HTTPResponseHead head;
-    head.statusCode = static_cast<std::uint64_t>(response.statusCode);
-    NSDictionary* const fields = response.allHeaderFields;
-    for (NSString* name in fields)
-        head.allHeaderFields.emplace(textFrom(name), textFrom(fields[name]));
-    return head;
-}
-
-long long announcedSize(NSHTTPURLResponse* response, NSURLRequest* request) {
-    // The system may drop the body of a redirect that is not followed.
-    const bool isUnknown = response.statusCode / 100 == 3 || [request.HTTPMethod isEqual:@"HEAD"] ||
-                           [response valueForHTTPHeaderField:@"Content-Encoding"];
-    return isUnknown ? -1 : response.expectedContentLength;
-}
-
-Error truncatedAnswer(const std::optional<URL>& url) {
-    return urlError(
-        URLErrorCode::networkConnectionLost,
-        format("The connection to %@ was lost: the answer is truncated. Try again.", shownHost(url)));
-}
-
-Error tooLongAnswer(const URLRequest& request) {
-    return urlError(URLErrorCode::dataLengthExceedsMaximum,
-                    format("The answer of %@ is longer than %lu bytes. Ask the server's operator.",
-                           shownHost(request.url), request.answerLimit));
 }
 
 } // namespace platform
