@@ -46,11 +46,14 @@ include_directories(SYSTEM ${architecture_headers})
 # No certificate paths are compiled in: the tool searches for certificates when it runs. OpenSSL's configuration file is
 # not read: it belongs to the machine's OpenSSL and may name modules that a static program cannot load.
 include(ExternalProject)
+list(JOIN orvane_hardening " " curl_flags)
 ExternalProject_Add(curl_build
   SOURCE_DIR ${curl_source}
   CMAKE_ARGS
     -DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE} -DCMAKE_BUILD_TYPE=Release
-    "-DCMAKE_C_FLAGS=-isystem ${architecture_headers}" -DPICKY_COMPILER=OFF
+    # The build's folder must not be in the messages of OpenSSL's checks: the same source makes the same program.
+    "-DCMAKE_C_FLAGS=${curl_flags} -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -isystem ${architecture_headers}"
+    -DPICKY_COMPILER=OFF
     -DBUILD_SHARED_LIBS=OFF -DBUILD_CURL_EXE=OFF -DBUILD_TESTING=OFF -DENABLE_MANUAL=OFF -DHTTP_ONLY=ON
     -DCURL_USE_OPENSSL=ON -DUSE_NGHTTP2=OFF -DENABLE_ARES=ON -DHAVE_POLL_FINE_EXITCODE=0
     -DCURL_DISABLE_OPENSSL_AUTO_LOAD_CONFIG=ON -DCURL_CA_BUNDLE=none -DCURL_CA_PATH=none
@@ -78,5 +81,5 @@ target_link_libraries(orvane_portable_curl INTERFACE
 function(orvane_link_statically program)
   # The linker warns about functions of the C library that load shared libraries, such as getaddrinfo. OpenSSL and
   # c-ares call them in code that these programs do not run: c-ares resolves names.
-  target_link_options(${program} PRIVATE -static LINKER:--no-warnings)
+  target_link_options(${program} PRIVATE -static-pie LINKER:--no-warnings,-z,pack-relative-relocs)
 endfunction()
