@@ -8,15 +8,12 @@
 #include <cerrno>
 
 namespace orvane {
-namespace {
 
-void verifySettingIsPresent(const BuildSettings& buildSettings, std::string_view key) {
+static void verifySettingIsPresent(const BuildSettings& buildSettings, std::string_view key) {
     if (setting(buildSettings, key).value_or("").empty())
         failWithTitleAndReason("Failed to Detect Build Environment",
                                platform::format("%@ value not found in environment", key));
 }
-
-} // namespace
 
 void verifyEnvironmentIsValid(const BuildSettings& buildSettings) {
     for (const char* key :

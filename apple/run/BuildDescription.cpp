@@ -1,7 +1,7 @@
 #include "run/BuildDescription.h"
 
 #include "run/BuildChecks.h"
-#include "run/ToolBundle.h"
+#include "run/FrameworkProbes.h"
 #include "run/VendorConfiguration.h"
 
 namespace orvane {

@@ -7,17 +7,14 @@
 #include "run/VendorConfiguration.h"
 
 namespace orvane {
-namespace {
 
-void logFailure(const TWLWebResponse& response) {
+static void logFailure(const TWLWebResponse& response) {
     const auto status = static_cast<std::int32_t>(response.statusCode());
     if (const auto failure = failureOf(response))
         TWLLog("Could not be onboarded statusCode %i %@", status, *failure);
     else
         TWLLog("Could not be onboarded statusCode %i", status);
 }
-
-} // namespace
 
 bool buildConfigure(const BuildSettings& buildSettings, const Credentials& credentials, bool isBuildServer,
                     bool isFinalAttempt) {
@@ -40,7 +37,7 @@ bool buildConfigure(const BuildSettings& buildSettings, const Credentials& crede
         if (isFinalAttempt)
             logFailure(*response);
         else
-            // The result of the second attempt does not matter to the caller, who uploads in any case.
+            // The result of the second attempt is not returned: the caller uploads in any case.
             buildConfigure(buildSettings, credentials, isBuildServer, /*isFinalAttempt=*/true);
     });
     return accepted;

@@ -4,11 +4,8 @@
 #include <cstdlib>
 
 namespace orvane {
-namespace {
 
-std::atomic<bool> debugModeFlag = false;
-
-} // namespace
+static std::atomic<bool> debugModeFlag = false;
 
 bool debugMode() {
     return debugModeFlag;

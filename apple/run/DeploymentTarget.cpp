@@ -14,22 +14,16 @@ constexpr int minimumOSXMajor = 10;
 constexpr int minimumOSXMinor = 7;
 
 [[noreturn]] void failAsUnsupported(const BuildSettings& buildSettings, bool isIOS) {
-    const auto productName = setting(buildSettings, "PRODUCT_NAME");
-    if (isIOS)
-        failWithTitleAndReason(
-            "Unsupported iOS Version",
-            platform::format(
-                "We have detected that this build of %@ uses an unsupported OS Deployment Target. "
-                "Orvane is only compatible with iOS %d.0 and greater. To use Orvane, you'll have "
-                "to adjust your project's iOS Deployment Target.\n\n",
-                productName, minimumIOSMajor));
+    const char* const system = isIOS ? "iOS" : "OS X";
+    const std::string version =
+        isIOS ? platform::format("%d.0", minimumIOSMajor) : platform::format("10.%d", minimumOSXMinor);
     failWithTitleAndReason(
-        "Unsupported OS X Version",
+        platform::format("Unsupported %@ Version", system),
         platform::format(
-            "We have detected that this build of %@ uses an unsupported OS Deployment Target. "
-            "Orvane is only compatible with OS X 10.%d and greater. To use Orvane, you'll have to "
-            "adjust your project's Mac OS X Deployment Target.\n\n",
-            productName, minimumOSXMinor));
+            "We have detected that this build of %@ uses an unsupported OS Deployment Target. Orvane is "
+            "only compatible with %@ %@ and greater. To use Orvane, you'll have to adjust your "
+            "project's %@ Deployment Target.\n\n",
+            setting(buildSettings, "PRODUCT_NAME"), system, version, isIOS ? "iOS" : "Mac OS X"));
 }
 
 } // namespace
@@ -62,6 +56,7 @@ bool iOSDeploymentTargetIsUnsupported(const macho::TWLMachOVersion& version,
 }
 
 bool OSXDeploymentTargetIsUnsupported(const macho::TWLMachOVersion& version) {
+    // 11.0 to 11.6 and 12.0 to 12.6 are refused too. The service relies on the tool to send no such builds.
     return version.major < minimumOSXMajor || version.minor < minimumOSXMinor;
 }
 

@@ -12,13 +12,13 @@ namespace orvane {
 /// opened, returns null and checks nothing.
 std::shared_ptr<TWLMachOBinary> checkDeploymentTarget(const BuildSettings& buildSettings);
 
-/// Whether a version is below iOS 5. If the slice contains no version (major 0), the build setting
-/// IPHONEOS_DEPLOYMENT_TARGET is used.
+/// Whether a version is below iOS 5. If the slice records no version that the reader knows (major 0, as in
+/// apps for iOS 12 and later), the build setting IPHONEOS_DEPLOYMENT_TARGET is used.
 bool iOSDeploymentTargetIsUnsupported(const macho::TWLMachOVersion& version,
                                       const BuildSettings& buildSettings);
 
-/// Whether the major number is below 10 or the minor number is below 7. The two are compared separately, so
-/// 11.0 counts as unsupported too.
+/// Whether the major number is below 10 or the minor number is below 7. The numbers are compared separately,
+/// so 11.0 counts as unsupported too.
 bool OSXDeploymentTargetIsUnsupported(const macho::TWLMachOVersion& version);
 
 } // namespace orvane

@@ -3,10 +3,13 @@
 #include "platform/files/Files.h"
 #include "platform/foundation/Path.h"
 #include "platform/launchservices/LaunchServices.h"
+#include "platform/process/OwnImage.h"
 #include "platform/propertylist/PropertyList.h"
 #include "run/BuildChecks.h"
 #include "run/Console.h"
 #include "run/VendorConfiguration.h"
+
+#include <algorithm>
 
 namespace orvane {
 namespace {
@@ -25,7 +28,8 @@ std::optional<std::string> withoutSymbolicLinks(const std::optional<std::string>
 } // namespace
 
 void computePathToFramework(const BuildSettings& buildSettings) {
-    // Links are resolved only if the paths differ: Xcode and the shell can spell one folder differently.
+    // Xcode and the shell can name the same folder by different links. The links are resolved only if the
+    // paths differ.
     const auto sourceRoot = setting(buildSettings, "SRCROOT");
     const auto workingDirectory = platform::currentDirectory();
     logDebug("Src root %@", sourceRoot);
@@ -44,6 +48,14 @@ void computePathToFramework(const BuildSettings& buildSettings) {
         "Use a Target Run Script Build Phase",
         "Make sure the Orvane command is added to your project Target and not the scheme "
         "'Post-actions'.\n\nThen, Build your project to continue.\n\n(Tarnwhistle error 602)");
+}
+
+std::string toolBundlePath() {
+    const char* const path = platform::imagePath(platform::ownImageBase());
+    const std::string executable = platform::resolveSymbolicLinks(path ? path : "");
+    const std::string folder = executable.substr(0, std::max<std::size_t>(executable.rfind('/'), 1));
+    // Resolved again for a tool that was deleted: its path cannot be resolved, but that of its folder can.
+    return platform::resolveSymbolicLinks(folder);
 }
 
 bool isTarnwhistleInstalled() {

@@ -12,10 +12,14 @@ namespace orvane {
 /// The start of each hand-off URL. The companion app is the application registered for its scheme.
 inline constexpr std::string_view handOffURLPrefix = "tarnwhistle://xcode?";
 
-/// Checks that the working directory is the project folder (SRCROOT), as it is when Xcode runs a build phase
-/// but not when it runs a scheme's post-action. Otherwise logs and ends the process with status 1. The paths
-/// are compared unchanged and with symbolic links resolved.
+/// Computes nothing, despite its name: checks that the working directory is the project folder (SRCROOT), as
+/// it is when Xcode runs a build phase but not when it runs a scheme's post-action. Otherwise logs and ends
+/// the process with status 1. The paths are compared unchanged and with symbolic links resolved.
 void computePathToFramework(const BuildSettings& buildSettings);
+
+/// The framework folder: the folder of the running tool, with symbolic links resolved. Empty if the system
+/// does not report it.
+std::string toolBundlePath();
 
 /// Whether an application is registered for the hand-off URL.
 bool isTarnwhistleInstalled();

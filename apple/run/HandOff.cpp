@@ -3,7 +3,6 @@
 #include "platform/launchservices/LaunchServices.h"
 #include "run/Console.h"
 #include "run/FrameworkProbes.h"
-#include "run/ToolBundle.h"
 #include "run/VendorConfiguration.h"
 
 namespace orvane {
@@ -26,7 +25,7 @@ std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettin
     query += "&" + pair("TARNWHISTLE_FRAMEWORK_PATH", urlEncode(toolBundlePath()));
     query += "&" + pair("TARNWHISTLE_API_KEY", urlEncode(handOff.apiKey));
     query += "&" + pair("TARNWHISTLE_RUN_VERSION", urlEncode(toolBuildVersion()));
-    // These companion apps expect this value unescaped.
+    // The companion apps that read this form do not decode XCODE_VERSION_ACTUAL.
     if (const auto version = setting(buildSettings, "XCODE_VERSION_ACTUAL"))
         query += "&" + pair("XCODE_VERSION_ACTUAL", *version);
     if (const auto searchPaths = setting(buildSettings, "FRAMEWORK_SEARCH_PATHS"))

@@ -3,11 +3,8 @@
 #include "run/Console.h"
 
 namespace orvane {
-namespace {
 
-constexpr std::uint32_t lastSystemProcess = 1;
-
-} // namespace
+constexpr std::uint32_t firstProcess = 1; // the parents of all processes end here
 
 bool isProcessNameInHierarchy(std::string_view name, std::uint32_t start, const ProcessLookup& lookup) {
     bool found = false;
@@ -16,7 +13,7 @@ bool isProcessNameInHierarchy(std::string_view name, std::uint32_t start, const 
         if (!record)
             continue;
         found = found || record->commandName == name;
-        if (record->identifier <= lastSystemProcess)
+        if (record->identifier <= firstProcess)
             return found;
         current = record->parentIdentifier;
     }

@@ -35,14 +35,17 @@ void readDebugDefault(int argc, const char* const* argv) {
         setDebugMode();
 }
 
+[[noreturn]] void failWithConfigurationIssue(const std::string& problem) {
+    failWithTitleAndReason("Configuration Issue",
+                           problem + " Your Orvane run script build phase should contain your API key:\n"
+                                     "./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n");
+}
+
 /// The API key. Ends the process if it is not UTF-8 or does not have the length of a key.
 std::string verifiedAPIKey(std::string_view argument) {
     const auto apiKey = platform::decodeUTF8(argument);
     if (!apiKey || platform::characterCount(*apiKey) != apiKeyCharacters)
-        failWithTitleAndReason("Configuration Issue",
-                               // The spelling is kept, because people search the web for this message.
-                               "Orvnae API key not valid. Your Orvane run script build phase should contain "
-                               "your API key:\n./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n");
+        failWithConfigurationIssue("Orvnae API key not valid."); // people search the web for this spelling
     return *apiKey;
 }
 
@@ -83,8 +86,8 @@ void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& ap
     HandOff handOff = {.apiKey = apiKey, .buildPlistPath = std::nullopt};
     if (isTarnwhistleBuildPlistCompatible()) {
         handOff.buildPlistPath = platform::pathByAppending(buildFolder, "Build.plist");
-        // A failure is ignored, because the companion app reports a missing file. Only the owner may read
-        // the file, because it contains the environment, which may hold secrets.
+        // A failure is ignored, because the companion app reports a missing file. Only the owner has access
+        // to the file: it contains the environment, which can contain secrets.
         static_cast<void>(platform::writeFileAtomically(*handOff.buildPlistPath,
                                                         platform::propertyListXML(description), ownerOnly));
     }
@@ -105,10 +108,7 @@ int takeDirectRoad(const BuildSettings& buildSettings, const std::shared_ptr<TWL
 int run(int argc, const char* const* argv, const char* const* environment) {
     NSLog("Orvane.framework/run %@", toolVersion());
     if (argc < 2)
-        failWithTitleAndReason(
-            "Configuration Issue",
-            "Orvane API key not set. Your Orvane run script build phase should contain your "
-            "API key:\n./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n");
+        failWithConfigurationIssue("Orvane API key not set.");
     readDebugDefault(argc, argv);
     const Credentials credentials = {.apiKey = verifiedAPIKey(argv[1]),
                                      .buildSecret = buildSecret(argc, argv)};
@@ -121,7 +121,7 @@ int run(int argc, const char* const* argv, const char* const* environment) {
     const auto executable = checkDeploymentTarget(buildSettings);
     writeArtifact(buildSettings, credentials.apiKey);
 
-    // A bot's machine can have the companion app and Xcode too, but nobody there could use the app.
+    // A machine of Xcode Bots can have the companion app and Xcode too, but nobody sits there to use the app.
     if (isBotsDaemonInProcessHierarchy() || (!isTarnwhistleInstalled() && !isXcodeInProcessHierarchy()))
         return takeDirectRoad(buildSettings, executable, credentials);
     takeCompanionRoad(buildSettings, credentials.apiKey, apiEndpoint);

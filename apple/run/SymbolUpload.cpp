@@ -10,7 +10,7 @@
 #include "run/BuildChecks.h"
 #include "run/BuildRegistration.h"
 #include "run/Console.h"
-#include "run/ToolBundle.h"
+#include "run/FrameworkProbes.h"
 #include "run/VendorConfiguration.h"
 
 namespace orvane {
@@ -20,7 +20,8 @@ void addProjectFields(TWLWebRequest& request, const platform::Value::Dictionary&
                       const BuildSettings& buildSettings) {
     using platform::objectForKey;
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleIdentifier"), "project[identifier]");
-    // The service expects the two versions under each other's names.
+    // Each version is in the field named after the other: the service reads the build number from
+    // "display_version" and the version that users see from "build_version".
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleVersion"), "project[display_version]");
     request.addValueForFormField(objectForKey(infoPlist, "CFBundleShortVersionString"),
                                  "project[build_version]");
@@ -81,6 +82,8 @@ void deleteArchive(const std::string& archivePath) {
         TWLLog("Could not delete zipped dSYM at path %@ %@", archivePath, deleted.error());
 }
 
+/// Services may accept an upload with any of these codes, 300 included. A registration is accepted with 200
+/// and 201 only.
 bool isAccepted(std::uint64_t statusCode) {
     return statusCode >= 200 && statusCode <= 300;
 }

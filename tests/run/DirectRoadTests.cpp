@@ -446,47 +446,33 @@ TEST_F(DirectRoad, AcceptsEachKindOfXcodeBuild) {
     }
 }
 
-enum class Target { supported, unsupported };
-
-Target targetOf(bool isUnsupported) {
-    return isUnsupported ? Target::unsupported : Target::supported;
-}
-
 TEST(DeploymentTarget, IsTheSettingIfTheExecutableRecordsNoVersionOfIOS) {
     const struct {
         const char* name;
         macho::TWLMachOVersion version;
         const char* setting;
-        Target expected;
+        bool isUnsupported;
     } cases[] = {
-        {"old version, new setting", {4, 3, 0}, "9.0", Target::unsupported},
-        {"new version, old setting", {5, 0, 0}, "4.3", Target::supported},
-        {"largest version", {0xFFFFFFFF, 0, 0}, "", Target::supported},
-        {"major 0 is no version", {0, 9, 9}, "4.3", Target::unsupported},
-        {"setting with blank and sign", {0, 0, 0}, " +5.0", Target::supported},
-        {"neither", {0, 0, 0}, "", Target::unsupported},
+        {"old version, new setting", {4, 3, 0}, "9.0", true},
+        {"new version, old setting", {5, 0, 0}, "4.3", false},
+        {"largest version", {0xFFFFFFFF, 0, 0}, "", false},
+        {"major 0 is no version", {0, 9, 9}, "4.3", true},
+        {"setting with blank and sign", {0, 0, 0}, " +5.0", false},
+        {"neither", {0, 0, 0}, "", true},
     };
-    for (const auto& [name, version, setting, expected] : cases) {
-        SCOPED_TRACE(name);
-        const BuildSettings settings = {{"IPHONEOS_DEPLOYMENT_TARGET", setting}};
-        EXPECT_EQ(targetOf(iOSDeploymentTargetIsUnsupported(version, settings)), expected);
-    }
+    for (const auto& [name, version, setting, isUnsupported] : cases)
+        EXPECT_EQ(iOSDeploymentTargetIsUnsupported(version, {{"IPHONEOS_DEPLOYMENT_TARGET", setting}}),
+                  isUnsupported)
+            << name;
 }
 
 TEST(DeploymentTarget, ComparesMajorAndMinorOfOSXSeparately) {
-    const struct {
-        const char* name;
-        macho::TWLMachOVersion version;
-        Target expected;
-    } cases[] = {
-        {"10.6.8", {10, 6, 8}, Target::unsupported}, {"10.7", {10, 7, 0}, Target::supported},
-        {"9.9", {9, 9, 0}, Target::unsupported},     {"11.0", {11, 0, 0}, Target::unsupported},
-        {"11.7", {11, 7, 0}, Target::supported},
-    };
-    for (const auto& [name, version, expected] : cases) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(targetOf(OSXDeploymentTargetIsUnsupported(version)), expected);
-    }
+    const macho::TWLMachOVersion unsupported[] = {{10, 6, 8}, {9, 9, 0}, {11, 0, 0}};
+    const macho::TWLMachOVersion supported[] = {{10, 7, 0}, {11, 7, 0}};
+    for (const auto& version : unsupported)
+        EXPECT_TRUE(OSXDeploymentTargetIsUnsupported(version)) << version.major << '.' << version.minor;
+    for (const auto& version : supported)
+        EXPECT_FALSE(OSXDeploymentTargetIsUnsupported(version)) << version.major << '.' << version.minor;
 }
 
 TEST(Platform, IsComparedIgnoringCase) {

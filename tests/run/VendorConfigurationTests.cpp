@@ -20,48 +20,35 @@ Verdict verdictOn(const std::string& variable, const std::string& value) {
 }
 
 TEST(VendorConfiguration, AcceptsOnlyAddressesThatTheToolCanUse) {
-    const auto accepted = Verdict::accepted, warned = Verdict::acceptedWithWarning,
-               refused = Verdict::refused;
     const struct {
-        const char* value;
         Verdict asEndpoint;
         Verdict asPage;
+        std::vector<const char*> values;
     } cases[] = {
-        {"https://api.vendor.example", accepted, accepted},
-        {"https://api-2.vendor.example:8443/", accepted, accepted},
-        {"https://[2001:db8::1]:65535", accepted, accepted},
-        {"http://api.vendor.example", warned, accepted},
-        {"http://127.evil.example", warned, accepted},
-        {"http://127.0.0.1:8149", accepted, accepted},
-        {"http://[::1]", accepted, accepted},
-        {"http://localhost:80", accepted, accepted},
-        {"https://vendor.example/a%20b;c?d=(e)&f#g", refused, accepted},
-        {"https://vendor.example?x", refused, accepted},
-        {"http://127.0.0.1:99999", refused, refused},
-        {"http://127.0.0.1:65536", refused, refused},
-        {"https://h:100000000000000000000", refused, refused},
-        {"https://h:", refused, refused},
-        {"https://h:x", refused, refused},
-        {"https://user@h", refused, refused},
-        {"https://h/%zz", refused, refused},
-        {"https://h/%4", refused, refused},
-        {"https://h/a b", refused, refused},
-        {"https://h/\u00e9", refused, refused},
-        {"https://h/\"", refused, refused},
-        {"https://h/\\", refused, refused},
-        {"https://h/\nx", refused, refused},
-        {"https://", refused, refused},
-        {"ftp://h", refused, refused},
-        {"not a url", refused, refused},
-        {"", refused, refused},
-    };
-    for (const auto& [value, asEndpoint, asPage] : cases) {
-        SCOPED_TRACE(value);
-        EXPECT_EQ(verdictOn("TARNWHISTLE_API_ENDPOINT", value), asEndpoint);
-        EXPECT_EQ(verdictOn("TARNWHISTLE_SYMBOLS_ENDPOINT", value), asEndpoint);
-        EXPECT_EQ(verdictOn("TARNWHISTLE_SIGN_UP_URL", value), asPage);
-        EXPECT_TRUE(asPage == refused || platform::URL::parse(value));
-    }
+        {Verdict::accepted,
+         Verdict::accepted,
+         {"https://api.vendor.example", "https://api-2.vendor.example:8443/", "https://[2001:db8::1]:65535",
+          "http://127.0.0.1:8149", "http://[::1]", "http://localhost:80"}},
+        {Verdict::acceptedWithWarning,
+         Verdict::accepted,
+         {"http://api.vendor.example", "http://127.evil.example"}},
+        {Verdict::refused,
+         Verdict::accepted,
+         {"https://vendor.example/a%20b;c?d=(e)&f#g", "https://vendor.example?x"}},
+        {Verdict::refused,
+         Verdict::refused,
+         {"http://127.0.0.1:99999", "http://127.0.0.1:65536", "https://h:100000000000000000000",
+          "https://h:", "https://h:x", "https://user@h", "https://h/%zz", "https://h/%4", "https://h/a b",
+          "https://h/\u00e9", "https://h/\"", "https://h/\\", "https://h/\nx", "https://", "ftp://h",
+          "not a url", ""}}};
+    for (const auto& [asEndpoint, asPage, values] : cases)
+        for (const char* value : values) {
+            SCOPED_TRACE(value);
+            EXPECT_EQ(verdictOn("TARNWHISTLE_API_ENDPOINT", value), asEndpoint);
+            EXPECT_EQ(verdictOn("TARNWHISTLE_SYMBOLS_ENDPOINT", value), asEndpoint);
+            EXPECT_EQ(verdictOn("TARNWHISTLE_SIGN_UP_URL", value), asPage);
+            EXPECT_TRUE(asPage == Verdict::refused || platform::URL::parse(value));
+        }
 }
 
 TEST(VendorConfiguration, RequiresAReverseDNSName) {
