@@ -1,6 +1,6 @@
 // symbols [--json] PATH...: prints the slices and UUIDs of Mach-O files and dSYM bundles. For two paths it
-// also reports whether their UUIDs match: a crash report can be symbolicated only with the dSYM of the same
-// UUID.
+// also reports whether their UUIDs match: the function names for a crash report are in the dSYM that has the
+// UUID of the program.
 #include "MachO/TWLdSYM.h"
 #include "platform/foundation/UTF8.h"
 
@@ -53,7 +53,8 @@ static std::set<std::string> show(const std::string& path, bool json, const char
                      {"shortBundleVersion", dSYM->shortBundleVersion()}});
     std::set<std::string> uuids;
     for (const auto& slice : slices) {
-        std::cout << (!json ? "\n" : uuids.empty() ? "\"slices\": [{\n" : ", {\n");
+        const char* const opening = uuids.empty() ? "\"slices\": [{\n" : ", {\n";
+        std::cout << (json ? opening : "\n");
         print(json, *slice);
         uuids.insert(slice->architectureName() + " " + slice->uuid().value_or("without UUID in " + path));
     }
@@ -69,7 +70,8 @@ int main(int argc, char** argv) {
     for (const std::string& path : paths)
         if (const auto uuids = show(path, json, shown.empty() ? "[{" : ", {"); !uuids.empty())
             shown.push_back(uuids);
-    std::cout << (!json ? "" : shown.empty() ? "[]\n" : "]\n");
+    if (json)
+        std::cout << (shown.empty() ? "[]\n" : "]\n");
     if (paths.size() == 2 && shown.size() == 2) {
         shown[0].merge(shown[1]); // the common elements remain in the second set
         const char* rest = shown[1].empty() ? "UUIDs do not match.\n" : "Only some UUIDs match.\n";

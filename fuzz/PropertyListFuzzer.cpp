@@ -11,7 +11,7 @@ namespace {
 
 using platform::Value;
 
-/// The value after writing and reading XML. NaN becomes text, because it is not equal to itself.
+/// What an XML document keeps of `value`. NaN becomes a text, because NaN is not equal to itself.
 Value kept(const Value& value) {
     if (const auto* text = value.as<std::string>())
         return platform::textForXML(*text);

@@ -47,7 +47,7 @@ private:
         place() = std::move(value);
         return true;
     }
-    // Pointers to open containers stay valid: only the innermost one changes.
+    // The pointers in `_open` stay valid: only the innermost container grows, and it contains no other.
     bool open(Value container) {
         if (_open.size() == documentDepthLimit)
             return false;
@@ -68,7 +68,7 @@ private:
 std::optional<Value> parseUTF8(std::string_view text) {
     Value root;
     ValueBuilder builder(root);
-    // The parser takes a zero byte as the end of the document and would ignore the rest.
+    // At a zero byte the parser stops without an error, and the bytes after it would not be checked.
     if (text.find('\0') != std::string_view::npos ||
         !nlohmann::json::sax_parse(text.begin(), text.end(), &builder))
         return std::nullopt;
@@ -77,14 +77,14 @@ std::optional<Value> parseUTF8(std::string_view text) {
 
 struct Encoding {
     std::string_view mark;
-    /// The zero bytes at the start of a document without byte order mark. Its first two characters are ASCII
-    /// (RFC 4627 section 3).
+    /// Which of the first bytes are zero ("0") and which are not ("x"), for a document without byte order
+    /// mark. Its first two characters are ASCII (RFC 4627 section 3).
     std::string_view zeros;
     std::size_t unitSize;
     bool isBigEndian;
 };
 
-// UTF-32 first: its mark begins with the mark of UTF-16.
+// UTF-32 first, because its little-endian mark begins with the mark of UTF-16.
 constexpr Encoding wideEncodings[] = {{{"\0\0\xFE\xFF", 4}, "000x", 4, true},
                                       {{"\xFF\xFE\0\0", 4}, "x000", 4, false},
                                       {"\xFE\xFF", "0x0x", 2, true},

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-/// Paths as text: bytes, as the file system takes them.
+/// Operations on the text of paths. A path consists of bytes and need not be UTF-8.
 namespace platform {
 
 /// Whether `text` contains a zero byte. System calls would use only the part before it.

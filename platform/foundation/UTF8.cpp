@@ -31,7 +31,7 @@ Sequence firstSequence(std::string_view bytes) {
             return {i, 0, false};
         character = character << 6 | (static_cast<unsigned char>(bytes[i]) & 0x3F);
     }
-    // A smaller character has a shorter sequence, and only that one is valid.
+    // A character is valid only in its shortest sequence.
     constexpr std::array<char32_t, 5> smallest = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
     return {length, character, character >= smallest[length] && character <= 0x10FFFF && !surrogate};

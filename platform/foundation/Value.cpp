@@ -14,7 +14,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t shownDataBytes = 24;
-constexpr int mostDecimals = 21; // 17 digits tell all numbers apart; 1e-4 begins with four zeros
+constexpr int mostDecimals = 21; // the four zeros of 1e-4 and the 17 digits that any double needs
 constexpr std::string_view blanks = " \t\n\v\f\r";
 
 std::string quoted(std::string_view text) {
@@ -106,8 +106,8 @@ std::int32_t integerText(std::string_view text) {
     return clamped(negative ? -number : number);
 }
 
-/// Null for values that are not numbers. The rounding makes no integer zero and moves none past a limit of
-/// the integer types.
+/// The value as a double; null if it is not a number. Large integers are rounded, which is no problem for
+/// callers that compare with zero and with the limits of 32-bit integers.
 std::optional<double> numberIn(const Value& value) {
     if (const auto* boolean = value.as<bool>())
         return *boolean;

@@ -14,7 +14,7 @@
 
 namespace platform {
 
-/// Documents that are nested deeper are refused, so that recursion over them is safe.
+/// Documents that are nested deeper are refused, so that recursive functions cannot exhaust the stack.
 inline constexpr std::size_t documentDepthLimit = 512;
 
 /// A point in time of a property list: seconds since 2001-01-01 00:00:00 UTC.

@@ -8,7 +8,7 @@
 #include <string_view>
 
 /// Apple's property list format. The reader accepts XML and binary documents and is safe for any input. It
-/// refuses documents that are malformed, nested deeper than documentDepthLimit or absurdly large.
+/// refuses documents that are malformed, nested deeper than documentDepthLimit or larger than 1 GiB.
 namespace platform {
 
 /// Parses a document. Text of a binary document may contain U+0000; an unpaired surrogate becomes U+FFFD.

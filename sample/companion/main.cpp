@@ -56,7 +56,7 @@ bool reportOpening(const std::string& text, std::ostream& report) {
     report << "Opened: " << text << "\n";
     const auto url = platform::URL::parse(text);
     if (!url || url->scheme() != "tarnwhistle") {
-        report << "  is no hand-off URL\n";
+        report << "  is not a hand-off URL\n";
         return false;
     }
     if (const auto path = queryValue(*url, "TARNWHISTLE_BUILD_PLIST_PATH"))

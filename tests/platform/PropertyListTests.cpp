@@ -156,11 +156,11 @@ TEST(PropertyList, RefusesInvalidXML) {
     for (int i = 0; i < 101; ++i)
         attributes += " a" + std::to_string(i) + " CDATA '1'";
     Refusals refusals = {{"no value", {"", "<dict><key>a</key></dict>"}},
-                         {"stands where it may not",
+                         {"is not allowed here",
                           {"<true/><true/>", "<dict><true/></dict>", "<array><key>a</key></array>",
                            "<dict><key>a</key><key>b</key></dict>", "<string><true/></string>"}},
-                         {"text stands between", {"x", "<array>x</array>"}},
-                         {"no element of property lists", {"<note/>", "<plist><true/></plist>"}},
+                         {"there is text between", {"x", "<array>x</array>"}},
+                         {"is not an element of property lists", {"<note/>", "<plist><true/></plist>"}},
                          {"malformed",
                           {"<integer>18446744073709551616</integer>",
                            "<integer>-9223372036854775809</integer>", "<integer>1x</integer>", "<integer/>",
@@ -194,11 +194,11 @@ TEST(PropertyList, RefusesInvalidBinaryFiles) {
          {"offset table", {"bplist00" + std::string(6, '\0') + "\1\1" + eightOnes + eightOnes + eightOnes}},
          {"an object lies outside", {binary({"\x09"}, 9)}},
          {"contains itself", {binary({"\xA1" + zero}), binary({"\xA1\x01", "\xA1" + zero})}},
-         {"unfold to too much", {binary(doubled), binary(repeated)}},
+         {"shared objects are too large", {binary(doubled), binary(repeated)}},
          {"lies outside", {binary({"\xA1\x07"}), binary({"\xAF\x13" + eightOnes}), binary({"\xDF\x10\x7f"})}},
-         {"key is no text", {binary({"\xD1\x01\x01", "\x09"})}},
-         {"bytes lie outside", {binary({"\x5F\x11\xff\xff"}), binary({"\x6F\x13" + eightOnes})}},
-         {"no ASCII", {binary({"\x52\xc3\xa4"})}},
+         {"key is not a text", {binary({"\xD1\x01\x01", "\x09"})}},
+         {"a text or data lies outside", {binary({"\x5F\x11\xff\xff"}), binary({"\x6F\x13" + eightOnes})}},
+         {"an ASCII text contains other characters", {binary({"\x52\xc3\xa4"})}},
          {"64 bits", {binary({"\x14" + eightOnes + eightZeros})}},
          {"unknown type", {binary({"\x0F"}), binary({"\x70"})}}});
 }

@@ -27,13 +27,13 @@ TWLWebCompletion expecting(std::uint64_t status, TWLWebCompletion completion) {
 
 } // namespace
 
-/// The state that steps on the queue use. Steps share its ownership, so that exchanges may outlive their
+/// The client's state. Each step on the queue shares its ownership, so that an exchange can outlive the
 /// client.
 class TWLWebClient::Core : public std::enable_shared_from_this<Core> {
 public:
     Core(platform::URL base, std::string prefix) : URL(std::move(base)), labelPrefix(std::move(prefix)) {}
     ~Core() {
-        // The last owner may be a step that runs on the queue already.
+        // If the last owner is a step on the queue, this runs on the queue and must not wait for it.
         if (!queue.isCurrent())
             queue.sync([this] { connections.clear(); });
     }
@@ -61,7 +61,7 @@ public:
         });
     }
 
-    /// Other calls of the client wait for the end of the exchange.
+    /// Occupies the queue until the exchange ends, so that other calls of the client wait.
     void syncStart(const std::shared_ptr<TWLWebRequest>& request, const TWLWebCompletion& completion) {
         queue.sync([&] {
             const auto transaction = prepare(request);
@@ -115,7 +115,7 @@ void TWLWebClient::syncStartRequest(const std::shared_ptr<TWLWebRequest>& reques
 void TWLWebClient::getPath(const std::string& path, TWLWebCompletion completion) {
     if (auto URL = platform::URL::parse(path, _core->URL))
         return getURL(*std::move(URL), std::move(completion));
-    // The exchange reports a path that gives no URL, like every other failure.
+    // The path gives no URL. The exchange reports the error, as it reports every other failure.
     startRequest(TWLWebRequest::requestWithMethod("GET", path), completion);
 }
 
@@ -148,7 +148,7 @@ std::string TWLWebClient::escapeURLString(std::string_view string) {
 
 Value TWLWebClient::decodeJSON(std::string_view bytes) {
     std::optional<Value> value = platform::parseJSON(bytes);
-    // Apple's parser accepts only an object or an array at the top, unless it is told otherwise.
+    // By default, Apple's parser accepts only an object or an array at the top.
     const bool isContainer = value && (value->as<Value::Dictionary>() || value->as<Value::Array>());
     return isContainer ? *std::move(value) : Value();
 }

@@ -29,10 +29,10 @@ struct DesktopEntry {
     /// Whether the user or the administrator marked the application as deleted (Hidden=true).
     bool isHidden() const;
 
-    /// The absolute path of the program and its arguments for the first of `urls`, or for all of them if the
-    /// entry accepts a list. Removes these from `urls`, which must not be empty. Returns an empty list if
-    /// the entry does not exist, is hidden or not an application, if its Exec value is malformed, or if its
-    /// program is not installed.
+    /// The command that opens the first of `urls`, or all of them if the entry accepts a list: the absolute
+    /// path of the program and its arguments. Removes the URLs that the command opens from `urls`, which must
+    /// not be empty. The command is empty if the entry does not exist, is hidden or not an application, if
+    /// its Exec value is malformed, or if its program is not installed.
     std::vector<std::string> command(std::span<const URL>& urls) const;
 };
 

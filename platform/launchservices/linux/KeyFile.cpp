@@ -7,8 +7,8 @@
 namespace platform {
 namespace {
 
-/// Far above the size on a desktop with all applications of a distribution. The limit for values also limits
-/// the expansion of field codes.
+/// The files of a desktop with all applications of a distribution are far smaller. The limit for values also
+/// limits the length of a command, because each field code inserts a value.
 constexpr std::size_t fileSizeLimit = 4 << 20, valueSizeLimit = 16 << 10;
 
 } // namespace

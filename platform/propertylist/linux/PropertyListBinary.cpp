@@ -12,13 +12,13 @@ namespace {
 // offsets, the trailer.
 constexpr std::size_t magicSize = 8;
 constexpr std::size_t trailerSize = 32;
-constexpr std::size_t sizeLimit = 1u << 30;
-/// The size of an object in the document besides its content: its reference, marker and offset.
+/// Each object takes at least this many bytes of the document: a marker, an offset and a reference to it.
 constexpr std::size_t bytesPerObject = 3;
-/// Limits for the size that sharing adds to a document.
+/// A document can refer to one object in many places, and each reference becomes a copy. These limits apply
+/// to the copies that exceed the size of the document.
 constexpr std::uint64_t sharedObjectLimit = 1'000'000;
 constexpr std::uint64_t sharedContentLimit = 64u << 20;
-constexpr const char* tooMuchShared = "its shared objects unfold to too much";
+constexpr const char* tooMuchShared = "the copies of its shared objects are too large";
 
 enum Kind { simple, integer, real, date, data, ascii, utf16, uid = 8, array = 10, set = 12, dictionary };
 
@@ -43,7 +43,7 @@ public:
           _contentLeft(sharedContentLimit + bytes.size()) {}
 
     Result<Value> read() {
-        if (_bytes.size() < magicSize + trailerSize || _bytes.size() > sizeLimit)
+        if (_bytes.size() < magicSize + trailerSize || _bytes.size() > documentSizeLimit)
             return corruptPropertyList("it is cut short or larger than 1 GiB");
         if (!_bytes.starts_with("bplist00"))
             return corruptPropertyList("its version is unknown");
@@ -56,7 +56,7 @@ public:
         if (_offsetSize < 1 || _offsetSize > 8 || _referenceSize < 1 || _referenceSize > 8)
             return corruptPropertyList("its trailer has a bad size");
         if (_table < magicSize || _table > tableEnd || _objectCount > (tableEnd - _table) / _offsetSize)
-            return corruptPropertyList("its offset table lies outside");
+            return corruptPropertyList("its offset table lies outside the document");
         Value root = value(number(trailer.substr(16, 8)), 0);
         return _problem.empty() ? std::move(root) : Result<Value>(corruptPropertyList(_problem));
     }
@@ -90,15 +90,15 @@ private:
         return true;
     }
 
-    /// Integers of 1, 2 and 4 bytes are unsigned; those of 8 bytes are signed. Values above INT64_MAX have
-    /// 16 bytes.
+    /// Integers of 1, 2 and 4 bytes are unsigned; those of 8 bytes are signed. Values above INT64_MAX are
+    /// stored in 16 bytes.
     Value numberValue(const Object& object) {
         const std::uint64_t size = object.kind == uid ? object.count + 1 : std::uint64_t(1) << object.count;
         if (size > object.content.size())
-            return fail("a number lies outside");
+            return fail("a number lies outside the document");
         const std::size_t highSize = size > 8 ? size - 8 : 0;
         const std::uint64_t bits = number(object.content.substr(highSize, size - highSize));
-        if (object.kind == uid && size <= 8) // a reference of a keyed archive, in its XML form
+        if (object.kind == uid && size <= 8) // a reference in a keyed archive; this is its form in XML
             return Value::Dictionary{{"CF$UID", bits}};
         if (object.kind == real && size == 4)
             return static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
@@ -117,7 +117,7 @@ private:
     Value contentValue(const Object& object) {
         const std::size_t unitSize = object.kind == utf16 ? 2 : 1;
         if (object.count > object.content.size() / unitSize)
-            return fail("a text or its bytes lie outside");
+            return fail("a text or data lies outside the document");
         if (object.count > _contentLeft)
             return fail(tooMuchShared);
         _contentLeft -= object.count;
@@ -127,7 +127,7 @@ private:
         if (object.kind == data)
             return Data(std::string(bytes));
         const bool isASCII = std::all_of(bytes.begin(), bytes.end(), [](char c) { return (c & 0x80) == 0; });
-        return isASCII ? Value(bytes) : fail("a text is no ASCII");
+        return isASCII ? Value(bytes) : fail("an ASCII text contains other characters");
     }
 
     Value containerValue(const Object& object, std::size_t depth) {
@@ -136,8 +136,9 @@ private:
                         " levels");
         const std::size_t perEntry = object.kind == dictionary ? 2 : 1;
         if (object.count > object.content.size() / (perEntry * _referenceSize))
-            return fail("a container lies outside");
-        // Elements count before they are read, so that nested arrays cannot reserve unlimited memory.
+            return fail("a container lies outside the document");
+        // The elements are counted before any of them is read: `reserve` below takes memory for all of them,
+        // at each level of nested arrays.
         if (object.count * perEntry > _objectsLeft)
             return fail(tooMuchShared);
         _objectsLeft -= object.count * perEntry;
@@ -155,7 +156,7 @@ private:
             else if (auto* key = first.as<std::string>())
                 members.insert_or_assign(std::move(*key), element(object.count + i));
             else
-                fail("a key is no text");
+                fail("a key is not a text");
         }
         return object.kind == dictionary ? Value(std::move(members)) : Value(std::move(elements));
     }
@@ -163,7 +164,7 @@ private:
     Value value(std::uint64_t index, std::size_t depth) {
         Object found;
         if (!object(index, found))
-            return fail("an object lies outside");
+            return fail("an object lies outside the document");
         if (found.kind == array || found.kind == set || found.kind == dictionary)
             return containerValue(found, depth);
         if (found.kind >= data && found.kind <= utf16)

@@ -15,7 +15,7 @@
 namespace platform {
 namespace {
 
-/// 17 digits identify every double.
+/// With 17 digits, from which a reader gets the same double.
 std::string realText(double real) {
     if (std::isnan(real))
         return "nan";
@@ -117,7 +117,7 @@ private:
         close("array");
     }
 
-    /// Keys that differ only in characters that XML cannot carry become equal. The first one is used.
+    /// The characters that XML does not allow are replaced, and keys can become equal. The first one is used.
     void writeDictionary(const Value::Dictionary& dictionary) {
         std::map<std::string, const Value*> members;
         for (const auto& [key, member] : dictionary)

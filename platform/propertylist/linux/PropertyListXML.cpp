@@ -50,7 +50,7 @@ std::optional<double> readReal(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), textEnd, real);
     if (end != textEnd || error == std::errc::invalid_argument)
         return std::nullopt;
-    // The syntax has been checked. strtod(3) distinguishes too large from too small numbers.
+    // The text is a number that is too large or too small. Unlike std::from_chars, strtod(3) tells which.
     return error == std::errc() ? real : std::strtod(std::string(text).c_str(), nullptr);
 }
 
@@ -67,14 +67,15 @@ std::optional<Date> readDate(std::string_view text) {
     fields.tm_year -= 1900;
     --fields.tm_mon;
     Date date{static_cast<double>(timegm(&fields) - epochOfDates)};
-    // Text in another form, or a day that does not exist, differs after the conversion.
+    // sscanf(3) accepts other forms, and timegm(3) accepts days that do not exist. Both differ from the date
+    // when it is written again.
     if (dateText(date) != form)
         return std::nullopt;
     date.secondsSince2001 += isLeapSecond ? 1 : 0;
     return date;
 }
 
-/// Base64 (RFC 4648 section 4) with blanks anywhere; the padding may be missing.
+/// Decodes Base64 (RFC 4648 section 4). Accepts blanks anywhere, and text without padding.
 std::optional<Data> readBase64(std::string_view text) {
     std::string bytes;
     unsigned pending = 0;
@@ -137,8 +138,8 @@ public:
     }
 
     Result<Value> read(std::string_view bytes) {
-        if (bytes.size() > INT_MAX)
-            return corruptPropertyList("it is larger than 2 GiB");
+        if (bytes.size() > documentSizeLimit)
+            return corruptPropertyList("it is larger than 1 GiB");
         const auto status = XML_Parse(_parser.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
         if (_exception)
             std::rethrow_exception(_exception);
@@ -147,7 +148,7 @@ public:
         if (status != XML_STATUS_OK)
             fail(XML_ErrorString(XML_GetErrorCode(_parser.get())));
         if (!_root)
-            fail("it holds no value");
+            fail("it contains no value");
         return _problem.empty() ? Result<Value>(std::move(*_root)) : corruptPropertyList(_problem);
     }
 
@@ -182,7 +183,7 @@ private:
         fail("<" + std::string(element) + "> " + reason);
     }
 
-    /// expat processes all declared attributes for each element, which would take quadratic time.
+    /// expat goes through all declared attributes for each element. The limit prevents quadratic time.
     void declareAttribute() {
         if (++_attributes > 100)
             fail("it declares more than 100 attributes");
@@ -205,11 +206,11 @@ private:
         if (element == "plist" && !_insidePlist)
             _insidePlist = true;
         else if (!mayStart(element))
-            failAt(element, "stands where it may not");
+            failAt(element, "is not allowed here");
         else if (std::find(leaves.begin(), leaves.end(), element) != leaves.end())
             _leaf.emplace();
         else if (element != "array" && element != "dict")
-            failAt(element, "is no element of property lists");
+            failAt(element, "is not an element of property lists");
         else if (_containers.size() == documentDepthLimit)
             fail("it is nested deeper than " + std::to_string(documentDepthLimit) + " levels");
         else
@@ -220,7 +221,7 @@ private:
         if (_leaf)
             *_leaf += characters;
         else if (!trimmed(characters, blanks).empty())
-            fail("text stands between elements");
+            fail("there is text between elements");
     }
 
     void end(std::string_view element) {
