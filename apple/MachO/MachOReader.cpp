@@ -22,6 +22,7 @@ static_assert(std::endian::native == std::endian::little);
 
 constexpr std::uint64_t smallestFile = 16;
 constexpr std::uint32_t mostArchitectures = 65536;
+constexpr std::uint64_t mostRepetitions = 65536;
 
 template <class T>
 T load(const void* address) {
@@ -45,12 +46,12 @@ bool isMachMagic(std::uint32_t word) {
 
 /// The size of the header according to its magic; 0 if the header is not complete.
 std::uint64_t headerSize(const void* start, std::uint64_t available) {
-    if (available < sizeof(mach_header))
+    const auto magic = available < sizeof(std::uint32_t) ? 0 : load<std::uint32_t>(start);
+    if (!isMachMagic(magic))
         return 0;
-    const auto magic = load<std::uint32_t>(start);
-    if (magic == MH_MAGIC || magic == MH_CIGAM)
-        return sizeof(mach_header);
-    return isMachMagic(magic) && available >= sizeof(mach_header_64) ? sizeof(mach_header_64) : 0;
+    const bool is64Bit = magic == MH_MAGIC_64 || magic == MH_CIGAM_64;
+    const std::uint64_t size = is64Bit ? sizeof(mach_header_64) : sizeof(mach_header);
+    return size <= available ? size : 0;
 }
 
 /// Maps the file that is open as `file.fd`. On failure the record has no mapping.
@@ -80,12 +81,12 @@ void enumerateUniversal(const void* start, const SliceCallback& callback, std::u
         const auto entry = load<fat_arch>(advance(start, position));
         position += sizeof(fat_arch);
         const std::uint32_t offset = byteSwapped(entry.offset);
-        // The entry's size is not checked: it may be wrong, and the end of the file limits all reads anyway.
+        // The entry's size is not used: it may be wrong, and the end of the file limits all reads anyway.
         const bool inside = offset < available;
         slice.startAddress = inside ? advance(start, offset) : nullptr;
+        slice.bytesAvailable = inside ? available - offset : 0;
         slice.cputype = byteSwapped(entry.cputype);
         slice.cpusubtype = byteSwapped(entry.cpusubtype);
-        slice.bytesAvailable = available == unknownSize ? unknownSize : inside ? available - offset : 0;
         callback(&slice);
     }
 }
@@ -95,18 +96,34 @@ bool sameName(const char (&name)[16], const char* wanted) {
     return std::strncmp(name, wanted, sizeof name) == 0;
 }
 
-/// The file offset of a section of "__TEXT", if the segment command contains it. The command is inside the
-/// slice, but its number of sections may be wrong.
-template <class Segment, class Section>
-std::optional<std::uint32_t> sectionOffset(const load_command* command, bool isObjectFile, const char* name) {
-    const std::uint64_t size = load<load_command>(command).cmdsize;
-    if (size < sizeof(Segment))
+/// What differs between the segments of 32-bit and 64-bit images.
+struct Bits32 {
+    using Segment = segment_command;
+    using Section = section;
+    static constexpr std::uint32_t segmentType = LC_SEGMENT;
+};
+struct Bits64 {
+    using Segment = segment_command_64;
+    using Section = section_64;
+    static constexpr std::uint32_t segmentType = LC_SEGMENT_64;
+};
+
+/// The file offset of a section of "__TEXT", if the command is a segment that contains it.
+template <class Bits>
+std::optional<std::uint32_t> sectionOffset(const TWLMachOSlice* slice, const load_command* command,
+                                           const char* name) {
+    using Segment = typename Bits::Segment;
+    using Section = typename Bits::Section;
+    const auto [type, cmdsize] = load<load_command>(command);
+    // The command may be larger than the rest of the slice, and contain fewer sections than it says.
+    const auto size = std::min<std::uint64_t>(cmdsize, TWLMachOSliceBytesFrom(slice, command));
+    if (type != Bits::segmentType || size < sizeof(Segment))
         return std::nullopt;
     const auto segment = load<Segment>(command);
+    const bool isObjectFile = load<mach_header>(slice->startAddress).filetype == MH_OBJECT;
     if (!isObjectFile && !sameName(segment.segname, "__TEXT"))
         return std::nullopt;
-    const std::uint64_t count =
-        std::min<std::uint64_t>(segment.nsects, (size - sizeof(Segment)) / sizeof(Section));
+    const auto count = std::min<std::uint64_t>(segment.nsects, (size - sizeof(Segment)) / sizeof(Section));
     for (std::uint64_t i = 0; i < count; ++i) {
         const auto section = load<Section>(advance(command, sizeof(Segment) + i * sizeof(Section)));
         if (sameName(section.sectname, name) && sameName(section.segname, "__TEXT"))
@@ -218,14 +235,14 @@ void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSear
     const auto header = load<mach_header>(start);
     slice->cputype = header.cputype;
     slice->cpusubtype = header.cpusubtype;
-    // A command of size 0 does not advance `position` and is read again. This also limits how often that
-    // happens.
-    const std::uint64_t count = std::min<std::uint64_t>(header.ncmds, available / sizeof(load_command));
+    // Only commands of size 0, which do not advance `position`, can exceed this limit.
+    const std::uint64_t count =
+        std::min<std::uint64_t>(header.ncmds, std::max(available / sizeof(load_command), mostRepetitions));
     for (std::uint64_t i = 0; i < count && available - position >= sizeof(load_command); ++i) {
         const void* const address = advance(start, position);
         const auto command = load<load_command>(address);
-        if (command.cmdsize > available - position ||
-            !callback(command.cmd, command.cmdsize, static_cast<const load_command*>(address)))
+        if (!callback(command.cmd, command.cmdsize, static_cast<const load_command*>(address)) ||
+            command.cmdsize > available - position)
             return;
         position += command.cmdsize;
     }
@@ -267,12 +284,8 @@ void TWLMachOSliceGetSectionByName(const TWLMachOSlice* slice, const char* name,
 
 bool TWLMachOSliceGetSectionInCommand(const TWLMachOSlice* slice, const load_command* command,
                                       const char* name, const void** section) {
-    const bool is64Bit = TWLMachOSliceIs64Bit(slice);
-    if (load<load_command>(command).cmd != (is64Bit ? LC_SEGMENT_64 : LC_SEGMENT))
-        return false;
-    const bool isObjectFile = load<mach_header>(slice->startAddress).filetype == MH_OBJECT;
-    const auto offset = is64Bit ? sectionOffset<segment_command_64, section_64>(command, isObjectFile, name)
-                                : sectionOffset<segment_command, macho::section>(command, isObjectFile, name);
+    const auto offset = TWLMachOSliceIs64Bit(slice) ? sectionOffset<Bits64>(slice, command, name)
+                                                    : sectionOffset<Bits32>(slice, command, name);
     if (offset)
         *section = *offset <= slice->bytesAvailable ? advance(slice->startAddress, *offset) : nullptr;
     return offset.has_value();

@@ -7,17 +7,20 @@
 #include <optional>
 #include <string>
 
-/// A read-only reader for Mach-O files, thin or universal: records and functions that map a file, enumerate
-/// its slices and their load commands, and decode some commands. A thin file has one slice. A file that is
-/// not a Mach-O file also has one slice, with the CPU type 0 and no commands.
-///
-/// The record macho::TWLMachOSlice, defined here, is an image as it is in the file. The class
-/// ::TWLMachOSlice (TWLMachOSlice.h) is the decoded object that is made from the record.
+/// A read-only reader for Mach-O files, thin or universal. TWLMachOFile maps a file; one function enumerates
+/// its slices, another one the load commands of a slice, and others decode a command. A thin file has one
+/// slice, and so has a file that is not a Mach-O file: that slice has the CPU type 0 and no commands.
 ///
 /// Nothing is copied: slices, commands, UUIDs, paths and sections point into the mapping and are valid until
-/// TWLMachOFileDestroy. Files are not trusted: the functions that enumerate and search do not read outside
-/// the mapping, and their time is at most proportional to the file's size. If another process truncates the
-/// file while it is mapped, reading beyond the new end raises SIGBUS, as for every mapping.
+/// TWLMachOFileDestroy. Each slice knows how many bytes follow its start in the mapping, because files are
+/// not trusted: the functions that enumerate and search read nothing beyond, and their time is at most
+/// proportional to the file's size. Sizes and counts that are wrong but do not lead out of the file are used
+/// as they are: tools that read this format, such as the service, see the same commands in such a file. If
+/// another process truncates the file while it is mapped, reading beyond the new end raises SIGBUS, as for
+/// every mapping.
+///
+/// Two types are named TWLMachOSlice. The record macho::TWLMachOSlice, defined here, points to an image in
+/// the file. The class ::TWLMachOSlice (TWLMachOSlice.h) is the decoded object that is made from the record.
 ///
 /// Nothing is printed or locked. Threads may call these functions at the same time if each thread uses its
 /// own records. Callbacks run before the function returns.
@@ -55,8 +58,8 @@ struct TWLMachOVersion {
 
 /// Receives a slice. The record is overwritten for the next slice; copy it to keep it.
 using SliceCallback = std::function<void(TWLMachOSlice* slice)>;
-/// Receives a load command, which may be unaligned. The structure for its type may be larger than `cmdsize`
-/// and extend beyond the mapping: check with TWLMachOSliceBytesFrom before reading it.
+/// Receives a load command, which may be unaligned. Only its first 8 bytes are certain to be in the mapping,
+/// whatever `cmdsize` says: check with TWLMachOSliceBytesFrom before reading more.
 using LoadCommandCallback =
     std::function<void(std::uint32_t cmd, std::uint32_t cmdsize, const load_command* command)>;
 /// Like the callback above. Returning false stops the enumeration.
@@ -73,10 +76,10 @@ bool TWLMachOFileInitWithCurrent(TWLMachOFile* file);
 /// Unmaps and closes the file and resets the record.
 void TWLMachOFileDestroy(TWLMachOFile* file);
 
-/// Calls back for each slice in the order of the file. An entry of a universal header that is outside the
-/// file ends the enumeration. A slice whose image is outside the file has a null start. At most 65,536
-/// entries are read; valid files have far fewer. The 64-bit universal format is not supported: such a file
-/// has one slice with the CPU type 0.
+/// Calls back for each slice in the order of the file. The enumeration ends at the first entry of the
+/// universal header that is not inside the file. A slice whose image is not inside the file has a null start.
+/// At most 65,536 entries are read; valid files have far fewer. The 64-bit universal format is not supported:
+/// such a file has one slice with the CPU type 0.
 void TWLMachOFileEnumerateSlices(const TWLMachOFile* file, const SliceCallback& callback);
 
 /// The same for a thin image or universal file in memory.
@@ -99,14 +102,15 @@ const char* TWLMachOSliceGetArchitectureName(const TWLMachOSlice* slice);
 
 /// Stores the CPU type and subtype of the header in the record, then calls back for each load command. A
 /// truncated header or one with an unknown magic has no commands. Nothing is byte-swapped, even if the magic
-/// is swapped. A command that is not inside the slice ends the enumeration. A command of size 0 repeats, at
-/// most once for every 8 bytes of the slice.
+/// is swapped. The enumeration ends at the first command whose first 8 bytes are not inside the slice. A
+/// command of size 0 repeats until the header's number of commands is reached, but at most 65,536 times or
+/// once for every 8 bytes of the slice, whichever is more.
 void TWLMachOSliceEnumerateLoadCommands(TWLMachOSlice* slice, const LoadCommandCallback& callback);
 
 /// The same, until `callback` returns false.
 void TWLMachOSliceSearchLoadCommands(TWLMachOSlice* slice, const LoadCommandSearch& callback);
 
-/// The number of bytes of the slice that may be read from `address`; 0 if it is outside.
+/// The number of bytes from `address` to the end of the slice; 0 if `address` is outside.
 std::uint64_t TWLMachOSliceBytesFrom(const TWLMachOSlice* slice, const void* address);
 
 /// A record for an image in memory. The first enumeration of its commands stores its CPU type.

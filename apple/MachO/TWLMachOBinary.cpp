@@ -41,8 +41,7 @@ bool TWLMachOBinary::open() {
     _file = std::shared_ptr<macho::TWLMachOFile>(new macho::TWLMachOFile, closeFile);
     if (!TWLMachOFileInitWithPath(_file.get(), file.c_str()))
         return false;
-    // The load commands of slices that do not overlap are together smaller than the file.
-    TWLDecodingBudget budget{.commandBytes = _file->mappedSize};
+    std::uint64_t budget = TWLMachOSlice::decodingBudget(_file->mappedSize);
     TWLMachOFileEnumerateSlices(_file.get(), [&](const macho::TWLMachOSlice* slice) {
         _slices.push_back(TWLMachOSlice::initWithSlice(slice, _file, budget));
     });
@@ -52,7 +51,7 @@ bool TWLMachOBinary::open() {
 const std::string& TWLMachOBinary::instanceIdentifier() const {
     if (_instanceIdentifier)
         return *_instanceIdentifier;
-    // Two slices can have the same architecture name. Their order in the file must not matter either.
+    // By the UUID too: the order of two slices with the same architecture name must not matter.
     auto sorted = _slices;
     const auto key = [](const auto& slice) {
         return std::pair(slice->architectureName(), slice->uuid());

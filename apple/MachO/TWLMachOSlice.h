@@ -8,33 +8,25 @@
 #include <string>
 #include <vector>
 
-// Defines the class ::TWLMachOSlice: an image as a decoded object. It is made from the record
-// macho::TWLMachOSlice (MachOReader.h), which only points into the file.
-
-/// Limits the work for hostile files, which could otherwise take hours and gigabytes. Load commands of
-/// images that do not overlap are free, however many there are. Overlapping images, commands of size 0 and
-/// paths outside their command, which valid files do not have, share a limit.
-struct TWLDecodingBudget {
-    /// Bytes of load commands that are free; at the start, the size of the file.
-    std::uint64_t commandBytes;
-    /// Bytes that may be read once commandBytes are used up, and for paths outside their command. All slices
-    /// share them.
-    std::uint64_t extraBytes = std::uint64_t{16} << 20;
-};
-
 /// One architecture's image, immutable. Shares ownership of the file's mapping, so it may outlive its
 /// TWLMachOBinary. Any number of threads may read it.
 class TWLMachOSlice {
 public:
-    /// The image of `slice` must be in memory that outlives the object: in `mapping`, which the object keeps,
-    /// or in a loaded image. Returns null for a null pointer.
+    /// Decodes the image of `slice`, which must be in memory that outlives the object: in `mapping`, which
+    /// the object keeps, or in a loaded image. Returns null for a null pointer.
     static std::shared_ptr<TWLMachOSlice> initWithSlice(const macho::TWLMachOSlice* slice,
                                                         std::shared_ptr<const void> mapping = nullptr);
 
-    /// The same for one of several slices that share a budget. Decoding stops when it is used up.
+    /// The same for one of several slices of a file. Decoding reduces `budget`, which starts as
+    /// `decodingBudget`, by the bytes that it reads, and stops when nothing is left.
     static std::shared_ptr<TWLMachOSlice> initWithSlice(const macho::TWLMachOSlice* slice,
                                                         std::shared_ptr<const void> mapping,
-                                                        TWLDecodingBudget& budget);
+                                                        std::uint64_t& budget);
+
+    /// How many bytes may be read to decode all slices of a file of `fileSize` bytes. Valid files need fewer
+    /// than their size. Without a limit, hostile files with overlapping images, repeated commands or paths
+    /// outside their command could take hours and gigabytes.
+    static std::uint64_t decodingBudget(std::uint64_t fileSize);
 
     /// The running executable. On systems whose executables are not Mach-O files it has only the host's
     /// architecture.
@@ -67,10 +59,10 @@ private:
     };
 
     TWLMachOSlice(const macho::TWLMachOSlice& slice, std::shared_ptr<const void> mapping,
-                  TWLDecodingBudget& budget);
-    /// Reduces `allowance` by the bytes that it reads.
-    void decode(std::uint32_t cmd, std::uint32_t cmdsize, const macho::load_command* command,
-                std::uint64_t& allowance);
+                  std::uint64_t& budget);
+    /// Returns the number of bytes that it read.
+    std::uint64_t decode(std::uint32_t cmd, std::uint32_t cmdsize, const macho::load_command* command);
+    std::uint64_t decodeDylib(const macho::load_command* command, std::uint64_t available);
     void findSection(const macho::load_command* command, const char* name, Section& section) const;
 
     std::shared_ptr<const void> _mapping;

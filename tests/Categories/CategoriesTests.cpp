@@ -60,18 +60,31 @@ TEST(NSTask, WrappersReturnOutputOrSuccess) {
 TEST(NSTask, ThrowsIfAProgramCannotBeStartedAndLeaksNoDescriptors) {
     const support::TemporaryFolder folder;
     const std::string plain = folder.write("plain", "#!/bin/sh\n"), gone = folder.path("gone");
-    const std::tuple<std::string, std::optional<std::string>, NSTask::Arguments, std::string> cases[] = {
-        {gone, {}, {}, "No such file or directory"},
-        {plain, {}, {}, "Permission denied"},
-        {"/bin/sh", plain, {}, "its working directory " + plain + " cannot be entered: Not a directory"},
-        {"/bin/sh", {}, {"a\0b"s}, "a path, an argument or an environment variable holds a zero byte"}};
+    const struct {
+        const char* name;
+        std::string path;
+        std::optional<std::string> workingDirectory;
+        NSTask::Arguments arguments;
+        std::string reason;
+    } cases[] = {{"no program", gone, {}, {}, "No such file or directory"},
+                 {"not executable", plain, {}, {}, "Permission denied"},
+                 {"no folder",
+                  "/bin/sh",
+                  plain,
+                  {},
+                  "its working directory " + plain + " cannot be entered: Not a directory"},
+                 {"zero byte",
+                  "/bin/sh",
+                  {},
+                  {"a\0b"s},
+                  "a path, an argument or an environment variable holds a zero byte"}};
     const int lowestFree = dup(0);
     close(lowestFree);
-    for (const auto& [path, workingDirectory, arguments, reason] : cases)
+    for (const auto& [name, path, workingDirectory, arguments, reason] : cases)
         try {
-            ADD_FAILURE() << run(path, arguments, workingDirectory) << reason;
+            ADD_FAILURE() << name << ": " << run(path, arguments, workingDirectory);
         } catch (const platform::LaunchError& error) {
-            EXPECT_EQ(error.what(), "Cannot launch "s.append(path).append(": ").append(reason));
+            EXPECT_EQ(error.what(), "Cannot launch "s.append(path).append(": ").append(reason)) << name;
         }
     EXPECT_THROW(run("/bin/true", {}, {}, {{{"A=B", "C"}}}), platform::LaunchError);
     EXPECT_THROW(NSTask::launchWithPath("/bin/true", {}, {}, [](auto&&...) { throw 1; }), int);
@@ -103,8 +116,21 @@ TEST(NSTask, StartsChildrenWithDefaultSignalsAndThreeDescriptors) {
             testing::ExitedWithCode(42), "");
 }
 
+TEST(Task, AbortsIfItsCallsComeInAnotherOrder) {
+    const platform::Task::Setup setup = {.launchPath = "/bin/sh", .arguments = {"-c", "exit 3"}};
+    platform::Task task;
+    EXPECT_THROW(task.launch({.launchPath = "/none"}), platform::LaunchError);
+    EXPECT_DEATH(task.waitUntilExit(), "Assertion failed: \\(_child\\), function Task::waitUntilExit");
+    task.launch(setup);
+    EXPECT_DEATH(task.launch(setup), "Task::launch");
+    EXPECT_DEATH(static_cast<void>(task.terminationStatus()), "Task::terminationStatus");
+    task.waitUntilExit();
+    task.waitUntilExit();
+    EXPECT_EQ(task.terminationStatus(), 3);
+}
+
 TEST(NSTask, AbortsIfNoPipeCanBeCreated) {
-    const rlimit four = {4, 4};
+    const rlimit four = {4, 4}; // set in the process of the death test
     EXPECT_DEATH(
         (setrlimit(RLIMIT_NOFILE, &four), run("/bin/true", {})),
         testing::HasSubstr(
