@@ -11,62 +11,66 @@
 namespace platform {
 namespace {
 
-/// A file, identified by its open folder and its name, because the path of the temporary file may exceed the
-/// system's limit.
-struct Place {
+/// A file in an open folder. The temporary file needs it: its path, which is longer than the file's, may
+/// exceed the system's limit.
+struct FileInFolder {
     FileDescriptor folder;
     std::string name;
 };
 
-/// The file at `path`, after following all links.
-Result<Place> placeOf(const std::string& path) {
+/// The file at `path`. Follows all links, because the file that they lead to is replaced, not a link.
+Result<FileInFolder> openFolderOf(const std::string& path) {
     constexpr int mostLinks = 40; // the kernel's limit
-    Place place;
+    FileInFolder file;
     std::string rest = path;
     for (int links = 0; links <= mostLinks; ++links) {
         const std::size_t nameStart = rest.rfind('/') + 1;
         const std::string folder = nameStart == 0 ? "." : rest.substr(0, nameStart);
-        const int start = place.folder ? place.folder.get() : AT_FDCWD;
-        place.folder = openFolder(start, folder.c_str());
-        if (!place.folder)
+        const int start = file.folder ? file.folder.get() : AT_FDCWD;
+        file.folder = openFolder(start, folder.c_str());
+        if (!file.folder)
             return posixError(errno, "write", path);
-        place.name = rest.substr(nameStart);
-        const std::optional<std::string> target = linkTarget(place.folder.get(), place.name);
+        file.name = rest.substr(nameStart);
+        const std::optional<std::string> target = linkTarget(file.folder.get(), file.name);
         if (!target)
-            return Result<Place>(std::move(place));
+            return Result<FileInFolder>(std::move(file));
         rest = *target;
     }
     return posixError(ELOOP, "write", path);
 }
 
-/// Writes `bytes` to `file`, which has the name `temporary` in the folder of `place`, and renames it to
-/// `place.name`. `path` is for the error's description.
-Outcome replace(const Place& place, FileDescriptor file, const std::string& temporary, std::string_view bytes,
-                const std::string& path) {
-    if (const int error = writeAll(file, bytes, 0); error != 0)
-        return posixError(error, "write", path);
-    const int folder = place.folder.get();
-    if (::fsync(file.get()) != 0 || !file.reset() ||
-        ::renameat(folder, temporary.c_str(), folder, place.name.c_str()) != 0)
-        return posixError(errno, "write", path);
-    return success;
+/// Writes `bytes` to `file`, the new file `temporary` in the folder of `destination`, and renames it to
+/// `destination.name`. Returns 0 or the number of the error.
+int writeAndRename(FileDescriptor file, const std::string& temporary, const FileInFolder& destination,
+                   std::string_view bytes) {
+    const int folder = destination.folder.get();
+    if (const int error = pwriteAll(file, bytes, 0); error != 0)
+        return error;
+    const bool isReplaced = ::fsync(file.get()) == 0 && file.reset() &&
+                            ::renameat(folder, temporary.c_str(), folder, destination.name.c_str()) == 0;
+    return isReplaced ? 0 : errno;
 }
 
 } // namespace
 
 Outcome writeFileAtomically(const std::string& path, std::string_view bytes, unsigned permissions) {
+    const auto failed = [&](int errorNumber) {
+        return posixError(errorNumber, "write", path);
+    };
     if (path.empty() || hasZeroByte(path))
-        return posixError(path.empty() ? ENOENT : EINVAL, "write", path);
+        return failed(path.empty() ? ENOENT : EINVAL);
     if (path.size() >= PATH_MAX) // such a file could be written, but nobody could open it
-        return posixError(ENAMETOOLONG, "write", path);
-    const Result<Place> place = placeOf(path);
-    if (!place)
-        return place.error();
-    const int folder = place->folder.get();
-    struct stat status;
-    const bool isThere = ::fstatat(folder, place->name.c_str(), &status, 0) == 0;
-    if (place->name.empty() || (isThere && !S_ISREG(status.st_mode)))
-        return posixError(place->name.empty() || S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "write", path);
+        return failed(ENAMETOOLONG);
+    const Result<FileInFolder> destination = openFolderOf(path);
+    if (!destination)
+        return destination.error();
+    const int folder = destination->folder.get();
+    struct stat status = {};
+    const bool exists = ::fstatat(folder, destination->name.c_str(), &status, 0) == 0;
+    if (destination->name.empty() || S_ISDIR(status.st_mode))
+        return failed(EISDIR);
+    if (exists && !S_ISREG(status.st_mode))
+        return failed(EINVAL);
 
     const std::string temporary = "." + makeUUIDString() + ".tmp";
     FileDescriptor file(
@@ -74,12 +78,12 @@ Outcome writeFileAtomically(const std::string& path, std::string_view bytes, uns
     if (!file)
         return posixError(errno, "create a file beside", path);
     // fchmod sets the exact mode; the mode given to open is subject to the umask.
-    Outcome outcome = isThere && ::fchmod(file.get(), status.st_mode & 0777) != 0
-                          ? posixError(errno, "write", path)
-                          : replace(*place, std::move(file), temporary, bytes, path);
-    if (!outcome)
-        ::unlinkat(folder, temporary.c_str(), 0);
-    return outcome;
+    const bool keepsMode = !exists || ::fchmod(file.get(), status.st_mode & 0777) == 0;
+    const int error = keepsMode ? writeAndRename(std::move(file), temporary, *destination, bytes) : errno;
+    if (error == 0)
+        return success;
+    ::unlinkat(folder, temporary.c_str(), 0);
+    return failed(error);
 }
 
 } // namespace platform

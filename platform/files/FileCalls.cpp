@@ -14,11 +14,12 @@ FileDescriptor openToRead(int folder, const std::string& name, struct stat& stat
 }
 
 int listFolder(const FileDescriptor& folder, const std::function<void(const dirent&)>& visit) {
-    const int listed = ::fcntl(folder.get(), F_DUPFD_CLOEXEC, 0); // closedir closes its descriptor
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(listed < 0 ? nullptr : ::fdopendir(listed),
+    FileDescriptor listed(::fcntl(folder.get(), F_DUPFD_CLOEXEC, 0));
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(listed ? ::fdopendir(listed.get()) : nullptr,
                                                       &::closedir);
     if (!entries)
         return errno;
+    listed.release(); // closedir closes it
     while (true) {
         errno = 0;
         const dirent* entry = ::readdir(entries.get());
@@ -45,7 +46,7 @@ std::optional<std::string> realPath(const std::string& path) {
     return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
 }
 
-ssize_t readAll(const FileDescriptor& file, void* buffer, std::size_t size, off_t offset) {
+ssize_t preadAll(const FileDescriptor& file, void* buffer, std::size_t size, off_t offset) {
     std::size_t done = 0;
     while (done < size) {
         const ssize_t got = ::pread(file.get(), static_cast<char*>(buffer) + done, size - done,
@@ -59,7 +60,7 @@ ssize_t readAll(const FileDescriptor& file, void* buffer, std::size_t size, off_
     return static_cast<ssize_t>(done);
 }
 
-int writeAll(const FileDescriptor& file, std::string_view bytes, off_t offset) {
+int pwriteAll(const FileDescriptor& file, std::string_view bytes, off_t offset) {
     while (!bytes.empty()) {
         const ssize_t written = ::pwrite(file.get(), bytes.data(), bytes.size(), offset);
         if (written < 0 && errno != EINTR)

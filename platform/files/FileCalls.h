@@ -28,9 +28,9 @@ std::optional<std::string> linkTarget(int folder, const std::string& name);
 std::optional<std::string> realPath(const std::string& path);
 
 /// Reads `size` bytes at `offset`, fewer at the end of the file. Returns their number, or -1 with errno set.
-ssize_t readAll(const FileDescriptor& file, void* buffer, std::size_t size, off_t offset);
+ssize_t preadAll(const FileDescriptor& file, void* buffer, std::size_t size, off_t offset);
 
 /// Writes all of `bytes` at `offset`. Returns 0 or the number of the error.
-int writeAll(const FileDescriptor& file, std::string_view bytes, off_t offset);
+int pwriteAll(const FileDescriptor& file, std::string_view bytes, off_t offset);
 
 } // namespace platform

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace platform {
@@ -17,11 +18,18 @@ public:
         std::swap(_descriptor, other._descriptor);
         return *this;
     }
-    ~FileDescriptor() { reset(); }
+    /// Keeps errno, which the caller may report.
+    ~FileDescriptor() {
+        const int errorNumber = errno;
+        reset();
+        errno = errorNumber;
+    }
 
     explicit operator bool() const { return _descriptor >= 0; }
     int get() const { return _descriptor; }
 
+    /// Gives up the descriptor without closing it.
+    int release() { return std::exchange(_descriptor, -1); }
     /// Closes the descriptor now. False if the system reports that earlier writes failed (close(2)).
     bool reset() { return _descriptor < 0 || ::close(std::exchange(_descriptor, -1)) == 0; }
 

@@ -74,7 +74,7 @@ Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit) {
         return posixError(EFBIG, "read", path);
 
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-    const ssize_t size = readAll(*file, bytes.data(), bytes.size(), 0);
+    const ssize_t size = preadAll(*file, bytes.data(), bytes.size(), 0);
     if (size < 0)
         return posixError(errno, "read", path);
     // Fewer bytes are read if the file was truncated since; a longer file is read to its former size.

@@ -23,7 +23,7 @@ Outcome createDirectories(const std::string& path);
 Result<std::vector<std::string>> namesInDirectory(const std::string& path);
 
 /// Reads a whole regular file. Any other type of file is an error, and so is a file of more than `sizeLimit`
-/// bytes.
+/// bytes. Returns no bytes for files whose size the system reports as 0, such as those in /proc.
 Result<Data> readFile(const std::string& path, std::uint64_t sizeLimit = UINT64_MAX);
 
 /// Maps a regular file, so that a large file takes no memory from other programs. The file may be deleted

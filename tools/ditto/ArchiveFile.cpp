@@ -71,7 +71,7 @@ void ArchiveFile::flush() {
 }
 
 void ArchiveFile::write(std::uint64_t offset, std::string_view bytes) {
-    if (const int error = platform::writeAll(_file, bytes, static_cast<off_t>(offset)); error != 0)
+    if (const int error = platform::pwriteAll(_file, bytes, static_cast<off_t>(offset)); error != 0)
         throw Failure(error, "write", _path);
 }
 

@@ -36,8 +36,8 @@ PieceDeflater::PieceDeflater()
 }
 
 void PieceDeflater::read(const Piece& piece) {
-    const ssize_t size =
-        platform::readAll(piece.file->descriptor, _input.get(), piece.size, static_cast<off_t>(piece.offset));
+    const ssize_t size = platform::preadAll(piece.file->descriptor, _input.get(), piece.size,
+                                            static_cast<off_t>(piece.offset));
     if (size < 0)
         throw Failure(errno, "read", piece.file->path);
     if (static_cast<std::size_t>(size) < piece.size)

@@ -170,10 +170,10 @@ private:
         while (range.start < range.end) {
             const auto wanted =
                 std::min<std::size_t>(bufferSize, static_cast<std::size_t>(range.end - range.start));
-            const ssize_t got = readAll(from, _buffer.data(), wanted, range.start);
+            const ssize_t got = preadAll(from, _buffer.data(), wanted, range.start);
             if (got <= 0)
                 return got < 0 ? errno : EIO;
-            if (const int error = writeAll(to, {_buffer.data(), static_cast<std::size_t>(got)}, range.start);
+            if (const int error = pwriteAll(to, {_buffer.data(), static_cast<std::size_t>(got)}, range.start);
                 error != 0)
                 return error;
             range.start += got;
