@@ -16,7 +16,7 @@ public:
     virtual ~HTTPExchangeListener() = default;
     virtual void didReceiveHead(HTTPResponseHead head) = 0;
     virtual void didReceiveBody(std::string_view bytes) = 0;
-    /// The server or a proxy asks for authentication. Returning false ends the exchange
+    /// The server or a proxy asks for authentication. Returning false ends the exchange: only didEnd follows,
     /// with an error.
     virtual bool mayContinue(const URLProtectionSpace& space) = 0;
     /// Called once. May destroy the exchange.

@@ -16,11 +16,14 @@
 /// - No credentials are sent, not even those in a URL.
 /// - Answers may be compressed by gzip and are decoded. A compressed answer that is damaged, truncated or in
 ///   another coding fails with cannotDecodeContentData; the bytes that were decoded before are kept.
-/// - A truncated answer fails with networkConnectionLost; the bytes received before are kept.
+/// - A truncated answer fails with networkConnectionLost; the bytes received before are kept. Bytes that
+///   follow a complete answer are ignored.
+/// - A server may answer before it has read the whole request. That answer is reported even if the rest of
+///   the request could not be sent.
 /// - TLS 1.2 or later. Certificates are always verified against the system's store. On Linux, the file that
 ///   SSL_CERT_FILE names and the folders that SSL_CERT_DIR names are trusted too, and the environment
 ///   variables http_proxy, https_proxy, all_proxy and no_proxy choose the proxy.
-/// - Errors are in urlErrorDomain. Their descriptions name the host and the reason.
+/// - Errors are in urlErrorDomain. Their descriptions name the server or the proxy, and the reason.
 ///
 /// On macOS, NSURLConnection chooses the versions of HTTP and TLS, the content codings and the proxy, and
 /// adds headers of its own. Errors that it reports are passed on unchanged.

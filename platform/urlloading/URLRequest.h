@@ -29,7 +29,8 @@ struct URLRequest {
     /// The exchange fails with timedOut after this time without progress, in name resolution, connecting, TLS
     /// handshake, sending, waiting and receiving. Accurate to about half a second.
     std::chrono::milliseconds timeoutInterval = std::chrono::seconds(15);
-    /// The limit for the decoded body of the answer. Exceeding it fails with dataLengthExceedsMaximum.
+    /// The limit for the decoded body of the answer, in bytes. A longer body fails with
+    /// dataLengthExceedsMaximum; the bytes up to the limit are kept.
     std::uint64_t answerLimit = UINT64_MAX;
 
     /// Sets a header. If the request has it already, appends the value after a comma.

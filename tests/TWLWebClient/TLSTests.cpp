@@ -2,8 +2,32 @@
 #include "support/ScriptedServer.h"
 #include "support/SecureServer.h"
 
+#include <dlfcn.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <atomic>
+
 using namespace platform;
 using namespace support;
+
+namespace {
+
+/// The number of large parts that can be sent before the peer resets the connection.
+std::atomic<int> partsBeforeReset = INT_MAX;
+
+} // namespace
+
+// Replaces the C library's function in the whole test program.
+extern "C" ssize_t send(int socket, const void* bytes, std::size_t count, int flags) {
+    using Function = ssize_t (*)(int, const void*, std::size_t, int);
+    static const auto system = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "send"));
+    if (count > 10'000 && --partsBeforeReset < 0) {
+        pollfd reset = {.fd = socket, .events = 0, .revents = 0}; // POLLHUP is always reported
+        poll(&reset, 1, 10'000);
+    }
+    return system(socket, bytes, count, flags);
+}
 
 namespace {
 
@@ -49,6 +73,25 @@ TEST_P(TLSExchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
         EXPECT_THAT(errorOf(*response), one.error);
         EXPECT_EQ(response->statusCode(), response->error() ? 0u : 200u);
         EXPECT_EQ(asked, isAsynchronous() ? one.questions : 0);
+    }
+}
+
+TEST_P(TLSExchange, ReadsTheAnswerOfAServerThatResetsTheConnection) {
+    const auto answer = [](const HTTPRequest&) {
+        return HTTPAnswer{};
+    };
+    const HTTPServer plain(answer), secure(answer, secureServer("valid.pem"));
+    const EnvironmentVariable trusted("SSL_CERT_FILE", certificatePath("valid.pem"));
+    for (const HTTPServer* server : {&plain, &secure}) {
+        const auto request = TWLWebRequest::requestWithMethod("POST", "");
+        request->addValueForHTTPHeaderField("413", rejectionHeader);
+        request->addData(Data(std::string(10'000'000, 'a')), "a/b", "n", "f");
+        partsBeforeReset = 1;
+        const auto response = exchange(server->url(), request);
+        partsBeforeReset = INT_MAX;
+        EXPECT_EQ(errorOf(*response), "");
+        EXPECT_EQ(response->statusCode(), 413u);
+        EXPECT_EQ(response->responseData(), Data("rejected"));
     }
 }
 

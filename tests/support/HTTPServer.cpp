@@ -25,8 +25,13 @@ HTTPServer::HTTPServer(Handler handler, std::unique_ptr<httplib::Server> secure)
         response.set_content(answer.body, answer.contentType);
     };
     _server->set_keep_alive_max_count(1);
-    _server->set_pre_routing_handler([](const auto& request, auto&) {
+    _server->set_pre_routing_handler([](const auto& request, auto& response) {
         disguiseType(request, true);
+        if (request.has_header(rejectionHeader)) {
+            response.status = std::stoi(request.get_header_value(rejectionHeader));
+            response.set_content("rejected", "text/plain");
+            return httplib::Server::HandlerResponse::Handled;
+        }
         return httplib::Server::HandlerResponse::Unhandled;
     });
     _server->Get(".*", answerTo);

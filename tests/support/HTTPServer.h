@@ -19,6 +19,9 @@ struct HTTPAnswer {
     httplib::Headers headers = {};
 };
 
+/// A request with this header is answered with its value as the status, before the body is read.
+inline constexpr const char* rejectionHeader = "X-Reject";
+
 /// A real HTTP server (cpp-httplib) on a port of 127.0.0.1 that the system assigns. It runs until it is
 /// destroyed and calls the handler on several threads.
 class HTTPServer {
