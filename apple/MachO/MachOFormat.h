@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 /// The parts of Apple's Mach-O format that the reader needs, with their published names (<mach-o/loader.h>,
@@ -187,24 +186,5 @@ struct section_64 {
 };
 
 #pragma pack(pop)
-
-static_assert(sizeof(fat_header) == 8 && offsetof(fat_header, nfat_arch) == 4);
-static_assert(sizeof(fat_arch) == 20 && offsetof(fat_arch, offset) == 8);
-static_assert(sizeof(mach_header) == 28 && offsetof(mach_header, ncmds) == 16);
-static_assert(sizeof(mach_header_64) == 32 && offsetof(mach_header_64, ncmds) == 16);
-static_assert(offsetof(mach_header, cputype) == 4 && offsetof(mach_header_64, cputype) == 4);
-static_assert(offsetof(mach_header, filetype) == 12 && offsetof(mach_header_64, filetype) == 12);
-static_assert(sizeof(load_command) == 8 && offsetof(load_command, cmdsize) == 4);
-static_assert(sizeof(uuid_command) == 24 && offsetof(uuid_command, uuid) == 8);
-static_assert(sizeof(dylib_command) == 24 && offsetof(dylib_command, dylib.name.offset) == 8);
-static_assert(sizeof(version_min_command) == 16 && offsetof(version_min_command, version) == 8);
-static_assert(offsetof(version_min_command, sdk) == 12);
-static_assert(sizeof(encryption_info_command) == 20 && offsetof(encryption_info_command, cryptid) == 16);
-static_assert(sizeof(segment_command) == 56 && offsetof(segment_command, nsects) == 48);
-static_assert(sizeof(segment_command_64) == 72 && offsetof(segment_command_64, nsects) == 64);
-static_assert(offsetof(segment_command, segname) == 8 && offsetof(segment_command_64, segname) == 8);
-static_assert(sizeof(section) == 68 && offsetof(section, offset) == 40);
-static_assert(sizeof(section_64) == 80 && offsetof(section_64, offset) == 48);
-static_assert(offsetof(section, segname) == 16 && offsetof(section_64, segname) == 16);
 
 } // namespace macho

@@ -1,14 +1,12 @@
 #include "MachO/MachOReader.h"
 
 #include "MachO/ArchitectureTable.h"
+#include "platform/files/FileCalls.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/Hexadecimal.h"
 #include "platform/process/OwnImage.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -52,21 +50,6 @@ std::uint64_t headerSize(const void* start, std::uint64_t available) {
     const bool is64Bit = magic == MH_MAGIC_64 || magic == MH_CIGAM_64;
     const std::uint64_t size = is64Bit ? sizeof(mach_header_64) : sizeof(mach_header);
     return size <= available ? size : 0;
-}
-
-/// Maps the file that is open as `file.fd`. On failure the record has no mapping.
-bool mapRegularFile(TWLMachOFile& file) {
-    struct stat status;
-    if (fstat(file.fd, &status) != 0 || static_cast<std::uint64_t>(status.st_size) < smallestFile ||
-        !S_ISREG(status.st_mode))
-        return false;
-    const auto size = static_cast<std::size_t>(status.st_size);
-    void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, file.fd, 0);
-    if (mapping == nullptr || mapping == MAP_FAILED)
-        return false;
-    file.mappedSize = size;
-    file.mappedFile = mapping;
-    return true;
 }
 
 void enumerateUniversal(const void* start, const SliceCallback& callback, std::uint64_t available) {
@@ -142,14 +125,16 @@ bool TWLMachOFileInitWithPath(TWLMachOFile* file, const char* path) {
     if (!file || !path)
         return false;
     *file = TWLMachOFile();
-    // Without O_NONBLOCK, opening a pipe would wait for its other end. It has no effect on regular files.
-    file->fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (file->fd < 0)
+    struct stat status;
+    platform::FileDescriptor opened = platform::openToRead(AT_FDCWD, path, status);
+    if (!opened || !S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) < smallestFile)
         return false;
-    if (mapRegularFile(*file))
-        return true;
-    TWLMachOFileDestroy(file);
-    return false;
+    const auto size = static_cast<std::size_t>(status.st_size);
+    void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, opened.get(), 0);
+    if (mapping == nullptr || mapping == MAP_FAILED)
+        return false;
+    *file = {.fd = opened.release(), .mappedSize = size, .mappedFile = mapping};
+    return true;
 }
 
 bool TWLMachOFileInitWithCurrent(TWLMachOFile* file) {

@@ -8,15 +8,6 @@
 #include <stdexcept>
 #include <utility>
 
-namespace {
-
-void closeFile(macho::TWLMachOFile* file) {
-    macho::TWLMachOFileDestroy(file);
-    delete file;
-}
-
-} // namespace
-
 std::string TWLHashNSString(std::string_view text) {
     return platform::hexadecimal(platform::sha1(text.substr(0, text.find('\0'))));
 }
@@ -38,7 +29,10 @@ bool TWLMachOBinary::open() {
     const std::string file = path();
     if (platform::hasZeroByte(file))
         return false;
-    _file = std::shared_ptr<macho::TWLMachOFile>(new macho::TWLMachOFile, closeFile);
+    _file.reset(new macho::TWLMachOFile, [](macho::TWLMachOFile* opened) {
+        TWLMachOFileDestroy(opened);
+        delete opened;
+    });
     if (!TWLMachOFileInitWithPath(_file.get(), file.c_str()))
         return false;
     std::uint64_t budget = TWLMachOSlice::decodingBudget(_file->mappedSize);

@@ -18,9 +18,7 @@ constexpr int pollIntervalMilliseconds = 10;
 // The state that the signal handler uses. Only lock-free variables are safe there.
 std::atomic<const char*> unfinishedPath = nullptr;
 std::atomic<pid_t> workingChild = 0;
-std::atomic<int> delays = 0;
-std::atomic<int> delayedSignal = 0;
-static_assert(std::atomic<const char*>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<const char*>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
 pthread_t ownerThread;
 
 /// Sends the signal that this process got: the child does not ignore it, because ignored signals are
@@ -43,10 +41,6 @@ extern "C" void cleanUpAndEnd(int signalNumber) {
         pthread_kill(ownerThread, signalNumber);
         return;
     }
-    delayedSignal = signalNumber;
-    // Checked after the assignment: a delay that ends on another thread meanwhile takes the signal itself.
-    if (delays != 0 || delayedSignal.exchange(0) == 0)
-        return;
     if (const pid_t child = workingChild.exchange(0); child > 0)
         endChild(child, signalNumber);
     if (const char* path = unfinishedPath)
@@ -79,17 +73,6 @@ UnfinishedFile::UnfinishedFile(std::string path) : _path(std::move(path)) {
 
 UnfinishedFile::~UnfinishedFile() {
     unfinishedPath = nullptr;
-}
-
-EndingSignalsDelay::EndingSignalsDelay() {
-    ++delays;
-}
-
-EndingSignalsDelay::~EndingSignalsDelay() {
-    if (--delays != 0)
-        return;
-    if (const int signalNumber = delayedSignal.exchange(0); signalNumber != 0)
-        ::raise(signalNumber);
 }
 
 void setWorkingChild(pid_t child) {

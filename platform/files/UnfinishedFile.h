@@ -21,16 +21,6 @@ private:
     const std::string _path;
 };
 
-/// Delays the signals above while it exists, so that none of them comes between the start of a child and the
-/// call of `setWorkingChild`. Any thread.
-class EndingSignalsDelay {
-public:
-    EndingSignalsDelay();
-    ~EndingSignalsDelay();
-    EndingSignalsDelay(const EndingSignalsDelay&) = delete;
-    EndingSignalsDelay& operator=(const EndingSignalsDelay&) = delete;
-};
-
 /// The child that may be writing the unfinished file; 0 if there is none. A signal that ends this process is
 /// sent to the child too. If the child has not ended two seconds later, it is killed. Replace the identifier
 /// before the child is waited for, because the system may give it to another process afterwards.

@@ -16,9 +16,8 @@ struct ProcessRecord {
 
 std::uint32_t ownProcessIdentifier();
 
-/// The record of one process. All zero if the process does not exist, is the idle process 0 or is hidden
-/// from this user. Null if the system call failed. Works even if the caller has no free descriptor: one is
-/// reserved when the program starts.
+/// The record of one process. All zero if the process does not exist, is the idle process 0 or is hidden from
+/// this user, or if no descriptor is free. Null if the system call failed otherwise; it may succeed later.
 std::optional<ProcessRecord> processRecord(std::uint32_t identifier);
 
 } // namespace platform

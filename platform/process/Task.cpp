@@ -1,6 +1,5 @@
 #include "platform/process/Task.h"
 
-#include "platform/files/UnfinishedFile.h"
 #include "platform/foundation/Assert.h"
 #include "platform/foundation/Path.h"
 
@@ -53,7 +52,6 @@ void Task::launch(const Setup& setup) {
     PLATFORM_ASSERT(!_child, "!_child", "Task::launch", sourceFile);
     checkTexts(setup);
     keepExitStatuses();
-    const EndingSignalsDelay delay;
     _child = start(setup, programPath(setup));
 }
 

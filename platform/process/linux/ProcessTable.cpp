@@ -8,49 +8,16 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstddef>
-#include <mutex>
-#include <new>
 #include <string_view>
-#include <utility>
 
 namespace platform {
 namespace {
 
-/// A descriptor that is open from the start of the program and is closed when no other descriptor is free.
-class Reserve {
-public:
-    Reserve() { keep(); }
-
-    /// Calls `step` while one more descriptor is free. Another thread may take it first.
-    template <class Step>
-    auto lendTo(Step step) {
-        const std::lock_guard lock(_mutex);
-        _descriptor.reset();
-        auto result = step();
-        keep();
-        return result;
-    }
-
-private:
-    void keep() { _descriptor = aboveStandardStreams(::open("/", O_PATH | O_CLOEXEC)); }
-
-    std::mutex _mutex;
-    FileDescriptor _descriptor;
-};
-
-/// Never destroyed, because any thread may use it until the process ends. Not on the heap, because an
-/// allocation failure before main could not be reported.
-Reserve& reserve() {
-    alignas(Reserve) static std::array<std::byte, sizeof(Reserve)> memory;
-    static auto* const instance = new (memory.data()) Reserve;
-    return *instance;
-}
-
-[[maybe_unused]] const Reserve& openedBeforeMain = reserve();
-
+/// Whether the system has no record for this caller. That includes a lack of descriptors, which can last: the
+/// caller repeats a failed call until it succeeds.
 bool saysThatThereIsNoRecord(int errorNumber) {
-    return errorNumber == ENOENT || errorNumber == ESRCH || errorNumber == EACCES || errorNumber == EPERM;
+    return errorNumber == ENOENT || errorNumber == ESRCH || errorNumber == EACCES || errorNumber == EPERM ||
+           errorNumber == EMFILE || errorNumber == ENFILE;
 }
 
 /// Parses /proc/<id>/stat: "id (command name) state parent ..." (proc(5)). The name may contain blanks,
@@ -68,16 +35,6 @@ ProcessRecord parseStat(std::uint32_t identifier, std::string_view line) {
     return record;
 }
 
-std::optional<ProcessRecord> readRecord(std::uint32_t identifier) {
-    const std::string path = "/proc/" + std::to_string(identifier) + "/stat";
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    std::array<char, 4096> line;
-    const ssize_t size = file ? ::read(file.get(), line.data(), line.size()) : -1;
-    if (size < 0)
-        return saysThatThereIsNoRecord(errno) ? std::optional(ProcessRecord()) : std::nullopt;
-    return parseStat(identifier, std::string_view(line.data(), static_cast<std::size_t>(size)));
-}
-
 } // namespace
 
 std::uint32_t ownProcessIdentifier() {
@@ -85,10 +42,13 @@ std::uint32_t ownProcessIdentifier() {
 }
 
 std::optional<ProcessRecord> processRecord(std::uint32_t identifier) {
-    auto record = readRecord(identifier);
-    if (record || (errno != EMFILE && errno != ENFILE))
-        return record;
-    return reserve().lendTo([=] { return readRecord(identifier); });
+    const std::string path = "/proc/" + std::to_string(identifier) + "/stat";
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::array<char, 4096> line;
+    const ssize_t size = file ? ::read(file.get(), line.data(), line.size()) : -1;
+    if (size < 0)
+        return saysThatThereIsNoRecord(errno) ? std::optional(ProcessRecord()) : std::nullopt;
+    return parseStat(identifier, std::string_view(line.data(), static_cast<std::size_t>(size)));
 }
 
 } // namespace platform

@@ -163,12 +163,17 @@ std::shared_ptr<Task::Child> Task::start(const Setup& setup, const std::string& 
     closeDescriptorsInPrograms();
 
     auto child = std::make_shared<Child>();
+    // No signal may end this process between the start of the child and setWorkingChild.
+    sigset_t allSignals, blockedBefore;
+    sigfillset(&allSignals);
+    pthread_sigmask(SIG_BLOCK, &allSignals, &blockedBefore);
     const int errorNumber = posix_spawn(&child->identifier, program.c_str(), spawn.actions(),
                                         spawn.attributes(), arguments.data(), environment);
+    if (errorNumber == 0 && !setup.newSession)
+        setWorkingChild(child->identifier);
+    pthread_sigmask(SIG_SETMASK, &blockedBefore, nullptr);
     if (errorNumber != 0)
         throw LaunchError(setup.launchPath, reasonOf(errorNumber));
-    if (!setup.newSession)
-        setWorkingChild(child->identifier);
     for (FileDescriptor* end : ends)
         if (end)
             end->reset();
