@@ -30,11 +30,12 @@ TWLMachOSlice::TWLMachOSlice(const macho::TWLMachOSlice& slice, std::shared_ptr<
                              std::uint64_t& budget)
     : _mapping(std::move(mapping)), _slice(slice) {
     const auto decodeCommand = [&](auto cmd, auto cmdsize, const macho::load_command* command) {
+        if (budget == 0)
+            return false;
         budget -= std::min(budget, decode(cmd, cmdsize, command));
-        return budget > 0;
+        return true;
     };
-    if (budget > 0)
-        TWLMachOSliceSearchLoadCommands(&_slice, decodeCommand);
+    TWLMachOSliceSearchLoadCommands(&_slice, decodeCommand);
 }
 
 std::uint64_t TWLMachOSlice::decodingBudget(std::uint64_t fileSize) {
