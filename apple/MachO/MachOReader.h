@@ -86,7 +86,8 @@ void TWLMachOFileEnumerateSlices(const TWLMachOFile* file, const SliceCallback& 
 void TWLMachOEnumerateSlicesAtAddress(const void* start, const SliceCallback& callback,
                                       std::uint64_t bytesAvailable = unknownSize);
 
-/// The last slice with this architecture name; an empty record if there is none.
+/// The last slice with this architecture name; an empty record if there is none. (The first one is found by
+/// TWLMachOBinary::sliceForArchitecture.)
 TWLMachOSlice TWLMachOFileSliceWithArchitectureName(const TWLMachOFile* file, const char* name);
 
 /// The running executable's image, with the host's CPU type and subtype. On systems whose executables are

@@ -4,9 +4,8 @@
 #include <string_view>
 #include <vector>
 
-/// The user's folders. They may not exist. The home folder is $HOME if that is absolute, otherwise the one
-/// of the user database, and "/" if there is none.
-/// On macOS, only the first two functions exist.
+/// The user's folders. None of them needs to exist. The home folder is $HOME if that is absolute, otherwise
+/// the one of the user database, and "/" if there is none. On macOS, only the first two functions exist.
 namespace platform {
 
 /// Whether $HOME or the user database names a home folder.

@@ -14,7 +14,7 @@ public:
     explicit Data(std::string bytes) : Data(std::make_shared<const std::string>(std::move(bytes))) {}
     /// Shares `bytes`, which must not change while a copy of this Data exists.
     explicit Data(const std::shared_ptr<const std::string>& bytes) : _owner(bytes), _bytes(*bytes) {}
-    /// Shares `bytes`, a part of the memory that `owner` keeps alive. They must not change either.
+    /// Shares `bytes`, a part of the memory that `owner` keeps alive. The bytes must not change.
     Data(std::shared_ptr<const void> owner, std::string_view bytes)
         : _owner(std::move(owner)), _bytes(bytes) {}
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 
 namespace platform {
 namespace {
@@ -21,10 +22,11 @@ Sequence firstSequence(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes.front());
     if (lead < 0x80)
         return {1, lead, true};
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
     // 0x80 to 0xBF only continue a character; 0xC0, 0xC1 and 0xF5 to 0xFF never occur.
     if (lead < 0xC2 || lead > 0xF4)
         return {1, 0, false};
+    // The first byte starts with as many ones as the sequence has bytes.
+    const auto length = static_cast<std::size_t>(std::countl_one(lead));
     char32_t character = lead & (0x7Fu >> length);
     for (std::size_t i = 1; i < length; ++i) {
         if (i >= bytes.size() || !isContinuation(bytes[i]))
@@ -61,7 +63,7 @@ void appendUTF8(std::string& text, char32_t character) {
         text += static_cast<char>(character);
         return;
     }
-    const unsigned length = character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
+    const unsigned length = 2u + (character >= 0x800) + (character >= 0x10000);
     // The first byte starts with as many ones as the sequence has bytes.
     text += static_cast<char>((0xF00u >> length & 0xF0) | character >> 6 * (length - 1));
     for (unsigned i = length - 1; i > 0; --i)

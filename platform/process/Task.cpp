@@ -37,11 +37,8 @@ void keepExitStatuses() {
     struct sigaction action;
     if (sigaction(SIGCHLD, nullptr, &action) != 0)
         return;
-    const bool ignored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
-    if (!ignored && (action.sa_flags & SA_NOCLDWAIT) == 0)
-        return;
     action.sa_flags &= ~SA_NOCLDWAIT;
-    if (ignored)
+    if ((action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN)
         action.sa_handler = SIG_DFL;
     sigaction(SIGCHLD, &action, nullptr);
 }

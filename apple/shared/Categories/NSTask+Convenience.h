@@ -16,8 +16,9 @@
 /// unchanged: no shell, no search path. The child's three standard streams are new pipes. Its standard input
 /// stays open and provides no data.
 ///
-/// The output is read after the child has exited. A child that writes more than a pipe holds (64 KiB) to one
-/// stream never exits, and the call never returns. Use these operations for programs with little output.
+/// The output is read after the child has exited, because callers rely on one completion with all output and
+/// the status. A child that writes more than a pipe holds (64 KiB) to one stream never exits, and the call
+/// never returns. Use these operations for programs with little output.
 ///
 /// If the program cannot be started, platform::LaunchError (platform/process/Task.h) is thrown and the
 /// completion is not called. If no pipe can be created, the process ends by an assertion.

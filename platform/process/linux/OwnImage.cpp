@@ -41,10 +41,10 @@ std::string startPath() {
     return pathByAppending(startFolder.data(), path);
 }
 
-/// The absolute path with which the program was started. The kernel passes the path (getauxval(3)), and the
-/// loader corrects it if the program was started through the loader. argv[0] may be any text. /proc/self/exe
-/// is wrong in two cases: it names the loader, or a deleted file. Never destroyed, because any thread may
-/// read it until the process ends.
+/// The absolute path with which the program was started: the kernel passes it (getauxval(3)), and the loader
+/// corrects it if the program was started through the loader. Other sources are wrong in some cases: argv[0]
+/// can be any text, and /proc/self/exe can name the loader or a file that was deleted. Never destroyed,
+/// because any thread may read the path until the process ends.
 const std::string& ownPath() {
     static const auto* const path = new std::string(startPath());
     return *path;
