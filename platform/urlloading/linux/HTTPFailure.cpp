@@ -56,7 +56,7 @@ Report certificateReport(const HTTPFailure& failure) {
                           : URLErrorCode::serverCertificateNotYetValid;
         report.advice = format("Check this machine's clock. If it is right: %@", report.advice);
         break;
-    case X509_V_OK: // libcurl compares the name after OpenSSL has verified the rest.
+    case X509_V_ERR_UNSPECIFIED: // OpenSSL has verified all but the name, which libcurl compares.
         report.advice = format("Check the address. If it is right: %@", report.advice);
         break;
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
@@ -95,7 +95,7 @@ Report lossReport(const HTTPFailure& failure) {
         return {URLErrorCode::cannotConnectToHost,
                 format("The connection to %@ was refused by %@", failure.host, proxyIn(failure)),
                 format("status %d", failure.refusedTunnel),
-                "Ask the operator of the proxy to allow the connection."};
+                "Ask the operator of the proxy whether it permits and reaches this server."};
     if (failure.isSecuring)
         return securityReport(failure);
     const std::string route =
