@@ -21,10 +21,4 @@ std::size_t HTTPBodyReader::read(char* buffer, std::size_t capacity) {
     return filled;
 }
 
-void HTTPBodyReader::seek(std::uint64_t offset) {
-    for (_piece = 0; !isAtEnd() && offset >= _body.pieces()[_piece].size(); ++_piece)
-        offset -= _body.pieces()[_piece].size();
-    _offsetInPiece = static_cast<std::size_t>(offset);
-}
-
 } // namespace platform

@@ -44,8 +44,6 @@ public:
 
     /// Copies up to `capacity` bytes to `buffer` and returns their number; 0 at the end.
     std::size_t read(char* buffer, std::size_t capacity);
-    /// Continues at `offset` bytes from the start of the body.
-    void seek(std::uint64_t offset);
     bool isAtEnd() const { return _piece == _body.pieces().size(); }
 
 private:

@@ -7,7 +7,6 @@
 
 #include <fcntl.h>
 #include <openssl/ssl.h>
-#include <stdio.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -55,13 +54,6 @@ struct HTTPExchange::Callbacks {
         if (self._progress.phase == Phase::sending && self._body->isAtEnd())
             self._progress.phase = Phase::waiting;
         return count;
-    }
-    static int seekFunction(void* exchange, curl_off_t offset, int origin) {
-        if (origin != SEEK_SET || offset < 0)
-            return CURL_SEEKFUNC_CANTSEEK;
-        if (auto& body = static_cast<HTTPExchange*>(exchange)->_body)
-            body->seek(static_cast<std::uint64_t>(offset));
-        return CURL_SEEKFUNC_OK;
     }
     static curl_socket_t openSocketFunction(void* exchange, curlsocktype, curl_sockaddr* address) {
         return guarded(exchange, curl_socket_t(CURL_SOCKET_BAD), [&](HTTPExchange& self) {
@@ -129,7 +121,7 @@ Result<std::unique_ptr<HTTPExchange>> HTTPExchange::make(const URLRequest& reque
 
 HTTPExchange::HTTPExchange(const URLRequest& request, HTTPExchangeListener& listener)
     : _request(request), _listener(listener), _host(shownHost(request.url)), _answer(request, listener),
-      _progress(request.timeoutInterval), _handle(request) {
+      _progress(request.timeoutInterval, Clock::now()), _handle(request) {
     if (request.body)
         _body.emplace(*request.body);
     setCallbacks();
@@ -144,7 +136,6 @@ void HTTPExchange::setCallbacks() {
     setCallback(CURLOPT_HEADERFUNCTION, &Callbacks::headerFunction, CURLOPT_HEADERDATA);
     setCallback(CURLOPT_WRITEFUNCTION, &Callbacks::writeFunction, CURLOPT_WRITEDATA);
     setCallback(CURLOPT_READFUNCTION, &Callbacks::readFunction, CURLOPT_READDATA);
-    setCallback(CURLOPT_SEEKFUNCTION, &Callbacks::seekFunction, CURLOPT_SEEKDATA);
     setCallback(CURLOPT_OPENSOCKETFUNCTION, &Callbacks::openSocketFunction, CURLOPT_OPENSOCKETDATA);
     setCallback(CURLOPT_CLOSESOCKETFUNCTION, &Callbacks::closeSocketFunction, CURLOPT_CLOSESOCKETDATA);
     setCallback(CURLOPT_SSL_CTX_FUNCTION, &Callbacks::sslCtxFunction, CURLOPT_SSL_CTX_DATA);

@@ -27,7 +27,7 @@ public:
     CURL* handle() const { return _handle.get(); }
 
     /// Whether the exchange has made no progress for the request's timeout interval. The owner must call this
-    /// at least every StallDetector::checkInterval.
+    /// at least every HTTPProgress::checkInterval.
     bool checkForStall(Clock::time_point now);
 
     /// Reports the end of the exchange to the listener. `result` is libcurl's, or CURLE_OPERATION_TIMEDOUT

@@ -24,13 +24,21 @@ static std::uint64_t bytesMovedThroughSocket(curl_socket_t socket) {
 }
 
 bool HTTPProgress::isStalled(Clock::time_point now) {
-    // This is called for each part of a body, and each socket costs a system call.
-    if (!_stall.isDue(now))
+    const Clock::duration pause = now - _lastCheck;
+    if (pause < checkInterval)
         return false;
+    _lastCheck = now;
+    // The polling thread was delayed, for example by a suspended machine; do not count that as a stall.
+    if (pause > 4 * checkInterval)
+        _lastProgress += pause;
     std::uint64_t moved = 0;
     for (const curl_socket_t socket : sockets)
         moved += bytesMovedThroughSocket(socket);
-    return _stall.recordProgress(now, static_cast<int>(phase), moved);
+    if (phase != _lastPhase || moved != _lastBytesMoved)
+        _lastProgress = now;
+    _lastPhase = phase;
+    _lastBytesMoved = moved;
+    return now - _lastProgress >= _limit;
 }
 
 Error HTTPProgress::stallError(const std::string& host) const {
@@ -48,7 +56,7 @@ Error HTTPProgress::stallError(const std::string& host) const {
 
 long HTTPProgress::connectTimeout() const {
     const std::chrono::milliseconds left = phase < Phase::securing ? _limit : std::chrono::hours(24);
-    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _started);
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _start);
     return static_cast<long>(std::clamp<std::int64_t>((elapsed + left).count(), 1, INT_MAX));
 }
 

@@ -1,31 +1,36 @@
 #pragma once
 
 #include "platform/foundation/Error.h"
-#include "platform/urlloading/linux/StallDetector.h"
 
 #include <curl/curl.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace platform {
 
-/// Knows how far an exchange has come and whether it still moves.
+/// Knows how far an exchange has come, and decides when it has made no progress for too long.
 class HTTPProgress {
 public:
-    using Clock = StallDetector::Clock;
+    using Clock = std::chrono::steady_clock;
     enum class Phase { resolving, connecting, securing, sending, waiting, receiving };
 
+    /// How often `isStalled` must be called while the exchange runs.
+    static constexpr std::chrono::milliseconds checkInterval{250};
+
     /// `limit` is the longest time without progress.
-    explicit HTTPProgress(std::chrono::milliseconds limit) : _limit(limit) {}
+    HTTPProgress(std::chrono::milliseconds limit, Clock::time_point start)
+        : _limit(limit), _start(start), _lastProgress(start), _lastCheck(start) {}
 
     Phase phase = Phase::resolving;
     /// The open sockets. More than one while libcurl tries several addresses.
     std::vector<curl_socket_t> sockets;
 
-    /// Whether there has been no progress for the limit. Call it at least every
-    /// StallDetector::checkInterval.
+    /// Whether there has been no progress for the limit: neither `phase` nor the number of bytes that the
+    /// peers of the sockets have acknowledged and sent has changed. Checks only after checkInterval, because
+    /// a caller that is woken often need not read that number each time.
     bool isStalled(Clock::time_point now);
     /// The error of a stall in the present phase. `host` is for its description.
     Error stallError(const std::string& host) const;
@@ -37,8 +42,11 @@ public:
 
 private:
     const std::chrono::milliseconds _limit;
-    const Clock::time_point _started = Clock::now();
-    StallDetector _stall{_limit, _started};
+    const Clock::time_point _start;
+    Clock::time_point _lastProgress;
+    Clock::time_point _lastCheck;
+    Phase _lastPhase = Phase::resolving;
+    std::uint64_t _lastBytesMoved = 0;
 };
 
 } // namespace platform

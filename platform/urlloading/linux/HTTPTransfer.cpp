@@ -63,7 +63,7 @@ public:
     }
 
     void wait(std::chrono::milliseconds limit) override {
-        limit = std::min(limit, _exchanges.empty() ? std::chrono::minutes(1) : StallDetector::checkInterval);
+        limit = std::min(limit, _exchanges.empty() ? std::chrono::minutes(1) : HTTPProgress::checkInterval);
         CURLMcode code = curl_multi_poll(_multi.get(), nullptr, 0, static_cast<int>(limit.count()), nullptr);
         int count = 0;
         if (code == CURLM_OK)
@@ -131,7 +131,7 @@ URLConnection::SynchronousResult URLConnection::sendSynchronousRequest(const URL
     Transport transport;
     transport.add(**exchange);
     while (!collector.hasEnded)
-        transport.wait(StallDetector::checkInterval);
+        transport.wait(HTTPProgress::checkInterval);
     SynchronousResult result;
     result.error = std::move(collector.error);
     if ((result.response = std::move(collector.response)))
