@@ -46,7 +46,7 @@ function(orvane_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE orvane_options orvane_test_support ${ARG_LIBRARIES} GTest::gmock_main)
   # SSL_CERT_FILE in the developer's shell must not change which certificates the tests trust.
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES
     TIMEOUT 300 LABELS ${name} ENVIRONMENT_MODIFICATION "SSL_CERT_FILE=unset:")
   foreach(label IN LISTS ARG_LABELS)
     if(NOT TARGET tests_${label})

@@ -33,26 +33,23 @@ file(READ ${llvm}/include/c++/v1/__config_site site)
 string(REPLACE "#define _LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS" "" site "${site}")
 file(CONFIGURE OUTPUT ${headers}/__config_site CONTENT "${site}" @ONLY)
 # Debian's own package files would add /usr/include, which holds the headers of Linux. The tests need GoogleTest, built from
-# its sources, and cpp-httplib with OpenSSL. The libraries of these two do not exist for macOS here, so the programs that
-# need them are linked with symbols left undefined.
-foreach(header nlohmann httplib.h)
-  if(NOT EXISTS ${headers}/${header})
-    file(CREATE_LINK /usr/include/${header} ${headers}/${header} SYMBOLIC)
-  endif()
-endforeach()
-foreach(folder /usr/include /usr/include/${CMAKE_HOST_SYSTEM_PROCESSOR}-linux-gnu)
-  file(GLOB openssl ${folder}/openssl/*.h)
-  file(COPY ${openssl} DESTINATION ${headers}/openssl)
-endforeach()
+# its sources, and cpp-httplib's complete header, which the development package does not have.
+set(httplib ${CMAKE_CURRENT_LIST_DIR}/../build/inputs/cpp-httplib)
+cmake_path(ABSOLUTE_PATH httplib NORMALIZE)
+if(NOT EXISTS ${httplib}/httplib.h)
+  message(FATAL_ERROR "There is no ${httplib}/httplib.h. Run scripts/macos-inputs first.")
+endif()
+if(NOT EXISTS ${headers}/nlohmann)
+  file(CREATE_LINK /usr/include/nlohmann ${headers}/nlohmann SYMBOLIC)
+endif()
 file(CONFIGURE OUTPUT ${headers}/nlohmann_jsonConfig.cmake
   CONTENT "add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED)")
 file(CONFIGURE OUTPUT ${headers}/GTestConfig.cmake
   CONTENT "add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL)")
 file(CONFIGURE OUTPUT ${headers}/cpp-httplib.pc CONTENT "Name: cpp-httplib
-Description: headers without a library
+Description: the header, without OpenSSL
 Version: 0
-Cflags: -DCPPHTTPLIB_OPENSSL_SUPPORT
-Libs: -Wl,-undefined,dynamic_lookup
+Cflags: -I${httplib}
 ")
 get_property(is_try_compile GLOBAL PROPERTY IN_TRY_COMPILE)
 if(NOT is_try_compile) # which has another binary folder, but the same environment
@@ -66,3 +63,8 @@ add_compile_options(-stdlib=libc++ -nostdinc++ "SHELL:-isystem ${headers}" "SHEL
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-stdlib=libc++ -fuse-ld=lld -lobjc -framework CoreFoundation \
 -F${ORVANE_MACOS_SDK}/System/Library/Frameworks/CoreServices.framework/Versions/A/Frameworks -framework LaunchServices")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+
+# ctest starts the test programs through this command.
+if(DEFINED ENV{ORVANE_MACOS_RUNNER})
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/macos-runner)
+endif()
