@@ -1,25 +1,29 @@
 #include "platform/urlloading/macos/AnswerCheck.h"
 
+#include "platform/foundation/ASCII.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/macos/Bridge.h"
 #include "platform/urlloading/URLError.h"
 
 #include <algorithm>
+#include <tuple>
+#include <utility>
 
 namespace platform {
 namespace {
 
-NSArray* componentsOf(NSURL* url) {
-    // Not NSURL's path, which has no "/" at the end.
-    NSString* const path = [NSURLComponents componentsWithURL:url resolvingAgainstBaseURL:YES].path;
-    NSString* const scheme = url.scheme.lowercaseString ?: @"";
-    return @[
-        scheme, url.host.lowercaseString ?: @"",
-        url.port
-            ?: [scheme isEqual:@"https"] ? @443
-                                         : @80,
-        path.length > 0 ? path : @"/", url.query ?: @""
-    ];
+/// What identifies the resource, or nothing if the URL is null or invalid.
+auto addressOf(NSURL* url) {
+    using Address = std::tuple<std::string, std::string, std::uint16_t, std::string, std::string>;
+    const auto parsed = URL::parse(textFrom(url.absoluteString));
+    if (!parsed)
+        return std::optional<Address>();
+    std::string host = parsed->host(), path = parsed->path();
+    for (char& c : host)
+        c = lowerCase(c);
+    const std::uint16_t defaultPort = parsed->scheme() == "https" ? 443 : 80;
+    return std::optional(Address(parsed->scheme(), host, parsed->port().value_or(defaultPort),
+                                 path.empty() ? "/" : path, parsed->query().value_or("")));
 }
 
 HTTPResponseHead headFrom(NSHTTPURLResponse* response) {
@@ -43,7 +47,7 @@ std::optional<std::uint64_t> announcedSize(NSHTTPURLResponse* response, NSURLReq
 } // namespace
 
 bool isSameAddress(NSURL* a, NSURL* b) {
-    return [componentsOf(a) isEqual:componentsOf(b)];
+    return addressOf(a) == addressOf(b);
 }
 
 Error redirectedRequest(const std::optional<URL>& url) {
