@@ -1,6 +1,7 @@
 #include "run/HandOff.h"
 
 #include "platform/launchservices/LaunchServices.h"
+#include "run/BuildChecks.h"
 #include "run/Console.h"
 #include "run/FrameworkProbes.h"
 #include "run/VendorConfiguration.h"
@@ -13,29 +14,25 @@ constexpr const char* legacyKeys[] = {
     "DWARF_DSYM_FILE_NAME", "PLATFORM_NAME", "PROJECT_FILE_PATH", "INFOPLIST_PATH",
     "CONFIGURATION",        "SDKROOT"};
 
-std::string pair(std::string_view key, std::string_view encodedValue) {
-    return std::string(key).append("=").append(encodedValue);
-}
-
 /// The build settings as a query. A missing setting has an empty value.
 std::string legacyQuery(const HandOff& handOff, const BuildSettings& buildSettings) {
     std::string query;
     for (const char* key : legacyKeys)
-        query += (query.empty() ? "" : "&") + pair(key, urlEncode(setting(buildSettings, key).value_or("")));
-    query += "&" + pair("TARNWHISTLE_FRAMEWORK_PATH", urlEncode(toolBundlePath()));
-    query += "&" + pair("TARNWHISTLE_API_KEY", urlEncode(handOff.apiKey));
-    query += "&" + pair("TARNWHISTLE_RUN_VERSION", urlEncode(toolBuildVersion()));
+        query += std::string(key) + "=" + urlEncode(setting(buildSettings, key).value_or("")) + "&";
+    query += "TARNWHISTLE_FRAMEWORK_PATH=" + urlEncode(toolBundlePath());
+    query += "&TARNWHISTLE_API_KEY=" + urlEncode(handOff.apiKey);
+    query += "&TARNWHISTLE_RUN_VERSION=" + urlEncode(toolBuildVersion());
     // The companion apps that read this form do not decode XCODE_VERSION_ACTUAL.
     if (const auto version = setting(buildSettings, "XCODE_VERSION_ACTUAL"))
-        query += "&" + pair("XCODE_VERSION_ACTUAL", *version);
+        query += "&XCODE_VERSION_ACTUAL=" + *version;
     if (const auto searchPaths = setting(buildSettings, "FRAMEWORK_SEARCH_PATHS"))
-        query += "&" + pair("FRAMEWORK_SEARCH_PATHS", urlEncode(*searchPaths));
+        query += "&FRAMEWORK_SEARCH_PATHS=" + urlEncode(*searchPaths);
     return query;
 }
 
 std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSettings) {
     const std::string query = handOff.buildPlistPath
-                                  ? pair("TARNWHISTLE_BUILD_PLIST_PATH", urlEncode(*handOff.buildPlistPath))
+                                  ? "TARNWHISTLE_BUILD_PLIST_PATH=" + urlEncode(*handOff.buildPlistPath)
                                   : legacyQuery(handOff, buildSettings);
     return std::string(handOffURLPrefix) + query;
 }
@@ -58,6 +55,29 @@ std::string handOffURL(const HandOff& handOff, const BuildSettings& buildSetting
 
 std::string urlEncode(std::string_view text) {
     return platform::percentEscape(text);
+}
+
+platform::Value::Dictionary buildDescription(const BuildSettings& buildSettings, const std::string& apiKey,
+                                             const std::vector<std::string>& dSYMs) {
+    // The companion app expects that absent settings and values have no key.
+    platform::Value::Dictionary description;
+    for (const char* key : {"PLATFORM_NAME", "PROJECT_FILE_PATH", "CONFIGURATION", "XCODE_VERSION_ACTUAL",
+                            "CODE_SIGN_IDENTITY", "SDKROOT", "PROVISIONING_PROFILE"})
+        if (const auto value = setting(buildSettings, key))
+            description[key] = *value;
+    description["TARNWHISTLE_FRAMEWORK_PATH"] = toolBundlePath();
+    description["TARNWHISTLE_API_KEY"] = apiKey;
+    description["TARNWHISTLE_RUN_VERSION"] = toolBuildVersion();
+    description["dSYMs"] = platform::Value::Array(dSYMs.begin(), dSYMs.end());
+
+    const auto infoPlist = appInfoPlist(buildSettings).value_or(platform::Value::Dictionary());
+    for (const char* key : {"CFBundleShortVersionString", "CFBundleVersion", "CFBundleDisplayName",
+                            "CFBundleName", "CFBundleIdentifier"})
+        if (const platform::Value* value = platform::find(infoPlist, key))
+            description[key] = *value;
+    description["Runner_Environment_Dictionary"] =
+        platform::Value::Dictionary(buildSettings.begin(), buildSettings.end());
+    return description;
 }
 
 void sendDataToMacApp(const HandOff& handOff, const BuildSettings& buildSettings) {

@@ -8,7 +8,6 @@
 #include "platform/propertylist/PropertyList.h"
 #include "platform/propertylist/UserDefaults.h"
 #include "run/BuildChecks.h"
-#include "run/BuildDescription.h"
 #include "run/BuildRegistration.h"
 #include "run/Console.h"
 #include "run/DSYMCache.h"

@@ -15,9 +15,12 @@ std::string signUpURL();
 /// The vendor's reverse-DNS name, for example "com.tarnwhistle".
 std::string reverseDNS();
 
-/// The tool's CFBundleShortVersionString. The two versions are set in CMakeLists.txt.
-std::string toolVersion();
-/// The tool's CFBundleVersion.
-std::string toolBuildVersion();
+/// The tool's CFBundleShortVersionString and CFBundleVersion, which CMakeLists.txt sets.
+inline std::string toolVersion() {
+    return ORVANE_VERSION;
+}
+inline std::string toolBuildVersion() {
+    return ORVANE_BUILD_VERSION;
+}
 
 } // namespace orvane

@@ -11,20 +11,17 @@ namespace {
 // that contains a line "--AaB03x" ends its part.
 constexpr const char* boundary = "AaB03x";
 
-std::string textPart(const FormRecord& record, const std::string& text) {
-    return format("--%@\r\nContent-Disposition: form-data; name=\"%@\"\r\n", boundary, record.field) +
-           "Content-Type: text/plain\r\n\r\n" + format("%@\r\n", text);
+/// The start of a part, up to the field's name.
+std::string partStart(const FormRecord& record) {
+    return format("--%@\r\nContent-Disposition: form-data; name=\"%@\"", boundary, record.field);
 }
 
 std::string filePartHead(const FormRecord& record) {
-    const std::string head =
-        format("--%@\r\nContent-Disposition: form-data; name=\"%@\"; filename=\"%@\"\r\n", boundary,
-               record.field, record.fileName);
+    const std::string head = partStart(record) + format("; filename=\"%@\"\r\n", record.fileName);
     // The type of bytes whose type is unknown (RFC 7578 section 4.4).
     if (!record.MIMEType)
         return head + "Content-Type: application/octet-stream\r\n\r\n";
-    return head + format("Content-Type: %@\r\n", record.MIMEType) +
-           "Content-Transfer-Encoding: binary\r\n\r\n";
+    return head + "Content-Type: " + *record.MIMEType + "\r\nContent-Transfer-Encoding: binary\r\n\r\n";
 }
 
 } // namespace
@@ -45,7 +42,7 @@ MultipartBody::MultipartBody(const std::vector<FormRecord>& records)
     std::string text = "MIME-Version: 1.0\r\n";
     for (const FormRecord& record : records) {
         if (const auto* string = record.value.as<std::string>()) {
-            text += textPart(record, *string);
+            text += partStart(record) + "\r\nContent-Type: text/plain\r\n\r\n" + *string + "\r\n";
         } else if (const auto* file = record.value.as<Data>()) {
             bytes.append(Data(std::move(text) + filePartHead(record)));
             bytes.append(*file);

@@ -11,7 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <set>
+#include <map>
 
 // Default handlers as defined by the freedesktop standard "Association between MIME types and applications"
 // 1.0.1. The MimeType lines of applications are not read, only their copy in mimeinfo.cache: otherwise each
@@ -66,11 +66,13 @@ std::vector<std::string> listNames() {
 /// The applications for a MIME type, in order of preference.
 std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<Folder>& folders) {
     std::vector<Candidate> candidates, associated;
-    std::set<std::string, std::less<>> removed;
+    // The first list that names an application decides whether it is associated or removed.
+    std::map<std::string, bool> isAssociated;
     const auto add = [&](std::vector<Candidate>& to, const Data& file, const char* group,
                          std::size_t folder) {
         for (const std::string_view identifier : split(keyFileValue(file, group, type), ';'))
-            if (!removed.contains(identifier) && identifier.find('/') == std::string_view::npos)
+            if (identifier.find('/') == std::string_view::npos &&
+                isAssociated.try_emplace(std::string(identifier), true).first->second)
                 to.push_back({std::string(identifier), folder});
     };
     for (std::size_t i = 0; i < folders.size(); ++i) {
@@ -80,11 +82,8 @@ std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<
             add(candidates, list, "Default Applications", 0);
         }
         add(associated, list, "Added Associations", i);
-        // An association of an earlier folder, or of this list, takes precedence over the removal.
         for (const std::string_view identifier : split(keyFileValue(list, "Removed Associations", type), ';'))
-            if (std::none_of(associated.begin(), associated.end(),
-                             [&](const Candidate& one) { return one.identifier == identifier; }))
-                removed.emplace(identifier);
+            isAssociated.try_emplace(std::string(identifier), false);
         if (folders[i].hasEntries)
             add(associated, readKeyFile(pathByAppending(folders[i].path, "mimeinfo.cache")), "MIME Cache", i);
     }
