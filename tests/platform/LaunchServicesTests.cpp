@@ -324,7 +324,7 @@ TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {
         const Desktop desktop;
         desktop.write(cache, "[MIME Cache]\n@=w.desktop;b.desktop\n");
         const std::string path = desktop.write(file.name, file.text);
-        support::outputOf("F='" + path + "'; " + command);
+        support::outputOf(std::string("F='").append(path).append("'; ").append(command));
         EXPECT_THAT(desktop.open({url}), testing::StartsWith(desktop.folder.path(application + ".app/")));
     }
 }
