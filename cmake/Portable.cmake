@@ -51,8 +51,8 @@ ExternalProject_Add(curl_build
   SOURCE_DIR ${curl_source}
   CMAKE_ARGS
     -DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE} -DCMAKE_BUILD_TYPE=Release
-    # The build's folder must not be in the messages of OpenSSL's checks: the same source makes the same program.
-    "-DCMAKE_C_FLAGS=${curl_flags} -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -isystem ${architecture_headers}"
+    # Without the folder of the build: the same source makes the same programs.
+    "-DCMAKE_C_FLAGS=${curl_flags} -ffile-prefix-map=${curl_source}=curl -isystem ${architecture_headers}"
     -DPICKY_COMPILER=OFF
     -DBUILD_SHARED_LIBS=OFF -DBUILD_CURL_EXE=OFF -DBUILD_TESTING=OFF -DENABLE_MANUAL=OFF -DHTTP_ONLY=ON
     -DCURL_USE_OPENSSL=ON -DUSE_NGHTTP2=OFF -DENABLE_ARES=ON -DHAVE_POLL_FINE_EXITCODE=0
@@ -82,4 +82,8 @@ function(orvane_link_statically program)
   # The linker warns about functions of the C library that load shared libraries, such as getaddrinfo. OpenSSL and
   # c-ares call them in code that these programs do not run: c-ares resolves names.
   target_link_options(${program} PRIVATE -static-pie LINKER:--no-warnings,-z,pack-relative-relocs)
+  # The compiler's libraries of the inputs come before those of the machine.
+  file(GLOB folders ${static_libraries}/lib/${CMAKE_LIBRARY_ARCHITECTURE} ${static_libraries}/lib/gcc/*/*)
+  list(TRANSFORM folders REPLACE "(.+)" "-B\\1/")
+  target_link_options(${program} PRIVATE ${folders} LINKER:-Map=${PROJECT_BINARY_DIR}/${program}.map)
 endfunction()

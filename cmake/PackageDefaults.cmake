@@ -1,0 +1,17 @@
+# What all packages have in common. The same source makes the same packages: their time stamps, owners and permissions do
+# not depend on when, where and by whom they are made.
+
+set(CPACK_PACKAGE_VENDOR Orvane CACHE STRING "Vendor of the packages")
+set(CPACK_PACKAGE_CONTACT "Orvane <support@tarnwhistle.example>" CACHE STRING "Maintainer of the packages: name and address")
+
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# cpack reads this file when it runs.
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/PackageDate.cmake)
+file(CONFIGURE OUTPUT ${CPACK_PROJECT_CONFIG_FILE} @ONLY CONTENT [[
+execute_process(COMMAND "@PROJECT_SOURCE_DIR@/scripts/source-date"
+  OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+set(ENV{SOURCE_DATE_EPOCH} ${date})
+]])
