@@ -32,6 +32,10 @@ void SampleBuild::setKind(const std::string& kind) {
 
 support::Launch SampleBuild::launch(const std::vector<std::string>& starter) const {
     support::Launch launch = {.arguments = starter, .workingDirectory = workingDirectory};
+    // A tool for another system needs a command that runs it. Its words are separated by blanks.
+    std::istringstream runner(toolRunner());
+    for (std::string word; runner >> word;)
+        launch.arguments.push_back(word);
     launch.arguments.push_back(tool);
     launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
     for (const auto& [name, value] : environment)
@@ -51,11 +55,18 @@ support::Launch SampleBuild::launchBelow(const std::vector<std::string>& parents
     return launch(starter);
 }
 
+std::string toolRunner() {
+    const char* const runner = std::getenv("ORVANE_TOOL_RUNNER");
+    return runner ? runner : "";
+}
+
 std::string printed(const support::Launch& launch, int status) {
     const support::Ending ending = support::run(launch);
     EXPECT_EQ(ending.status, status) << ending.standardError;
     EXPECT_EQ(ending.standardOutput, "");
     std::string messages = ending.standardError;
+    if (!toolRunner().empty()) // which may print something before the tool does
+        messages.erase(0, messages.find("\n20") + 1);
     constexpr std::size_t dateSize = sizeof "2014-03-10 12:34:56.789" - 1;
     for (std::size_t name = 0; (name = messages.find(" run[")) != std::string::npos;) {
         const std::size_t start = name - dateSize, size = messages.find("] ", name) + 2 - start;

@@ -61,6 +61,9 @@ inline std::string record(const std::string& message) {
     return "\n\nOrvane: " + message + (message.ends_with('\n') ? "" : "\n");
 }
 
+/// The command that starts the tool under test, from ORVANE_TOOL_RUNNER; usually empty.
+std::string toolRunner();
+
 /// Runs the tool, which must exit with `status`. Returns the standard error without the header of each
 /// record.
 std::string printed(const support::Launch& launch, int status);
