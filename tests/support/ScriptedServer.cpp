@@ -70,7 +70,9 @@ void ScriptedServer::acceptConnections() {
 
 ScriptedServer::~ScriptedServer() {
     _isEnding = true;
-    const platform::FileDescriptor waking = connect();
+    // Ends `accept`, also on macOS, where shutting down the listener does not.
+    const platform::FileDescriptor waking = openSocket();
+    static_cast<void>(::connect(waking.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
     _acceptor.join();
 }
 
