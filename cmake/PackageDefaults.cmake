@@ -1,12 +1,10 @@
-# What all packages have in common. The same source makes the same packages: their time stamps, owners and permissions do
-# not depend on when, where and by whom they are made.
+# What all packages have in common. Their time stamps and owners do not depend on when and by whom they are made;
+# scripts/package also fixes the permissions of their folders.
 
 set(CPACK_PACKAGE_VENDOR Orvane CACHE STRING "Vendor of the packages")
 set(CPACK_PACKAGE_CONTACT "Orvane <support@tarnwhistle.example>" CACHE STRING "Maintainer of the packages: name and address")
 
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # cpack reads this file when it runs.
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/PackageDate.cmake)
