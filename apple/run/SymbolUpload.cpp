@@ -73,7 +73,7 @@ platform::Data readArchive(const std::string& archivePath, const std::string& dS
     auto bytes = platform::mapFile(archivePath);
     if (bytes)
         return *std::move(bytes);
-    logWhyUnreadable(archivePath);
+    TWLLog("%@", bytes.error());
     failWithTitleAndReason("Failed to Load File", platform::format("%@ data could not be loaded", dSYMPath));
 }
 

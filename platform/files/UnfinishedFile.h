@@ -7,9 +7,10 @@
 namespace platform {
 
 /// A file that must not remain if a signal ends the process: SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM or
-/// SIGXCPU. While the object exists, such a signal ends the child of `setWorkingChild`, then deletes the
-/// file, then ends the process. A signal that is ignored when the object is made stays ignored. Only one
-/// object may exist at a time. It must be made and destroyed on the same thread.
+/// SIGXCPU. The destructor keeps the file. While the object exists, such a signal ends the child of
+/// `setWorkingChild`, then deletes the file, then ends the process. A signal that is ignored when the object
+/// is made stays ignored. Only one object may exist at a time. It must be made and destroyed on the same
+/// thread.
 class UnfinishedFile {
 public:
     explicit UnfinishedFile(std::string path);

@@ -10,7 +10,7 @@
 /// URLConnection::sendSynchronousRequest.
 namespace platform {
 
-/// Receives the events of an exchange. On Linux, all but `didEnd` are called inside libcurl's callbacks.
+/// Receives the events of an exchange. On Linux, most are called inside libcurl's callbacks.
 class HTTPExchangeListener {
 public:
     virtual ~HTTPExchangeListener() = default;

@@ -19,7 +19,8 @@
 /// - A truncated answer fails with networkConnectionLost; the bytes received before are kept. Bytes that
 ///   follow a complete answer are ignored.
 /// - A server may answer before it has read the whole request. That answer is reported even if the rest of
-///   the request could not be sent.
+///   the request could not be sent. If the server then resets the connection and the answer has no
+///   Content-Length, its head is reported with networkConnectionLost.
 /// - TLS 1.2 or later. Certificates are always verified against the system's store. On Linux, the file that
 ///   SSL_CERT_FILE names and the folders that SSL_CERT_DIR names are trusted too, and the environment
 ///   variables http_proxy, https_proxy, all_proxy and no_proxy choose the proxy.

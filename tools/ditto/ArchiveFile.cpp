@@ -28,7 +28,7 @@ void refuseImpossiblePlace(const std::string& path) {
 
 ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
     refuseImpossiblePlace(_path);
-    // A short name, so that it fits where the archive's name fits.
+    // Not made from the archive's name, which may be as long as a name can be.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
     // The failed write reports the file-size limit.
     ::signal(SIGXFSZ, SIG_IGN);

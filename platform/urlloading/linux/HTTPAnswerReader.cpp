@@ -4,6 +4,7 @@
 #include "platform/foundation/Format.h"
 
 namespace platform {
+
 bool HTTPAnswerReader::addLine(std::string_view line) {
     const HTTPHeadParser::Result result = _heads.addLine(line);
     if (result == HTTPHeadParser::Result::tooLong)

@@ -6,6 +6,7 @@
 
 #include <curl/curl.h>
 
+#include <cstdint>
 #include <exception>
 #include <optional>
 #include <string>
@@ -27,8 +28,9 @@ public:
     HTTPAnswerReader(const URLRequest& request, HTTPExchangeListener& listener)
         : _request(request), _listener(listener) {}
 
-    /// Takes a line of a head or of the trailer. True if it completes the head of the answer or of a proxy's
-    /// answer about a tunnel; interim answers (1xx) are skipped. Throws AnswerRefusal.
+    /// Takes a line of a head or of the trailer. Returns true if the line completes the head of the server's
+    /// answer or of a proxy's answer to CONNECT, false otherwise and for interim answers (1xx). Throws
+    /// AnswerRefusal.
     bool addLine(std::string_view line);
     const HTTPResponseHead& head() const { return _heads.head(); }
 

@@ -5,13 +5,13 @@
 #include "platform/urlloading/linux/TrustedCertificates.h"
 #include "platform/urlloading/linux/UnreadAnswer.h"
 
-#include <fcntl.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <charconv>
 #include <system_error>
+#include <vector>
 
 namespace platform {
 
@@ -21,16 +21,13 @@ struct HTTPExchange::Callbacks {
     template <class R, class Step>
     static R guarded(void* exchange, R failed, Step step) {
         auto& self = *static_cast<HTTPExchange*>(exchange);
-        HTTPFailure failure;
         try {
             return step(self);
-        } catch (const AnswerRefusal& refusal) {
-            failure = self.failure(refusal.result, refusal.reason);
-        } catch (const std::exception& exception) {
-            failure = self.failure(CURLE_ABORTED_BY_CALLBACK, exception.what());
+        } catch (...) {
+            // Translated later: an error text needs memory, which may be what is missing.
+            if (!self._exception)
+                self._exception = std::current_exception();
         }
-        if (!self._callbackError)
-            self._callbackError = errorOf(failure);
         return failed;
     }
 
@@ -59,9 +56,9 @@ struct HTTPExchange::Callbacks {
         return guarded(exchange, curl_socket_t(CURL_SOCKET_BAD), [&](HTTPExchange& self) {
             std::vector<curl_socket_t>& sockets = self._progress.sockets;
             sockets.reserve(sockets.size() + 1);
-            const int made = ::socket(address->family, address->socktype, address->protocol);
-            if (made < 0 || fcntl(made, F_SETFD, FD_CLOEXEC) != 0)
-                return made;
+            const int made = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+            if (made < 0)
+                return CURL_SOCKET_BAD;
             sockets.push_back(made);
             if (self._progress.phase == Phase::resolving)
                 self.enter(Phase::connecting);
@@ -89,7 +86,8 @@ struct HTTPExchange::Callbacks {
     static int prereqFunction(void* exchange, char*, char*, int, int) {
         auto& self = *static_cast<HTTPExchange*>(exchange);
         self._progress.phase = self._body && !self._body->isAtEnd() ? Phase::sending : Phase::waiting;
-        return self._isAbandoned ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+        // OpenSSL continues after clientCertificate, and libcurl after debugFunction, whatever they return.
+        return self._isAbandoned || self._exception ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
     }
     // libcurl calls this also when sending has failed, before it closes the connection.
     static int xferInfoFunction(void* exchange, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
@@ -159,7 +157,7 @@ bool HTTPExchange::startSecuring(void* sslContext) {
     SSL_CTX_set_app_data(context, this);
     SSL_CTX_set_client_cert_cb(context, &Callbacks::clientCertificate);
     if (const Outcome trusted = trustCertificateAuthorities(context, _host); !trusted) {
-        _callbackError = trusted.error();
+        _trustError = trusted.error();
         return false;
     }
     return askListener(URLProtectionSpace::Method::serverTrust, isSecuringProxy());
@@ -214,7 +212,7 @@ void HTTPExchange::readUnreadAnswer() {
             return;
         rest.remove_prefix(end + 1);
     }
-    // An answer without this header counts as truncated.
+    // Without this header the end of the body is unknown, so that the answer counts as truncated.
     const auto length = _answer.head().allHeaderFields.find("Content-Length");
     std::size_t size = 0;
     if (length == _answer.head().allHeaderFields.end() ||
@@ -233,21 +231,22 @@ bool HTTPExchange::checkForStall(Clock::time_point now) {
 }
 
 void HTTPExchange::end(CURLcode result) {
-    if (!isTunnelRefused())
-        return _listener.didEnd(errorFor(result));
     // A proxy that asks for authentication before it opens a tunnel has answered; the exchange did not fail.
-    beginAnswer();
-    _listener.didEnd(std::nullopt);
+    const bool hasAnswer = isTunnelRefused() && beginAnswer();
+    _listener.didEnd(hasAnswer ? std::nullopt : errorFor(result));
 }
 
 bool HTTPExchange::isTunnelRefused() const {
-    return !_callbackError && _progress.phase < Phase::sending && _answer.head().statusCode == 407;
+    return !_exception && !_trustError && _progress.phase < Phase::sending &&
+           _answer.head().statusCode == 407;
 }
 
 /// Why the exchange failed; nothing when it succeeded.
 std::optional<Error> HTTPExchange::errorFor(CURLcode result) const {
-    if (_callbackError)
-        return _callbackError;
+    if (_exception)
+        return exceptionError();
+    if (_trustError)
+        return _trustError;
     if (_isEarlyAnswer)
         result = CURLE_OK;
     if (_handle.result() != CURLE_OK)
@@ -263,6 +262,17 @@ std::optional<Error> HTTPExchange::errorFor(CURLcode result) const {
     if (result == CURLE_COULDNT_CONNECT && systemError != 0)
         reason += format(" (%@)", std::generic_category().message(static_cast<int>(systemError)));
     return errorOf(failure(result, std::move(reason)));
+}
+
+/// The error of the first exception in a callback.
+Error HTTPExchange::exceptionError() const {
+    try {
+        std::rethrow_exception(_exception);
+    } catch (const AnswerRefusal& refusal) {
+        return errorOf(failure(refusal.result, refusal.reason));
+    } catch (const std::exception& exception) {
+        return errorOf(failure(CURLE_ABORTED_BY_CALLBACK, exception.what()));
+    }
 }
 
 HTTPFailure HTTPExchange::failure(CURLcode result, std::string reason) const {

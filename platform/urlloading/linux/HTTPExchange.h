@@ -6,6 +6,7 @@
 #include "platform/urlloading/linux/HTTPHandle.h"
 #include "platform/urlloading/linux/HTTPProgress.h"
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,6 +50,7 @@ private:
     void readUnreadAnswer();
     bool isTunnelRefused() const;
     std::optional<Error> errorFor(CURLcode result) const;
+    Error exceptionError() const;
     HTTPFailure failure(CURLcode result, std::string reason) const;
 
     const URLRequest& _request;
@@ -62,7 +64,10 @@ private:
     bool _isClientCertificateRequested = false;
     /// Whether the listener ended the exchange.
     bool _isAbandoned = false;
-    std::optional<Error> _callbackError;
+    /// The first exception in a callback.
+    std::exception_ptr _exception;
+    /// Why there are no trusted certificates.
+    std::optional<Error> _trustError;
     /// Whether the answer is complete although libcurl could not send the whole request.
     bool _isEarlyAnswer = false;
     // Last: the handle points to the members above and must be destroyed before them.

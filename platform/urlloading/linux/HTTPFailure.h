@@ -40,6 +40,8 @@ struct HTTPFailure {
     bool isSecuringProxy = false;
     bool isClientCertificateRequested = false;
 };
+
+/// The error that reports it, with a text for users.
 Error errorOf(HTTPFailure failure);
 
 } // namespace platform

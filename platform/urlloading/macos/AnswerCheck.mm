@@ -72,7 +72,7 @@ std::string_view AnswerCheck::admitted(NSData* bytes) {
     if (!_hasHead || _isRedirected)
         return {};
     const std::uint64_t end = std::min(_received + bytes.length, _announced.value_or(UINT64_MAX));
-    _exceedsLimit = end > _request.answerLimit;
+    _exceedsLimit |= end > _request.answerLimit;
     const std::uint64_t start = std::exchange(_received, std::min(end, _request.answerLimit));
     return {static_cast<const char*>(bytes.bytes), static_cast<std::size_t>(_received - start)};
 }
