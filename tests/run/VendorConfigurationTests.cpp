@@ -21,8 +21,7 @@ Verdict verdictOn(const std::string& variable, const std::string& value) {
 
 TEST(VendorConfiguration, AcceptsOnlyAddressesThatTheToolCanUse) {
     const struct {
-        Verdict asEndpoint;
-        Verdict asPage;
+        Verdict asEndpoint, asPage;
         std::vector<const char*> values;
     } cases[] = {
         {Verdict::accepted,
