@@ -48,19 +48,13 @@ TEST(CopyItem, ReportsWhatItCannotCopy) {
     folder.makeFolder("folder");
     fs::create_symlink("nowhere", folder.path("link"));
     const struct {
-        const char* name;
-        const char* from;
-        const char* to;
-        std::string error;
-    } cases[] = {
-        {"no source", "none", "x", folder.path("none") + ": No such file"},
-        {"no folder for the copy", "a", "missing/x", folder.path("missing/x") + ": No such file"},
-        {"file in the way", "a", "there", folder.path("there") + ": File exists"},
-        {"link in the way", "a", "link", folder.path("link") + ": File exists"},
-        {"below the source", "a", "a/b/copy", "into itself"},
-    };
-    for (const auto& [name, from, to, error] : cases) {
-        SCOPED_TRACE(name);
+        const char *from, *to, *error;
+    } cases[] = {{"none", "x", "/none: No such file"},
+                 {"a", "missing/x", "/missing/x: No such file"},
+                 {"a", "there", "/there: File exists"},
+                 {"a", "link", "/link: File exists"},
+                 {"a", "a/b/copy", "into itself"}};
+    for (const auto& [from, to, error] : cases) {
         const Outcome copied = copyItem({.source = folder.path(from), .destination = folder.path(to)});
         EXPECT_THAT(copied ? "" : copied.error().description(), HasSubstr(error));
     }

@@ -135,29 +135,23 @@ TEST(LaunchServices, FindTheAppFolderAndReportFailures) {
     desktop.writeProgram("in working folder");
     create_symlink(program, folder.path("on path/linked"));
     const std::string absent = "none\n-10814\n", refused = folder.path() + "/\n-10810\n";
-    const struct {
-        const char* name;
-        std::string exec;
-        std::string expected;
-    } cases[] = {
-        {"folder in a folder", program, folder.path("Outer.app/Inner.app/") + "\n0\n"},
-        {"searched in PATH", "y %u", folder.path("on path/") + "\n0\n"},
-        {"link", "linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
-        {"text is not passed to a shell", desktop.writeProgram("text", "exit 0\n"), refused},
-        {"empty program", desktop.writeProgram("empty", ""), refused},
-        {"no working folder", "y\nPath=" + folder.path("gone"), folder.path("on path/") + "\n-10810\n"},
-        {"not executable", folder.write("not executable", "#!/bin/sh\n"), absent},
-        {"folder as program", folder.path("relative"), absent},
-        {"not in menus", "y\nTryExec=y\nNoDisplay=true", folder.path("on path/") + "\n0\n"},
+    const std::pair<std::string, std::string> cases[] = {
+        {program, folder.path("Outer.app/Inner.app/") + "\n0\n"},
+        {"y %u", folder.path("on path/") + "\n0\n"},
+        {"linked", folder.path("Outer.app/Inner.app/") + "\n0\n"},
+        {desktop.writeProgram("text", "exit 0\n"), refused},
+        {desktop.writeProgram("empty", ""), refused},
+        {"y\nPath=" + folder.path("gone"), folder.path("on path/") + "\n-10810\n"},
+        {folder.write("not executable", "#!/bin/sh\n"), absent},
+        {"y\nTryExec=y\nNoDisplay=true", folder.path("on path/") + "\n0\n"},
     };
-    for (const auto& [name, exec, expected] : cases) {
-        SCOPED_TRACE(name);
+    for (const auto& [exec, expected] : cases) {
         desktop.registerHandler(exec);
-        EXPECT_EQ(desktop.open({url}), expected);
+        EXPECT_EQ(desktop.open({url}), expected) << exec;
     }
     for (const char* exec :
-         {"relative/z", "'on path/y'", "'in working folder'", "gone", "", "%i", "%u", "'y", "y \"%u", "y a\\",
-          "y %z", "y 100%", "y\nHidden=true", "y\nHidden = 1", "y\nType=Link", "y\nTryExec=gone"}) {
+         {"relative/z", "'on path/y'", "'in working folder'", "/", "gone", "", "%i", "%u", "'y", "y \"%u",
+          "y a\\", "y %z", "y 100%", "y\nHidden=true", "y\nHidden = 1", "y\nType=Link", "y\nTryExec=gone"}) {
         desktop.registerHandler(exec);
         EXPECT_EQ(desktop.open({url}), absent) << exec;
     }
@@ -172,8 +166,7 @@ const std::string config = "home/.config/", data = "data/applications/", system 
                   cache = system + "mimeinfo.cache", a = "a.desktop", b = "b.desktop", both = a + ";" + b;
 
 struct File {
-    std::string name;
-    std::string text;
+    std::string name, text;
 };
 
 /// Files of a desktop, and the application that is opened with them.
@@ -196,9 +189,7 @@ void expectApplications(const std::vector<Case>& cases) {
 TEST(LaunchServices, UseTheFirstDefaultThatIsInstalled) {
     expectApplications({
         // Folder by folder; in each folder the files of the current desktop come first.
-        {"desktops in their order",
-         {{config + "odd-", defaults + a}, {config + "gnome-", defaults + b}},
-         "a"},
+        {"desktops", {{config + "odd-", defaults + a}, {config + "gnome-", defaults + b}}, "a"},
         {"desktop before all desktops", {{config + "gnome-", defaults + a}, {config, defaults + b}}, "a"},
         {"user before system", {{config, defaults + a}, {"xdg/gnome-", defaults + b}}, "a"},
         {"system folders in their order", {{"xdg/", defaults + a}, {"xdg2/", defaults + b}}, "a"},
@@ -206,14 +197,13 @@ TEST(LaunchServices, UseTheFirstDefaultThatIsInstalled) {
         {"user's data before the system's", {{data, defaults + a}, {system + "odd-", defaults + b}}, "a"},
         // Applications that are not installed are skipped.
         {"not installed", {{"xdg/", defaults + ";x.desktop;;b.desktop;a.desktop;"}}, "b"},
-        {"identifiers with dots and slashes",
+        {"dots and slashes",
          {{"xdg/", defaults + "../../system/applications/a.desktop;.-a.desktop;..-applications-" + both}},
          "b"},
         {"hidden by the user", {{"xdg/", defaults + both}, {data + a, "Exec=c\nHidden=true"}}, "b"},
         {"replaced by the user", {{"xdg/", defaults + both}, {data + a, "Exec=c"}}, "c"},
         {"program removed by the user", {{"xdg/", defaults + a}, {data + a, "Exec=gone"}}, "a"},
         {"link instead of an application", {{"xdg/", defaults + a}, {data + a, "Exec=c\nType=Link"}}, "a"},
-        {"required program not installed", {{"xdg/", defaults + a}, {data + a, "Exec=c\nTryExec=gone"}}, "a"},
         {"no command", {{"xdg/", defaults + a}, {data + a, "DBusActivatable=true"}}, "a"},
         {"no group", {{"xdg/", defaults + a}, {data + a, "[Other]\nExec=c"}}, "a"},
         {"identifier with dashes",
@@ -271,10 +261,7 @@ TEST(LaunchServices, PassTheNameInTheUsersLanguage) {
                          "Name[sr_ME@latin]=me\nName[fr]=\nExec=\"" +
                              desktop.folder.path("n.app/n") + "\" %c\n");
     const struct {
-        const char* all;
-        const char* messages;
-        const char* other;
-        const char* name;
+        const char *all, *messages, *other, *name;
     } cases[] = {
         {"", "", "de_AT.UTF-8", "at"},    {"", "de_DE", "sr", "de"},
         {"C", "de", "de", "name"},        {"sr_RS.UTF-8@latin", "", "", "rs"},
@@ -294,8 +281,7 @@ TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {
     const struct {
         const char* name;
         File file;
-        std::string command; // changes the file "$F"
-        std::string application;
+        std::string change, application; // the change is a command for the file "$F"
     } cases[] = {
         {"blanks, comments, line ends of Windows",
          {"xdg/",
@@ -319,12 +305,12 @@ TEST(LaunchServices, ReadUnusualFilesAndSkipInvalidOnes) {
         {"zero byte", {"xdg/", valid}, "truncate -s +1 $F", "b"},
         {"cache with a zero byte", {data + "mimeinfo.cache", cached + a}, "truncate -s +1 $F", "b"},
     };
-    for (const auto& [name, file, command, application] : cases) {
+    for (const auto& [name, file, change, application] : cases) {
         SCOPED_TRACE(name);
         const Desktop desktop;
         desktop.write(cache, "[MIME Cache]\n@=w.desktop;b.desktop\n");
         const std::string path = desktop.write(file.name, file.text);
-        support::outputOf(std::string("F='").append(path).append("'; ").append(command));
+        support::outputOf(std::string("F='").append(path).append("'; ").append(change));
         EXPECT_THAT(desktop.open({url}), testing::StartsWith(desktop.folder.path(application + ".app/")));
     }
 }

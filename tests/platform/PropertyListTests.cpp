@@ -66,82 +66,60 @@ TEST(PropertyList, ReplacesInvalidTextAndOmitsNulls) {
 }
 
 TEST(PropertyList, WritesNumbersAndDatesInFull) {
-    const struct {
-        const char* name;
-        Value value;
-        std::string element;
-    } cases[] = {
-        {"not representable in binary", 0.1, "<real>0.10000000000000001</real>"},
-        {"negative zero", -0.0, "<real>-0.0</real>"},
-        {"infinity", HUGE_VAL, "<real>+infinity</real>"},
-        {"negative infinity", -HUGE_VAL, "<real>-infinity</real>"},
-        {"no number", std::nan(""), "<real>nan</real>"},
-        {"half a second before the epoch", Date{-0.5}, "<date>2000-12-31T23:59:59Z</date>"},
-        {"before the year 0", Date{-64527624000}, "<date>-0044-03-15T12:00:00Z</date>"},
-        {"no date", Date{std::nan("")}, "<date>2001-01-01T00:00:00Z</date>"},
-        {"beyond the calendar", Date{1e300}, "<date>1901326311-05-31T10:40:00Z</date>"},
+    const std::pair<Value, std::string> cases[] = {
+        {0.1, "<real>0.10000000000000001</real>"},
+        {-0.0, "<real>-0.0</real>"},
+        {HUGE_VAL, "<real>+infinity</real>"},
+        {-HUGE_VAL, "<real>-infinity</real>"},
+        {std::nan(""), "<real>nan</real>"},
+        {Date{-0.5}, "<date>2000-12-31T23:59:59Z</date>"},
+        {Date{-64527624000}, "<date>-0044-03-15T12:00:00Z</date>"},
+        {Date{std::nan("")}, "<date>2001-01-01T00:00:00Z</date>"},
+        {Date{1e300}, "<date>1901326311-05-31T10:40:00Z</date>"},
     };
-    for (const auto& [name, value, element] : cases) {
-        SCOPED_TRACE(name);
+    for (const auto& [value, element] : cases)
         EXPECT_THAT(propertyListXML(Value::Array{value}), HasSubstr("\t" + element + "\n"));
-    }
 }
 
 TEST(PropertyList, ReadsAllValidForms) {
     const std::string zero(1, '\0');
     const std::u16string utf16 =
         u"\uFEFF<?xml version='1.0' encoding='UTF-16'?><plist><string>a</string></plist>";
-    const struct {
-        const char* name;
-        std::string bytes;
-        Value value;
-    } cases[] = {
-        {"ISO 8859-1", "<?xml version='1.0' encoding='ISO-8859-1'?><plist><string>\xe4</string></plist>",
-         "\u00e4"},
-        {"byte order mark and comments",
-         "\xEF\xBB\xBF<!DOCTYPE plist SYSTEM 'x'><!-- c --><plist><true/><!-- c --></plist>", true},
-        {"entities and character data",
-         "<plist><string>a<!-- c --><![CDATA[<&]]>\r\n&#x41;&lt;</string></plist>", "a<&\nA<"},
-        {"internal document type",
-         "\n <?xml version='1.0'?><!DOCTYPE plist PUBLIC 'x' 'y' [<!ELEMENT plist ANY> <!-- c --> <?p i?>"
+    const std::pair<std::string, Value> cases[] = {
+        {"<?xml version='1.0' encoding='ISO-8859-1'?><plist><string>\xe4</string></plist>", "\u00e4"},
+        {"\xEF\xBB\xBF<!DOCTYPE plist SYSTEM 'x'><!-- c --><plist><true/><!-- c --></plist>", true},
+        {"<plist><string>a<!-- c --><![CDATA[<&]]>\r\n&#x41;&lt;</string></plist>", "a<&\nA<"},
+        {"\n <?xml version='1.0'?><!DOCTYPE plist PUBLIC 'x' 'y' [<!ELEMENT plist ANY> <!-- c --> <?p i?>"
          "<!ATTLIST plist version CDATA '1.0'>]><?p i?><plist><true/></plist>",
          true},
-        {"UTF-16", std::string(reinterpret_cast<const char*>(utf16.data()), 2 * utf16.size()), "a"},
-        {"numbers, dates and data",
-         "<plist><array><integer> 010 </integer><integer>- 0x1F</integer><integer>+18446744073709551615</integer>"
+        {std::string(reinterpret_cast<const char*>(utf16.data()), 2 * utf16.size()), "a"},
+        {"<plist><array><integer> 010 </integer><integer>- 0x1F</integer><integer>+18446744073709551615</integer>"
          "<real>+1e5</real><real>-1e999</real><real>0.00e-999</real><real>1e-999</real><real>-INF</real>"
          "<date>-0044-03-15T12:00:00Z</date><date>0000-02-29T00:00:00Z</date><date>1998-12-31T23:59:60Z</date>"
          "<data> AA\n\tE </data></array></plist>",
          Value::Array{10, -31, UINT64_MAX, 1e5, -HUGE_VAL, 0.0, 0.0, -HUGE_VAL, Date{-64527624000},
                       Date{-63140428800}, Date{-63158400}, Data(std::string("\0\1", 2))}},
-        {"repeated key", "<plist><dict><key/><true/><key/><false/></dict></plist>",
-         Value::Dictionary{{"", false}}},
-        {"UTF-16 surrogates", binary({std::string("\x62\xd8\x3d\xde\0", 5)}), "\U0001F600"},
-        {"UTF-16 surrogates without partner",
-         binary({"\x64\xdc" + zero + "\xd8" + zero + zero + "A\xd8" + zero}),
+        {"<plist><dict><key/><true/><key/><false/></dict></plist>", Value::Dictionary{{"", false}}},
+        {binary({std::string("\x62\xd8\x3d\xde\0", 5)}), "\U0001F600"},
+        {binary({"\x64\xdc" + zero + "\xd8" + zero + zero + "A\xd8" + zero}),
          std::string("\uFFFD\uFFFDA\uFFFD")},
-        {"ASCII with zero", binary({"\x52" + zero + "a"}), std::string("\0a", 2)},
-        {"empty UTF-16", binary({"\x60"}), ""},
-        {"UID", binary({"\x81\x01\x02"}), Value::Dictionary{{"CF$UID", 258}}},
-        {"four bytes without sign", binary({"\x12" + std::string(4, '\xff')}), 4294967295},
-        {"sixteen bytes with sign", binary({"\x14" + std::string(16, '\xff')}), -1},
-        {"float", binary({"\x22\x3f\xc0" + zero + zero}), 1.5},
-        {"infinite date", binary({"\x33\x7f\xf0" + std::string(6, '\0')}), Date{HUGE_VAL}},
-        {"set", binary({"\xC2\x01\x02", zero, "\x09"}), Value::Array{nullptr, true}},
+        {binary({"\x52" + zero + "a"}), std::string("\0a", 2)},
+        {binary({"\x60"}), ""},
+        {binary({"\x81\x01\x02"}), Value::Dictionary{{"CF$UID", 258}}},
+        {binary({"\x12" + std::string(4, '\xff')}), 4294967295},
+        {binary({"\x14" + std::string(16, '\xff')}), -1},
+        {binary({"\x22\x3f\xc0" + zero + zero}), 1.5},
+        {binary({"\x33\x7f\xf0" + std::string(6, '\0')}), Date{HUGE_VAL}},
+        {binary({"\xC2\x01\x02", zero, "\x09"}), Value::Array{nullptr, true}},
     };
-    for (const auto& [name, bytes, value] : cases) {
-        SCOPED_TRACE(name);
+    for (const auto& [bytes, value] : cases) {
         const auto read = parsePropertyList(bytes);
-        EXPECT_TRUE(read && *read == value) << reasonOf(read);
+        EXPECT_TRUE(read && *read == value) << bytes << reasonOf(read);
     }
 }
 
-/// Documents that are refused, and a part of the reason.
-struct Refusal {
-    const char* reason;
-    std::vector<std::string> documents;
-};
-using Refusals = std::vector<Refusal>;
+/// A part of the reason, and documents that are refused for it.
+using Refusals = std::vector<std::pair<const char*, std::vector<std::string>>>;
 
 void expectRefusals(const Refusals& refusals) {
     for (const auto& [reason, documents] : refusals)
