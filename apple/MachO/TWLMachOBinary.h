@@ -36,7 +36,7 @@ public:
     const platform::URL& URL() const { return _url; }
     std::string path() const { return _url.path(); }
 
-    /// In the order of the file; at most 65,536.
+    /// The slices in the order of the file; at most 65,536.
     const std::vector<std::shared_ptr<TWLMachOSlice>>& slices() const { return _slices; }
 
     /// A digest of the UUIDs and architectures of all slices, independent of their order: 40 lower-case

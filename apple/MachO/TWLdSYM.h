@@ -30,8 +30,8 @@ public:
     std::optional<platform::URL> executableURL() const;
     std::optional<std::string> executablePath() const;
 
-    /// "CFBundleVersion" and "CFBundleShortVersionString" of the Info.plist. A value that is not text is
-    /// described as by platform::Value. Null if the key is missing.
+    /// "CFBundleVersion" and "CFBundleShortVersionString" of the Info.plist. For a value that is not text,
+    /// the result of platform::Value::description. Null if the key is missing.
     std::optional<std::string> bundleVersion() const;
     std::optional<std::string> shortBundleVersion() const;
 

@@ -48,7 +48,7 @@ std::string verifiedAPIKey(std::string_view argument) {
     return *apiKey;
 }
 
-/// The second argument if it has the length of a secret, otherwise empty: it may be "-debug".
+/// The second argument; empty if it does not have the length of a secret, as for example "-debug".
 std::string buildSecret(int argc, const char* const* argv) {
     if (argc < 3 || std::string_view(argv[2]).size() != buildSecretBytes)
         return "";

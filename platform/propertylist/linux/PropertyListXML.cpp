@@ -50,7 +50,7 @@ std::optional<double> readReal(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), textEnd, real);
     if (end != textEnd || error == std::errc::invalid_argument)
         return std::nullopt;
-    // The text is a number that is too large or too small. Unlike std::from_chars, strtod(3) tells which.
+    // For a number out of range, strtod(3) returns infinity or a value near 0, std::from_chars nothing.
     return error == std::errc() ? real : std::strtod(std::string(text).c_str(), nullptr);
 }
 

@@ -38,7 +38,7 @@ public:
     void beginBody();
     bool hasHead() const { return _hasHead; }
 
-    /// Decodes a part of the body. Throws AnswerRefusal; the bytes before the fault are passed on.
+    /// Decodes a part of the body. Passes on the bytes before a fault, then throws AnswerRefusal.
     void addBody(std::string_view bytes);
     /// Whether a compressed body has not reached its end.
     bool isTruncated() const { return _gzip && !_gzip->isComplete(); }
