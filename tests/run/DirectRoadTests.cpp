@@ -11,6 +11,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -293,7 +294,7 @@ void waitUntil(const std::function<bool()>& condition) {
 TEST_F(DirectRoad, ReportsAnArchiveThatIsTruncatedDuringTheUpload) {
     // Larger than the buffers of a connection, and incompressible.
     std::string content(std::size_t{32} << 20, '\0');
-    std::ranges::generate(content, std::minstd_rand());
+    std::generate(content.begin(), content.end(), std::minstd_rand());
     build.writeProduct("Sample App.app.dSYM/Contents/Resources/DWARF/Sample App", content);
     const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
         peer.readUntil("code_mapping[file]");
