@@ -34,8 +34,7 @@ bool GzipReader::read(std::string_view bytes, const Sink& sink) {
         const int result = inflate(&stream, Z_NO_FLUSH);
         if (result != Z_OK && result != Z_STREAM_END)
             return false;
-        if (!sink(std::string_view(_unpacked).substr(0, _unpacked.size() - stream.avail_out)))
-            return false;
+        sink(std::string_view(_unpacked).substr(0, _unpacked.size() - stream.avail_out));
         _isComplete = result == Z_STREAM_END;
     }
     return true;

@@ -12,13 +12,13 @@ namespace platform {
 /// Decompresses gzip streams (RFC 1952) in pieces of any size and in constant memory.
 class GzipReader {
 public:
-    /// Receives decompressed bytes. Returning false stops the reading.
-    using Sink = std::function<bool(std::string_view)>;
+    /// Receives decompressed bytes.
+    using Sink = std::function<void(std::string_view)>;
 
     /// Throws std::bad_alloc.
     GzipReader();
 
-    /// Decompresses `bytes` into `sink`. False if they are not valid gzip data or if `sink` returned false.
+    /// Decompresses `bytes` into `sink`. False if they are not valid gzip data.
     bool read(std::string_view bytes, const Sink& sink);
 
     /// Whether every stream that has begun is complete.

@@ -5,11 +5,14 @@
 
 namespace platform {
 
+// Without a limit, a server could send headers until the memory is full.
+constexpr std::size_t headLimit = std::size_t(256) * 1024;
+
 bool HTTPAnswerReader::addLine(std::string_view line) {
-    const HTTPHeadParser::Result result = _heads.addLine(line);
-    if (result == HTTPHeadParser::Result::tooLong)
+    _headBytes += line.size();
+    if (_headBytes > headLimit)
         throw AnswerRefusal(CURLE_WEIRD_SERVER_REPLY, "the head of its answer is longer than 256 KiB");
-    return result == HTTPHeadParser::Result::headEnded && !_hasHead && head().statusCode >= 200;
+    return _heads.addLine(line) && !_hasHead && head().statusCode >= 200;
 }
 
 void HTTPAnswerReader::beginBody() {
@@ -26,11 +29,7 @@ void HTTPAnswerReader::addBody(std::string_view bytes) {
     const std::string& coding = head().allHeaderFields.find("Content-Encoding")->second;
     if (!equalIgnoringCase(coding, "gzip") && !equalIgnoringCase(coding, "x-gzip"))
         throw AnswerRefusal(CURLE_BAD_CONTENT_ENCODING, "its content coding is not gzip");
-    const auto take = [this](std::string_view decoded) {
-        addDecoded(decoded);
-        return true;
-    };
-    if (!_gzip->read(bytes, take))
+    if (!_gzip->read(bytes, [this](std::string_view decoded) { addDecoded(decoded); }))
         throw AnswerRefusal(CURLE_BAD_CONTENT_ENCODING, "the compressed data is damaged");
 }
 

@@ -49,6 +49,7 @@ private:
     const URLRequest& _request;
     HTTPExchangeListener& _listener;
     HTTPHeadParser _heads;
+    std::size_t _headBytes = 0;
     bool _hasHead = false;
     std::optional<GzipReader> _gzip;
     std::uint64_t _decodedBytes = 0;

@@ -7,31 +7,22 @@
 #include <charconv>
 
 namespace platform {
-namespace {
-
-// Without a limit, a server could send headers until the memory is full.
-constexpr std::size_t sizeLimit = std::size_t(256) * 1024;
 
 /// `bytes` as UTF-8 text. If they are not UTF-8, they are read as ISO 8859-1 (RFC 9110 section 5.5).
-std::string headerText(std::string_view bytes) {
+static std::string headerText(std::string_view bytes) {
     auto text = decodeUTF8(bytes);
     return text ? *std::move(text) : decodeWideText(bytes, 1, true).text;
 }
 
-} // namespace
-
-HTTPHeadParser::Result HTTPHeadParser::addLine(std::string_view line) {
-    _size += line.size();
-    if (_size > sizeLimit)
-        return Result::tooLong;
+bool HTTPHeadParser::addLine(std::string_view line) {
     line = line.substr(0, line.find_last_not_of("\r\n") + 1);
     if (line.empty())
-        return Result::headEnded;
+        return true;
     if (line.starts_with("HTTP/"))
         startHead(line);
     else
         addField(line);
-    return Result::incomplete;
+    return false;
 }
 
 void HTTPHeadParser::startHead(std::string_view statusLine) {

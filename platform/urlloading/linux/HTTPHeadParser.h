@@ -2,7 +2,6 @@
 
 #include "platform/urlloading/URLResponse.h"
 
-#include <cstddef>
 #include <string_view>
 
 namespace platform {
@@ -14,18 +13,12 @@ namespace platform {
 /// header and keeps the tab of a folded line.
 class HTTPHeadParser {
 public:
-    enum class Result {
-        incomplete, ///< more lines follow
-        headEnded,  ///< `head` is complete; another one may follow
-        tooLong,    ///< all heads together exceed 256 KiB
-    };
-
     HTTPHeadParser() = default;
     HTTPHeadParser(const HTTPHeadParser&) = delete;
     HTTPHeadParser& operator=(const HTTPHeadParser&) = delete;
 
-    /// Takes one line, with or without its line break.
-    Result addLine(std::string_view line);
+    /// Takes one line, with or without its line break. True if it completes `head`; another one may follow.
+    bool addLine(std::string_view line);
 
     /// The head that is being parsed or was parsed last. Header names and values are UTF-8: bytes that are
     /// not are read as ISO 8859-1.
@@ -37,7 +30,6 @@ private:
 
     HTTPResponseHead _head;
     HTTPHeaders::iterator _lastField = _head.allHeaderFields.end();
-    std::size_t _size = 0;
 };
 
 } // namespace platform
