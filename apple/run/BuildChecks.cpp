@@ -15,6 +15,19 @@ static void verifySettingIsPresent(const BuildSettings& buildSettings, std::stri
                                platform::format("%@ value not found in environment", key));
 }
 
+static void verifyInfoPlistValuesAtPath(const std::string& path) {
+    const auto infoPlist = platform::readDictionary(path);
+    const auto* identifier =
+        infoPlist ? platform::find<std::string>(*infoPlist, "CFBundleIdentifier") : nullptr;
+    if (identifier && !identifier->empty())
+        return;
+    logWhyUnreadable(path);
+    failWithTitleAndReason("Required Info.plist Value Not Found",
+                           platform::format("A CFBundleIdentifier value in your Info.plist is required. "
+                                            "Please confirm this value is present in %@ \n\n",
+                                            path));
+}
+
 void verifyEnvironmentIsValid(const BuildSettings& buildSettings) {
     for (const char* key :
          {"BUILT_PRODUCTS_DIR", "INFOPLIST_PATH", "DWARF_DSYM_FILE_NAME", "DWARF_DSYM_FOLDER_PATH"})
@@ -43,19 +56,6 @@ void verifyEnvironmentIsValid(const BuildSettings& buildSettings) {
                 "sure the Orvane run script build phase is the last build phase and no other "
                 "scripts have moved the dSYM from the location Xcode generated it.\n\n",
                 setting(buildSettings, "DWARF_DSYM_FILE_NAME"), dSYMPath));
-}
-
-void verifyInfoPlistValuesAtPath(const std::string& path) {
-    const auto infoPlist = platform::readDictionary(path);
-    const auto* identifier =
-        infoPlist ? platform::find<std::string>(*infoPlist, "CFBundleIdentifier") : nullptr;
-    if (identifier && !identifier->empty())
-        return;
-    logWhyUnreadable(path);
-    failWithTitleAndReason("Required Info.plist Value Not Found",
-                           platform::format("A CFBundleIdentifier value in your Info.plist is required. "
-                                            "Please confirm this value is present in %@ \n\n",
-                                            path));
 }
 
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings) {

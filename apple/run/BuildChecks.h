@@ -14,9 +14,6 @@ namespace orvane {
 /// Info.plist contains a bundle identifier.
 void verifyEnvironmentIsValid(const BuildSettings& buildSettings);
 
-/// Checks that the property list at `path` contains a CFBundleIdentifier that is a non-empty text.
-void verifyInfoPlistValuesAtPath(const std::string& path);
-
 /// The app's Info.plist. Null if a setting is absent or if the file is not readable or not a dictionary.
 /// INFOPLIST_PATH is appended as a path component: if BUILT_PRODUCTS_DIR is empty, it is used alone.
 std::optional<platform::Value::Dictionary> appInfoPlist(const BuildSettings& buildSettings);
