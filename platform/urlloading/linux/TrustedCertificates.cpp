@@ -114,9 +114,8 @@ Outcome trustCertificateAuthorities(SSL_CTX* context, const std::string& host) {
         return failure(format("SSL_CERT_FILE names %@, which contains no readable certificates", file));
     if (!folders.empty() && X509_STORE_load_path(store, folders.c_str()) != 1)
         return failure(format("SSL_CERT_DIR names %@, which cannot be used", folders));
-    const std::vector<std::string_view> named = split(folders, ':');
-    const bool hasFolder = std::any_of(
-        named.begin(), named.end(), [](std::string_view folder) { return isDirectory(std::string(folder)); });
+    const bool hasFolder = std::ranges::any_of(
+        split(folders, ':'), [](std::string_view folder) { return isDirectory(std::string(folder)); });
     if (!trustMachine(store) && file.empty() && !hasFolder)
         return failure(
             "this machine has no trusted certificates. Install the certificates of your system, or set the "
