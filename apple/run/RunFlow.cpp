@@ -67,9 +67,8 @@ void writeArtifact(const BuildSettings& buildSettings, const std::string& apiKey
 }
 
 /// Creates a folder for this build's dSYMs and description.
-std::string makeBuildFolder(const BuildSettings& buildSettings) {
-    std::string path =
-        platform::pathByAppending(cacheDirectory(endpoint(buildSettings)), platform::makeUUIDString());
+std::string makeBuildFolder(const std::string& apiEndpoint) {
+    std::string path = platform::pathByAppending(cacheDirectory(apiEndpoint), platform::makeUUIDString());
     if (const auto created = platform::createDirectories(path); !created) {
         NSLog("Unable to create directory at path %@ \n%@", path, created.error());
         exitWithFailure();
@@ -77,8 +76,9 @@ std::string makeBuildFolder(const BuildSettings& buildSettings) {
     return path;
 }
 
-void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& apiKey) {
-    const std::string buildFolder = makeBuildFolder(buildSettings);
+void takeCompanionRoad(const BuildSettings& buildSettings, const std::string& apiKey,
+                       const std::string& apiEndpoint) {
+    const std::string buildFolder = makeBuildFolder(apiEndpoint);
     const auto dSYMs =
         cacheDSYMsAtPath(setting(buildSettings, "BUILT_PRODUCTS_DIR").value_or(""), buildFolder);
     const platform::Value::Dictionary description = buildDescription(buildSettings, apiKey, dSYMs);
@@ -112,6 +112,7 @@ int run(int argc, const char* const* argv, const char* const* environment) {
     const Credentials credentials = {.apiKey = verifiedAPIKey(argv[1]),
                                      .buildSecret = buildSecret(argc, argv)};
     const BuildSettings buildSettings = buildSettingsFromEnvironment(environment);
+    const std::string apiEndpoint = endpoint(buildSettings);
 
     // Each check assumes that the ones before it have passed.
     verifyEnvironmentIsValid(buildSettings);
@@ -122,7 +123,7 @@ int run(int argc, const char* const* argv, const char* const* environment) {
     // A machine of Xcode Bots can have the companion app and Xcode too, but nobody sits there to use the app.
     if (isBotsDaemonInProcessHierarchy() || (!isTarnwhistleInstalled() && !isXcodeInProcessHierarchy()))
         return takeDirectRoad(buildSettings, executable, credentials);
-    takeCompanionRoad(buildSettings, credentials.apiKey);
+    takeCompanionRoad(buildSettings, credentials.apiKey, apiEndpoint);
     return EXIT_SUCCESS;
 }
 
