@@ -33,7 +33,7 @@ bool refuseListsOfDescriptors(unsigned error) {
 
 TEST(Sandbox, ChildrenGetNoDescriptorsOnOldKernelsWithoutProc) {
     const NSTask::Arguments probe = {"-c", "(exec <&50) 2>/dev/null && echo inherited; echo end"};
-    for (const unsigned error : {ENOSYS, EPERM})
+    for (const unsigned error : {unsigned{ENOSYS}, unsigned{EPERM}})
         EXPECT_EXIT(
             {
                 dup2(STDERR_FILENO, 50);

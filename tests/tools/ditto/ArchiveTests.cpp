@@ -104,7 +104,7 @@ struct BitWriter {
         for (; count > 0; --count, value >>= 1, ++used) {
             if (used % 8 == 0)
                 bytes += '\0';
-            bytes.back() = static_cast<char>(bytes.back() | (value & 1) << used % 8);
+            bytes.back() = static_cast<char>(bytes.back() | static_cast<int>(value & 1) << used % 8);
         }
     }
     void putCodeword(unsigned value, unsigned count) {
