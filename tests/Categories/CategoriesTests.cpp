@@ -4,7 +4,6 @@
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -41,11 +40,16 @@ TEST(NSTask, ReturnsStatusAndOutput) {
     EXPECT_EQ(runScript("printf a; printf b >&2; printf $PATH; exit 255"), "255|a"s + getenv("PATH") + "|b");
     EXPECT_EQ(runScript("kill -KILL $$"), "137||");
     EXPECT_EQ(run("/bin/echo", {{"", "$HOME", "a  b", "*\n"}}), "0| $HOME a  b *\n\n|");
+    const support::TemporaryFolder folder;
+    folder.write("file", "content");
+    EXPECT_EQ(run(std::filesystem::relative("/bin/cat"), {{"file"}}, folder.path()), "0|content|");
+    // 143: the signal ended cat, so it got neither bytes nor an end of file.
+    EXPECT_EQ(runScript("exec 3<&0 2>/dev/null; cat <&3 & sleep 0.2; kill $!; wait $!"), "143||");
+}
+
+TEST(NSTask, GivesTheChildThisEnvironmentOnly) {
     EXPECT_EQ(run("/usr/bin/env", {}, {}, {{{"B", "2=2"}, {"A", ""}}}), "0|A=\nB=2=2\n|");
     EXPECT_EQ(run("/usr/bin/env", {}, {}, NSTask::Environment()), "0||");
-    EXPECT_EQ(run(std::filesystem::relative("/bin/pwd"), {}, "/proc"), "0|/proc\n|");
-    // timeout exits with 124 if it had to end the command: cat got neither bytes nor an end of file.
-    EXPECT_EQ(run("/usr/bin/timeout", {{"0.2", "/bin/cat"}}), "124||");
 }
 
 TEST(NSTask, WrappersReturnOutputOrSuccess) {
@@ -54,55 +58,37 @@ TEST(NSTask, WrappersReturnOutputOrSuccess) {
     EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", both), std::nullopt) << "no UTF-8";
     EXPECT_EQ(NSTask::stderrWithLaunchPath("/bin/sh", {"-c", "echo b >&2"}), "b\n");
     EXPECT_FALSE(NSTask::runTaskWithLaunchPath("/bin/sh", both));
-    EXPECT_TRUE(NSTask::runTaskWithLaunchPath("/bin/sh", "/proc", {"-c", "test $PWD = /proc"}));
+    const support::TemporaryFolder folder;
+    folder.write("file", "");
+    EXPECT_TRUE(NSTask::runTaskWithLaunchPath("/bin/sh", folder.path(), {"-c", "test -f file"}));
 }
 
-TEST(NSTask, ThrowsIfAProgramCannotBeStartedAndLeaksNoDescriptors) {
+TEST(NSTask, ThrowsIfAProgramCannotBeStarted) {
     const support::TemporaryFolder folder;
     const std::string plain = folder.write("plain", "#!/bin/sh\n"), gone = folder.path("gone");
     const struct {
-        std::string path, argument, workingDirectory, reason;
+        std::string path, argument, workingDirectory, reason; // no reason: the system's
     } cases[] = {
-        {gone, "", "/", "No such file or directory"},
-        {plain, "", "/", "Permission denied"},
-        {"/bin/sh", "", plain, "its working directory " + plain + " cannot be entered: Not a directory"},
+        {gone, "", "/", ""},
+        {plain, "", "/", ""},
+        {"/bin/sh", "", plain, ""},
         {"/bin/sh", "a\0b"s, "/", "a path, an argument or an environment variable holds a zero byte"}};
-    const int lowestFree = dup(0);
-    close(lowestFree);
     for (const auto& [path, argument, workingDirectory, reason] : cases)
         try {
             ADD_FAILURE() << run(path, {{argument}}, workingDirectory) << reason;
         } catch (const platform::LaunchError& error) {
-            EXPECT_EQ(error.what(), "Cannot launch "s.append(path).append(": ").append(reason));
+            EXPECT_THAT(error.what(),
+                        testing::StartsWith("Cannot launch "s.append(path).append(": ") + reason));
         }
-    EXPECT_THROW(run("/bin/true", {}, {}, {{{"A=B", "C"}}}), platform::LaunchError);
-    EXPECT_THROW(NSTask::launchWithPath("/bin/true", {}, {}, [](auto&&...) { throw 1; }), int);
-    EXPECT_EQ(dup(0), lowestFree);
+    EXPECT_THROW(run("/usr/bin/true", {}, {}, {{{"A=B", "C"}}}), platform::LaunchError);
 }
 
-TEST(NSTask, StartsChildrenWithDefaultSignalsAndThreeDescriptors) {
-    struct sigaction ignored = {}, withoutStatus = {};
-    ignored.sa_handler = SIG_IGN;
-    withoutStatus.sa_flags = SA_NOCLDWAIT;
-    for (const auto& ofChildren : {ignored, withoutStatus})
-        EXPECT_EXIT(
-            {
-                dup2(STDERR_FILENO, 50);
-                for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-                    close(stream);
-                for (int number = 1; number < NSIG; ++number)
-                    signal(number, number == SIGPIPE ? SIG_IGN : SIG_DFL);
-                sigaction(SIGCHLD, &ofChildren, nullptr);
-                sigset_t all;
-                sigfillset(&all);
-                sigprocmask(SIG_BLOCK, &all, nullptr);
-                // Compare the last seven hexadecimal digits of the masks, which are the signals 1 to 28: the
-                // C library uses some higher signals itself.
-                const std::string outcome = runScript(
-                    "grep -E '^Sig(Blk|Ign)' /proc/self/status | grep -o '.......$'; ls /proc/$$/fd; exit 7");
-                _exit(outcome == "7|0000000\n0000000\n0\n1\n2\n|" ? 42 : 1);
-            },
-            testing::ExitedWithCode(42), "");
+TEST(NSTask, LeaksNoDescriptors) {
+    const int lowestFree = dup(0);
+    close(lowestFree);
+    EXPECT_THROW(run("/none", {}), platform::LaunchError);
+    EXPECT_THROW(NSTask::launchWithPath("/usr/bin/true", {}, {}, [](auto&&...) { throw 1; }), int);
+    EXPECT_EQ(dup(0), lowestFree);
 }
 
 TEST(Task, AbortsIfItsCallsComeInAnotherOrder) {
@@ -121,7 +107,7 @@ TEST(Task, AbortsIfItsCallsComeInAnotherOrder) {
 TEST(NSTask, AbortsIfNoPipeCanBeCreated) {
     const rlimit four = {4, 4}; // set in the process of the death test
     EXPECT_DEATH(
-        (setrlimit(RLIMIT_NOFILE, &four), run("/bin/true", {})),
+        (setrlimit(RLIMIT_NOFILE, &four), run("/usr/bin/true", {})),
         testing::HasSubstr(
             "Assertion failed: (stdoutPipe && stdinPipe && stderrPipe), function +[NSTask(Convenience) "
             "launchWithPath:workingDirectory:arguments:environment:completion:], file "

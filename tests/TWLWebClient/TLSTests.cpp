@@ -83,7 +83,7 @@ TEST_P(TLSExchange, ReadsTheAnswerOfAServerThatResetsTheConnection) {
     for (const HTTPServer* server : {&plain, &secure}) {
         const auto request = TWLWebRequest::requestWithMethod("POST", "");
         request->addValueForHTTPHeaderField("413", rejectionHeader);
-        request->addData(Data(std::string(10'000'000, 'a')), "a/b", "n", "f");
+        request->addData(Data(std::string(8U << 20, 'a')), "a/b", "n", "f");
         partsBeforeReset = 1;
         const auto response = exchange(server->url(), request);
         partsBeforeReset = INT_MAX;

@@ -61,17 +61,5 @@ TEST(CopyItem, ReportsWhatItCannotCopy) {
     EXPECT_EQ(readFile(folder.path("there"))->bytes(), "old");
 }
 
-TEST(MapFile, ReadsWhatCannotBeMapped) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(mapFile(folder.write("file", "content"))->bytes(), "content");
-    EXPECT_EQ(mapFile(folder.write("empty", ""))->bytes(), "");
-    for (const std::string& path : {folder.path("none"), folder.path()})
-        EXPECT_FALSE(mapFile(path)) << path;
-    const std::string unmappable = "/sys/devices/system/cpu/possible";
-    if (!fileExists(unmappable))
-        GTEST_SKIP() << "no file that cannot be mapped";
-    EXPECT_THAT(std::string(mapFile(unmappable)->bytes()), testing::MatchesRegex("[0-9,-]+\n"));
-}
-
 } // namespace
 } // namespace platform

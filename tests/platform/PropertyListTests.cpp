@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <ctime>
 
 namespace platform {
 namespace {
@@ -57,28 +56,6 @@ plistlib.dump(value, open(sys.argv[1] + ".bin", "wb"), fmt=plistlib.FMT_BINARY)'
         for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
             EXPECT_TRUE(!parsePropertyList(bytes.substr(0, i)) || bytes.substr(i) == "\n") << i;
     }
-}
-
-TEST(PropertyList, ReplacesInvalidTextAndOmitsNulls) {
-    const auto value = parsePropertyList(propertyListXML(Value::Dictionary{
-        {"a\x01", "first"}, {"a\x02", "second"}, {"null", nullptr}, {"\xFF", std::string("\0\x1b", 2)}}));
-    EXPECT_EQ(*value, Value(Value::Dictionary{{"a\uFFFD", "first"}, {"\uFFFD", "\uFFFD\uFFFD"}}));
-}
-
-TEST(PropertyList, WritesNumbersAndDatesInFull) {
-    const std::pair<Value, std::string> cases[] = {
-        {0.1, "<real>0.10000000000000001</real>"},
-        {-0.0, "<real>-0.0</real>"},
-        {HUGE_VAL, "<real>+infinity</real>"},
-        {-HUGE_VAL, "<real>-infinity</real>"},
-        {std::nan(""), "<real>nan</real>"},
-        {Date{-0.5}, "<date>2000-12-31T23:59:59Z</date>"},
-        {Date{-64527624000}, "<date>-0044-03-15T12:00:00Z</date>"},
-        {Date{std::nan("")}, "<date>2001-01-01T00:00:00Z</date>"},
-        {Date{1e300}, "<date>1901326311-05-31T10:40:00Z</date>"},
-    };
-    for (const auto& [value, element] : cases)
-        EXPECT_THAT(propertyListXML(Value::Array{value}), HasSubstr("\t" + element + "\n"));
 }
 
 TEST(PropertyList, ReadsAllValidForms) {
@@ -179,24 +156,6 @@ TEST(PropertyList, RefusesInvalidBinaryFiles) {
          {"an ASCII text contains other characters", {binary({"\x52\xc3\xa4"})}},
          {"64 bits", {binary({"\x14" + eightOnes + eightZeros})}},
          {"unknown type", {binary({"\x0F"}), binary({"\x70"})}}});
-}
-
-TEST(PropertyList, IsReadInLinearTime) {
-    Value::Dictionary many{{"markup", std::string(900'000, '&')}, {"returns", std::string(900'000, '\r')}};
-    for (int i = 0; i < 100'000; ++i)
-        many.emplace("key" + std::to_string(i), std::string(20, 'x'));
-    const std::clock_t start = std::clock();
-    EXPECT_TRUE(*parsePropertyList(propertyListXML(many)) == Value(many));
-    // Processor time. Quadratic work would take minutes.
-    EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
-}
-
-TEST(PropertyList, ReadsDictionariesFromFiles) {
-    const support::TemporaryFolder folder;
-    EXPECT_EQ(readDictionary(folder.write("d", "<plist><dict/></plist>")), Value::Dictionary());
-    for (const std::string& other : {std::string("x"), std::string("<plist><array/></plist>"),
-                                     "<plist><dict/></plist>" + std::string(16u << 20, ' ')})
-        EXPECT_FALSE(readDictionary(folder.write("other", other)));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "Categories/MD5.h"
 #include "SampleBuild.h"
 #include "platform/files/Files.h"
+#include "platform/foundation/Format.h"
 #include "platform/propertylist/PropertyList.h"
 #include "run/DSYMCache.h"
 #include "run/FrameworkProbes.h"
@@ -174,7 +175,7 @@ TEST_F(CompanionRoad, OpensTheSignUpPageIfNoCompanionOpens) {
         const std::string path = build.folder.write("program", bytes);
         std::filesystem::permissions(path, std::filesystem::perms::all);
         install("203", path);
-        EXPECT_THAT(printed(build, 1), EndsWith("Linux/Orvane: " + reason + signUp));
+        EXPECT_THAT(printed(build, 1), EndsWith(platform::format("Linux/Orvane: %@%@", reason, signUp)));
         EXPECT_THAT(reports.next(), StartsWith("Opened: https://tarnwhistle.example/sign-up\n"));
     }
     install("202");
@@ -234,6 +235,15 @@ TEST_F(CompanionRoad, NeverLeavesAPartialBuildPlist) {
     for (const std::string& folder : buildFolders())
         EXPECT_EQ(fileExists(folder + "/Build.plist"),
                   platform::readDictionary(folder + "/Build.plist").has_value());
+}
+
+TEST(DebugDefault, IsReadFromThePreferences) {
+    SampleBuild build;
+    build.folder.write("home/.config/com.tarnwhistle.run.plist",
+                       "<plist version=\"1.0\"><dict><key>debug</key><true/></dict></plist>");
+    EXPECT_THAT(printed(build, 1), HasSubstr(record("Src root " + build.workingDirectory)));
+    build.arguments.insert(build.arguments.end(), {"-debug", "NO"});
+    EXPECT_THAT(printed(build, 1), Not(HasSubstr("Src root")));
 }
 
 TEST(CacheDSYMs, EndTheRunIfTheFolderCannotBeListed) {

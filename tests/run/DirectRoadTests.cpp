@@ -240,7 +240,7 @@ TEST_F(DirectRoad, ReportsAServiceThatIsDownOrStopsResponding) {
     }
 }
 
-TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
+TEST_F(DirectRoad, ReportsAnArchiveThatIsGone) {
     Service service(build, {201});
     service.beforeAnswer = [&] {
         for (const std::string& path : archivesLeft())
@@ -251,11 +251,16 @@ TEST_F(DirectRoad, ReportsEachFailureOfTheArchive) {
                 ContainsRegex("\n\nOrvane: Uploading dSYM at path " + build.dSYM +
                               "\n\n\nOrvane: Could not delete zipped dSYM at path " + build.products +
                               "/.*\\.zip Error Domain=NSPOSIXErrorDomain Code=2 "));
+}
+
+TEST_F(DirectRoad, ReportsEachFailureOfItsArchiver) {
+    if (!fs::exists(fs::path(build.tool).replace_filename("ditto")))
+        GTEST_SKIP() << "The archiver is the system's.";
+    const Service service(build, {201});
     EXPECT_THAT(printed(build.launch(
                             {"/usr/bin/env", "DWARF_DSYM_FOLDER_PATH=/proc", "DWARF_DSYM_FILE_NAME=version"}),
                         1),
                 HasSubstr(record("Compression of version failed, unable to upload.\n\n")));
-
     replaceArchiver("");
     const std::string archiver = build.folder.path("Orvane.framework/ditto");
     fs::permissions(archiver, fs::perms::none);

@@ -1,5 +1,6 @@
 #include "SampleBuild.h"
 #include "platform/files/Files.h"
+#include "platform/foundation/Format.h"
 #include "platform/process/ProcessTable.h"
 #include "platform/propertylist/PropertyList.h"
 #include "run/Console.h"
@@ -29,12 +30,13 @@ TEST(Arguments, RequireAKeyOfFortyCharacters) {
                                                 {std::string(39, 'k') + "\xFF"}};
     for (const auto& arguments : invalid) {
         build.arguments = arguments;
-        const std::string reason =
+        const char* const reason =
             arguments.empty() ? "Orvane API key not set." : "Orvnae API key not valid.";
-        EXPECT_EQ(printed(build, 1),
-                  versionLine + record("Configuration Issue\n\n" + reason +
-                                       " Your Orvane run script build phase should contain your API key:\n"
-                                       "./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n"));
+        const std::string message = platform::format(
+            "Configuration Issue\n\n%@ Your Orvane run script build phase should contain your API key:\n"
+            "./Orvane.framework/run YOUR_API_KEY YOUR_BUILD_SECRET\n\n",
+            reason);
+        EXPECT_EQ(printed(build, 1), versionLine + record(message));
     }
     build.arguments = {"\u00e9" + std::string(39, 'k')};
     EXPECT_THAT(printed(build, 1), HasSubstr(unanswered));
@@ -97,7 +99,7 @@ TEST(FailedCheck, RequiresABundleIdentifier) {
                                      required);
 }
 
-TEST(DebugDefault, IsReadFromArgumentsAndPreferences) {
+TEST(DebugDefault, IsReadFromTheArguments) {
     SampleBuild build;
     const std::string folder = build.workingDirectory, link = build.folder.path("link");
     fs::create_symlink(folder, link);
@@ -106,9 +108,6 @@ TEST(DebugDefault, IsReadFromArgumentsAndPreferences) {
                               record("Current directory path resolved " + folder) +
                               record("Src root resolved " + folder);
     EXPECT_THAT(printed(build, 1), StartsWith(versionLine + unanswered));
-    build.folder.write("home/.config/com.tarnwhistle.run.plist",
-                       "<plist version=\"1.0\"><dict><key>debug</key><true/></dict></plist>");
-    EXPECT_THAT(printed(build, 1), StartsWith(versionLine + lines));
     build.arguments.insert(build.arguments.end(), {"-v", "-debug", "NO"});
     EXPECT_THAT(printed(build, 1), StartsWith(versionLine + unanswered));
     build.arguments.back() = "YES";

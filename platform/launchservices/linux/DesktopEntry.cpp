@@ -2,6 +2,7 @@
 
 #include "platform/files/Files.h"
 #include "platform/files/UserFolders.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/Path.h"
 #include "platform/launchservices/linux/KeyFile.h"
 
@@ -125,7 +126,7 @@ std::string DesktopEntry::localizedText(const std::string& key) const {
     const std::string place = locale.substr(0, locale.find_first_of(".@"));
     const std::string language = place.substr(0, place.find('_'));
     for (const std::string& one : {place + modifier, place, language + modifier, language})
-        if (std::string translation = text(key + "[" + one + "]"); !translation.empty())
+        if (std::string translation = text(format("%@[%@]", key, one)); !translation.empty())
             return translation;
     return text(key);
 }
