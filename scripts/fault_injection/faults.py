@@ -68,6 +68,7 @@ ERRORS = {
     # Not ECHILD: the kernel returns it only if SIGCHLD is ignored, which the tool prevents. With strace the child
     # would still be running, which the kernel never allows.
     "wait4": "EINTR",
+    "waitid": "EINTR",
     "write": "EIO ENOSPC EINTR EAGAIN EPIPE",
     "writev": "EIO ENOSPC EINTR",
 }
