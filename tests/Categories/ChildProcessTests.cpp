@@ -1,4 +1,5 @@
 #include "Categories/NSTask+Convenience.h"
+#include "platform/foundation/Format.h"
 #include "platform/process/Task.h"
 #include "support/TemporaryFolder.h"
 
@@ -23,7 +24,7 @@ TEST(NSTask, NamesTheSystemsReasonIfAProgramCannotBeStarted) {
         try {
             NSTask::launchWithPath(path, workingDirectory, {}, {}, [](auto&&...) { ADD_FAILURE(); });
         } catch (const platform::LaunchError& error) {
-            EXPECT_EQ(error.what(), "Cannot launch " + path + ": " + reason);
+            EXPECT_EQ(error.what(), platform::format("Cannot launch %@: %@", path, reason));
         }
 }
 
