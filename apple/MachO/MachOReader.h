@@ -13,11 +13,11 @@
 ///
 /// Nothing is copied: slices, commands, UUIDs, paths and sections point into the mapping and are valid until
 /// TWLMachOFileDestroy. Each slice knows how many bytes follow its start in the mapping, because files are
-/// not trusted: the functions that enumerate and search read nothing beyond, and their time is at most
-/// proportional to the file's size. Sizes and counts that are wrong but do not lead out of the file are used
-/// as they are: tools that read this format, such as the service, see the same commands in such a file. If
-/// another process truncates the file while it is mapped, reading beyond the new end raises SIGBUS, as for
-/// every mapping.
+/// not trusted. The functions that enumerate and search read nothing beyond, and their time is limited: it is
+/// at most proportional to the file's size, or that of 65,536 steps if that is more. Sizes and counts that
+/// are wrong but do not lead out of the file are used as they are: tools that read this format, such as the
+/// service, see the same commands in such a file. If another process truncates the file while it is mapped,
+/// reading beyond the new end raises SIGBUS, as for every mapping.
 ///
 /// Two types are named TWLMachOSlice. The record macho::TWLMachOSlice, defined here, points to an image in
 /// the file. The class ::TWLMachOSlice (TWLMachOSlice.h) is the decoded object that is made from the record.

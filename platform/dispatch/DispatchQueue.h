@@ -20,7 +20,7 @@ public:
     /// The concurrent queue of default priority.
     static const DispatchQueue& global();
 
-    /// As given to `serial`.
+    /// As given to `serial`; the system's name of the global queue.
     const std::string& label() const;
 
     /// Returns at once; `step` runs later on another thread.

@@ -11,8 +11,8 @@
 namespace platform {
 namespace {
 
-/// A file in an open folder. The temporary file needs it: its path, which is longer than the file's, may
-/// exceed the system's limit.
+/// A file, named relative to its open folder: the whole path of the temporary file may exceed the system's
+/// limit.
 struct FileInFolder {
     FileDescriptor folder;
     std::string name;

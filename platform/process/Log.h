@@ -14,7 +14,7 @@ namespace platform {
 /// mix.
 void log(std::string_view message);
 
-/// Writes `text` to standard error, with the same guarantees as `log`.
+/// Writes `text` to standard error. Like `log`, it never fails; any thread.
 void writeToStandardError(std::string_view text);
 
 } // namespace platform

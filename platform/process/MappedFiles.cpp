@@ -11,8 +11,8 @@ namespace platform {
 namespace {
 
 extern "C" void endAtLostPage(int signalNumber, siginfo_t* information, void*) {
-    // On arm64, macOS reports BUS_ADRALN. Any other code is a fault of this program: it occurs again, with
-    // the default action, when the handler returns.
+    // macOS on arm64 reports a lost page as BUS_ADRALN. Any other fault is a fault of this program. It occurs
+    // again when the handler returns, and then the default action ends the process.
     if (information->si_code != BUS_ADRERR && information->si_code != BUS_ADRALN) {
         ::signal(signalNumber, SIG_DFL);
         return;

@@ -30,7 +30,7 @@ ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
     refuseImpossiblePlace(_path);
     // Not made from the archive's name, which may be as long as a name can be.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
-    // The failed write reports the file-size limit.
+    // Without the signal, a write beyond the file-size limit fails, and its error is reported.
     ::signal(SIGXFSZ, SIG_IGN);
     _unfinished.emplace(_temporaryPath);
     _file =

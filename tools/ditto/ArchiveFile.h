@@ -12,7 +12,7 @@ namespace ditto {
 
 /// The archive while it is written: a temporary file beside its final path, to which `commit` renames it.
 /// Without `commit`, nothing remains, even if a signal of UnfinishedFile ends the process. Only one object
-/// may exist at a time. All operations throw Failure.
+/// may exist at a time. Operations that fail throw Failure.
 class ArchiveFile {
 public:
     /// Fails if the name is too long for its folder or if `path` exists and is not a regular file.

@@ -10,8 +10,8 @@ namespace {
 
 /// Compressing this many bytes takes milliseconds, a hundred times as long as starting threads.
 constexpr std::size_t worthThreads = std::size_t{128} << 10;
-/// Enough pieces to keep all threads busy with small files. Each piece keeps a file open, so this is at most
-/// half of the limit for open files; the folders above the files need the rest.
+/// Enough pieces to keep all threads busy with small files. Each piece keeps a file open, so this is about
+/// half of the limit for open files. The folders above the files need the rest.
 std::size_t mostJobs() {
     constexpr rlim_t enough = 256;
     rlimit openFiles;

@@ -38,7 +38,7 @@ FormRecord FormRecord::upToFirstNull(FormRecord record) {
 
 MultipartBody::MultipartBody(const std::vector<FormRecord>& records)
     : contentType(format("multipart/form-data; boundary=%@", boundary)) {
-    // Text is collected between the pieces of bytes, so that files are not copied.
+    // What precedes the next file. Files are pieces of their own, so that they are not copied.
     std::string text = "MIME-Version: 1.0\r\n";
     for (const FormRecord& record : records) {
         if (const auto* string = record.value.as<std::string>()) {

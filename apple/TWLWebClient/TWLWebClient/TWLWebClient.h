@@ -31,8 +31,8 @@ public:
 ///
 /// Any thread may call the operations. Failures do not throw: each started request ends with exactly one
 /// callback, whose response contains the error. Asynchronous requests need a running main run loop and may
-/// outlive the client. Do not call an operation that waits from a synchronous callback of the same client: it
-/// would deadlock, so it aborts the process with a message.
+/// outlive the client. A callback of syncStartRequest must not call operations of its client that wait: they
+/// would deadlock, so they abort the process with a message.
 class TWLWebClient {
 public:
     /// `labelPrefix` is the start of the queues' labels: the vendor's reverse-DNS name.

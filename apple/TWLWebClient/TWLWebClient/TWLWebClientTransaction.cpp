@@ -16,7 +16,7 @@ constexpr const char* sourceFile = "apple/TWLWebClient/TWLWebClient/TWLWebClient
 constexpr std::string_view plistContentType = "application/x-plist";
 constexpr std::string_view JSONContentType = "application/json";
 
-/// The content type to decode by, or null. If an answer names both, it is decoded as a property list.
+/// The content type to decode by, or null. A property list takes precedence over JSON.
 std::optional<std::string_view> decodedContentType(const platform::HTTPHeaders& headers) {
     const auto header = headers.find("Content-Type");
     if (header != headers.end())

@@ -11,8 +11,8 @@
 #include <optional>
 #include <string>
 
-/// The result of one request: status, headers, received bytes, decoded body and error. The transaction writes
-/// it; the callback reads it after the last write, without a lock.
+/// The result of one request: status, headers, received bytes, decoded body and error. The transaction
+/// and the client's check of the status write it before the caller's callback reads it, without a lock.
 class TWLWebResponse {
 public:
     /// The URL of the request.

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-/// Runs one program to its end. These operations belong to the platform's process class (platform::Task),
-/// but C++ cannot add operations to a class, so they are static functions of a class with its name.
+/// Runs one program to its end. These operations extend platform::Task, which stands for the system's class
+/// NSTask. C++ cannot add operations to a class, so they are static functions of this class.
 ///
 /// Each operation blocks the calling thread until the child has exited. Any thread. The path is used
 /// unchanged: no shell, no search path. The child's three standard streams are new pipes. Its standard input

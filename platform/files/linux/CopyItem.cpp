@@ -84,7 +84,7 @@ private:
             openToRead(from.folder, from.name, status, O_DIRECTORY | O_NOFOLLOW);
         if (!fromFolder)
             return posixError(errno, "open", from.path);
-        // The listing of the source would find the copies and never end.
+        // The copies would be copied again, until a path is too long.
         if (_destination && status.st_dev == _destination->st_dev && status.st_ino == _destination->st_ino)
             return posixError(EINVAL, "copy a folder into itself:", from.path);
 

@@ -13,8 +13,8 @@ namespace platform {
 /// Does not block.
 Data readKeyFile(const std::string& path);
 
-/// The value of a key, without surrounding blanks; empty if there is none. If a key occurs several times,
-/// the last value is used. Points into `file`.
+/// The value of a key, without surrounding blanks; empty if there is none or if it is longer than 16 KiB.
+/// If a key occurs several times, the last value is used. Points into `file`.
 std::string_view keyFileValue(const Data& file, std::string_view group, std::string_view key);
 
 } // namespace platform

@@ -91,9 +91,9 @@ std::vector<Candidate> candidatesFor(const std::string& type, const std::vector<
     return candidates;
 }
 
-/// The entry that `candidate` selects, if it can open `url`. An entry that cannot be used leaves the
-/// identifier to the folders after its own: a user may have removed a program that is installed for all users
-/// too. A hidden entry ends the search, because users hide an application in this way.
+/// The entry that `candidate` selects, if it can open `url`. If an entry cannot be used, the next folders are
+/// searched: a user may have removed a program that is installed for all users too. A hidden entry ends the
+/// search, because users hide an application in this way.
 std::optional<DesktopEntry> usableEntry(const Candidate& candidate, const std::vector<Folder>& folders,
                                         const URL& url) {
     std::span<const URL> urls(&url, 1);

@@ -14,7 +14,7 @@
 
 namespace platform {
 
-/// Ends an exchange because its answer is not acceptable. `result` is the nearest one of libcurl.
+/// Ends an exchange because its answer is not acceptable. `result` is the closest code of libcurl.
 struct AnswerRefusal : std::exception {
     AnswerRefusal(CURLcode why, std::string text) : result(why), reason(std::move(text)) {}
     CURLcode result;

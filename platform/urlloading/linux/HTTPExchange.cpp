@@ -144,7 +144,7 @@ void HTTPExchange::setCallbacks() {
     _handle.set(CURLOPT_VERBOSE, 1L);
 }
 
-/// Begins a phase up to the TLS handshake, or extends the time for it.
+/// Sets a phase before Phase::sending, and libcurl's time limit for that phase.
 void HTTPExchange::enter(Phase phase) {
     _progress.phase = phase;
     _handle.set(CURLOPT_CONNECTTIMEOUT_MS, _progress.connectTimeout());

@@ -12,8 +12,7 @@ namespace platform {
 namespace {
 
 /// How a failure is reported: "<what>: <reason>. <advice>". "%h" stands for the server, "%p" for the proxy,
-/// and
-/// "%t" for the one of them with which the exchange sets up TLS.
+/// and "%t" for the one of them with which the exchange sets up TLS.
 struct Report {
     URLErrorCode code;
     const char* what;

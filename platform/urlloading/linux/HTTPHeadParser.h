@@ -20,8 +20,8 @@ public:
     /// Takes one line, with or without its line break. True if it completes `head`; another one may follow.
     bool addLine(std::string_view line);
 
-    /// The head that is being parsed or was parsed last. Header names and values are UTF-8: bytes that are
-    /// not are read as ISO 8859-1.
+    /// The head that is being parsed or was parsed last. Header names and values are UTF-8: a name or
+    /// value that is not is read as ISO 8859-1.
     const HTTPResponseHead& head() const { return _head; }
 
 private:

@@ -28,9 +28,9 @@ public:
     /// The open sockets. More than one while libcurl tries several addresses.
     std::vector<curl_socket_t> sockets;
 
-    /// Whether there has been no progress for the limit: neither `phase` nor the number of bytes that the
-    /// peers of the sockets have acknowledged and sent has changed. Checks only after checkInterval, because
-    /// a caller that is woken often need not read that number each time.
+    /// Whether there has been no progress for the constructor's `limit`. Progress is a new `phase`, or bytes
+    /// that a peer has acknowledged or sent. Reads the number of bytes at most once in each checkInterval,
+    /// because the caller may be woken often.
     bool isStalled(Clock::time_point now);
     /// The error of a stall in the present phase. `host` is for its description.
     Error stallError(const std::string& host) const;

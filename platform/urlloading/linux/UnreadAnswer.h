@@ -6,9 +6,9 @@
 
 namespace platform {
 
-/// Takes the bytes that the peer sent before it reset the connection of `socket`, and that nobody has read.
-/// If `tls` is not null, they are decrypted by it. libcurl drops them if it notices the reset while it
-/// sends. Afterwards, `tls` is not connected to the socket. Empty if the connection is not reset.
+/// Takes the bytes that the peer sent before it reset the connection of `socket`, and that nobody has read:
+/// libcurl drops them if it notices the reset while it sends. If `tls` is not null, it decrypts the bytes and
+/// is not connected to the socket after the call. Empty if the connection is not reset.
 std::string takeUnreadAnswer(int socket, SSL* tls);
 
 } // namespace platform

@@ -18,14 +18,14 @@ bool isSameAddress(NSURL* a, NSURL* b);
 /// The error of a request that was redirected.
 Error redirectedRequest(const std::optional<URL>& url);
 
-/// Checks an answer while it arrives, by the same rules on both roads.
+/// Checks the answer of an asynchronous or synchronous exchange.
 class AnswerCheck {
 public:
     /// `request` must outlive the object. `sent` is the request that the system was given.
     AnswerCheck(const URLRequest& request, NSURLRequest* sent) : _request(request), _sent(sent) {}
 
-    /// The head of the answer. Nothing if `response` is none, is from another address or is not the first
-    /// one.
+    /// The head of the answer. Nothing if `response` is not an HTTP response, is from another address or is
+    /// not the first one.
     std::optional<HTTPResponseHead> head(NSURLResponse* response);
 
     /// The part of the next bytes of the body that belongs to the answer and is within the request's limit.
