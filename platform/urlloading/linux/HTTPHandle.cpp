@@ -3,19 +3,23 @@
 #include "platform/foundation/ASCII.h"
 #include "platform/foundation/Format.h"
 
+#include <openssl/crypto.h>
+
 namespace platform {
 
 // Large buffers need fewer turns of the transfer loop for a long body.
 constexpr long bufferSize = 128L * 1024;
 
-/// libcurl's global set-up, which it needs once before any other call.
-static CURLcode setUpLibrary() {
-    static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+/// The libraries' global set-up, which is needed once before any other call.
+static CURLcode setUpLibraries() {
+    // The system frees the memory of a process that ends. OpenSSL takes longer.
+    static const bool isTLSReady = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+    static const CURLcode result = isTLSReady ? curl_global_init(CURL_GLOBAL_DEFAULT) : CURLE_FAILED_INIT;
     return result;
 }
 
 HTTPHandle::HTTPHandle(const URLRequest& request)
-    : _result(setUpLibrary()), _easy(curl_easy_init(), &curl_easy_cleanup) {
+    : _result(setUpLibraries()), _easy(curl_easy_init(), &curl_easy_cleanup) {
     if (!_easy && _result == CURLE_OK)
         _result = CURLE_FAILED_INIT;
     setTransport();
