@@ -7,13 +7,13 @@
 ///
 /// libdeflate marks the last block of each stream as final, cannot flush, and does not report where that
 /// block starts. So this code parses the stream from its start and clears the mark. Solutions with less code
-/// take at least a fifth more of the archiver's time (328 MB of DWARF in pieces of 1 MiB, processor time for
-/// compressing and joining, measured by bench/archiver):
+/// take at least an eighth more of the archiver's time (321 MB of DWARF in pieces of 1 MiB, processor time
+/// for compressing and joining, measured by bench/archiver):
 ///
-///     libdeflate, this code                                    2.7 + 0.4 s   101.8 MB
-///     libdeflate, zlib's inflate(Z_BLOCK) parses the stream    2.7 + 1.0 s   101.8 MB
-///     zlib at level 4 with deflate(Z_SYNC_FLUSH)               5.1 s         102.9 MB
-///     zlib at level 6 with deflate(Z_SYNC_FLUSH)               12.3 s        100.3 MB
+///     libdeflate, this code                                    1.8 + 0.3 s    90.9 MB
+///     libdeflate, zlib's inflate(Z_BLOCK) parses the stream    1.8 + 0.5 s    90.9 MB
+///     zlib at level 4 with deflate(Z_SYNC_FLUSH)               2.9 s          92.8 MB
+///     zlib at level 6 with deflate(Z_SYNC_FLUSH)               8.1 s          89.8 MB
 namespace ditto {
 
 /// The number of bytes after a stream that `continueDeflateStream` may read. They may have any value.
