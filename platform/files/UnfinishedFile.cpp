@@ -21,8 +21,8 @@ std::atomic<pid_t> workingChild = 0;
 static_assert(std::atomic<const char*>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
 pthread_t ownerThread;
 
-/// Sends the signal that this process got: the child does not ignore it, because ignored signals are
-/// inherited and this process handles it.
+/// Sends the child the signal that this process got. The child does not ignore that signal: it inherited only
+/// the ignored signals, and this one is handled.
 void endChild(pid_t child, int signalNumber) {
     ::kill(child, signalNumber);
     for (int waited = 0; waited < childPatienceMilliseconds; waited += pollIntervalMilliseconds) {
@@ -36,7 +36,7 @@ void endChild(pid_t child, int signalNumber) {
 
 // All calls in it are safe in a signal handler (signal-safety(7)).
 extern "C" void cleanUpAndEnd(int signalNumber) {
-    // If the owner could continue meanwhile, it would see the child end and report that as a failure.
+    // The owner runs the rest. If it went on, it would see that the child ended and report a failure.
     if (!pthread_equal(pthread_self(), ownerThread)) {
         pthread_kill(ownerThread, signalNumber);
         return;

@@ -11,7 +11,7 @@ void prepareStandardStreams() {
         if (fcntl(stream, F_GETFD) == -1)
             // open returns the lowest free number, which is the number of the closed stream.
             static_cast<void>(::open("/dev/null", O_RDWR));
-    // The failed write reports an error instead.
+    // Without these signals, a write that fails returns an error.
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
 }

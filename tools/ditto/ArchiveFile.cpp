@@ -28,7 +28,7 @@ void refuseImpossiblePlace(const std::string& path) {
 
 ArchiveFile::ArchiveFile(std::string path) : _path(std::move(path)) {
     refuseImpossiblePlace(_path);
-    // Not made from the archive's name, which may be as long as a name can be.
+    // A short name: the archive's name may be as long as a name can be.
     _temporaryPath = _path.substr(0, _path.rfind('/') + 1) + ".ditto-" + platform::makeUUIDString();
     // Without the signal, a write beyond the file-size limit fails, and its error is reported.
     ::signal(SIGXFSZ, SIG_IGN);

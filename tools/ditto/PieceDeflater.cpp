@@ -14,8 +14,8 @@
 namespace ditto {
 namespace {
 
-/// The check after the last piece would detect every change. The checks after other pieces stop early for a
-/// large file.
+/// Called after each piece. The call after the last piece finds every change; the earlier ones only end the
+/// work on a large file sooner.
 void refuseChanged(const SourceFile& file) {
     struct stat status;
     if (fstat(file.descriptor.get(), &status) != 0)

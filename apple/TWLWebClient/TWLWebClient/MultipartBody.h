@@ -17,8 +17,8 @@ struct FormRecord {
     /// Used in file parts only.
     std::optional<std::string> fileName;
 
-    /// The record without the members that follow its first null member. Services recognise an incomplete
-    /// field by the part that results: a file without a type also loses its name, which is sent as "(null)".
+    /// The record without the members that follow its first null member. A file
+    /// without a type thus also loses its name, which is sent as "(null)". Services expect that.
     static FormRecord upToFirstNull(FormRecord record);
 };
 

@@ -94,7 +94,7 @@ private:
         _closed = true;
         dropped.swap(_steps);
         _wake.notify_all();
-        // The caller is a thread of the pool if a step called exit.
+        // If a step called exit, the caller is itself a thread of the pool.
         _changed.wait(lock, [this] { return _present == (isWorker ? 1 : 0); });
         for (std::thread& thread : _threads)
             thread.detach();

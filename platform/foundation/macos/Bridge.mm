@@ -18,7 +18,7 @@ std::string textFrom(NSString* string) {
     return decodeWideText(bytes, sizeof(char16_t), false).text;
 }
 
-/// Null if the object is of another kind.
+/// Converts a string, number, URL or error. Null for other objects.
 static Value informationFrom(id object) {
     if ([object isKindOfClass:NSString.class])
         return textFrom(object);

@@ -13,8 +13,8 @@
 namespace platform {
 namespace {
 
-/// Whether the system has no record for this caller. That includes a lack of descriptors, which can last: the
-/// caller repeats a failed call until it succeeds.
+/// Whether the system has no record for this caller. A lack of descriptors counts too: it can last for ever,
+/// and callers repeat other failed calls until they succeed.
 bool saysThatThereIsNoRecord(int errorNumber) {
     return errorNumber == ENOENT || errorNumber == ESRCH || errorNumber == EACCES || errorNumber == EPERM ||
            errorNumber == EMFILE || errorNumber == ENFILE;

@@ -24,7 +24,7 @@ struct HTTPExchange::Callbacks {
         try {
             return step(self);
         } catch (...) {
-            // Translated later: an error text needs memory, which may be what is missing.
+            // The error is made later: its text needs memory, which may be lacking now.
             if (!self._exception)
                 self._exception = std::current_exception();
         }
@@ -33,7 +33,7 @@ struct HTTPExchange::Callbacks {
 
     static std::size_t headerFunction(char* bytes, std::size_t, std::size_t count, void* exchange) {
         return guarded(exchange, std::size_t(0), [&](HTTPExchange& self) {
-            // Before the request is sent, only a proxy answers, about the tunnel.
+            // An answer before the request is sent is that of a proxy about the tunnel.
             const bool isHead =
                 self._answer.addLine({bytes, count}) && self._progress.phase >= Phase::sending;
             return !isHead || self.beginAnswer() ? count : 0;
@@ -203,7 +203,7 @@ void HTTPExchange::readUnreadAnswer() {
     const std::string bytes =
         takeUnreadAnswer(_progress.sockets.front(), tls ? static_cast<SSL*>(tls->internals) : nullptr);
     std::string_view rest = bytes;
-    // libcurl may have read the beginning.
+    // libcurl may have read the beginning of the answer.
     if (!rest.starts_with("HTTP/1."))
         return;
     while (!_answer.hasHead()) {

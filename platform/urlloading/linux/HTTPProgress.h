@@ -37,7 +37,8 @@ public:
 
     /// The value of CURLOPT_CONNECTTIMEOUT_MS in the present phase. libcurl counts it from the start of the
     /// exchange, applies it until TLS is set up, and divides the time that is left among the addresses of the
-    /// host. So it moves on while the name is looked up, and ends when a connection is made.
+    /// host. So the value grows while the name is looked up, and there is no limit once TLS
+    /// is being set up: `isStalled` then decides.
     long connectTimeout() const;
 
 private:
