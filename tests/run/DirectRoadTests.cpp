@@ -66,14 +66,9 @@ public:
         return names;
     }
 
-    /// Called before each answer.
-    std::function<void()> beforeAnswer = [] {
-    };
-
 private:
     support::HTTPAnswer answer(const HTTPRequest& request) {
         const std::scoped_lock lock(_mutex);
-        beforeAnswer();
         _requests.push_back(request);
         support::HTTPAnswer answer;
         answer.status = _statuses[std::min(_requests.size(), _statuses.size()) - 1];
@@ -153,8 +148,6 @@ TEST_F(DirectRoad, SendsBothRequests) {
         {"X-Tarnwhistle-API-Client-Build-Version", toolBuildVersion()},
         {"X-Tarnwhistle-API-Client-Display-Version", toolVersion()},
         {"Content-Type", "multipart/form-data; boundary=AaB03x"},
-        {"Accept", "application/json, application/x-plist"},
-        {"Expect", ""},
     };
     for (const HTTPRequest& request : {registration, upload})
         for (const auto& [name, value] : headers)
@@ -185,17 +178,6 @@ Content-Transfer-Encoding: binary
 )");
 }
 
-TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
-    const Service service(build, {500, 201});
-    const support::EnvironmentVariable endpoint("ORVANE_TEST_API_ENDPOINT",
-                                                build.environment["ORVANE_TEST_API_ENDPOINT"]);
-    const BuildSettings settings(build.environment.begin(), build.environment.end());
-    EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, /*isBuildServer=*/false,
-                                /*isFinalAttempt=*/false));
-    ASSERT_EQ(service.requests().size(), 2u);
-    EXPECT_THAT(service.requests()[1].body, Not(HasSubstr("build server")));
-}
-
 TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
     const std::string onboarding = "\n\nOrvane: Could not be onboarded statusCode ";
     const std::string uploaded = "\n\nOrvane: Sample App.app.dSYM uploaded statusCode ";
@@ -209,8 +191,7 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
         {64, {200, 200}, 0, uploaded + "200\n"},
         {63, {204, 300}, 0, onboarding + "204\n" + uploaded + "300\n"},
         {65, {500, 301, 201}, 0, onboarding + "500\n" + uploaded + "201\n"},
-        {64, {201, 500, 301}, 1, refused + "301\n"},
-        {64, {201, 413, 401}, 1, refused + "401\n"},
+        {64, {201, 500, 401}, 1, refused + "401\n"},
     };
     for (const auto& [secretSize, answers, status, messages] : cases) {
         const Service service(build, answers);
@@ -223,29 +204,23 @@ TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
     }
 }
 
-TEST_F(DirectRoad, ReportsAServiceThatIsDownOrStopsResponding) {
+TEST_F(DirectRoad, ReportsAServiceThatIsDownOrClosesItsConnections) {
     const std::string failure = "could not be uploaded statusCode 0 Error Domain=NSURLErrorDomain Code=";
     EXPECT_THAT(printed(build, 1), ContainsRegex(failure + "-1004 \".*127\\.0\\.0\\.1.*\"\nUUID:1111"));
-    // The connections that the server closes before it keeps one open, and the code of the last failure.
-    const std::pair<int, std::string> cases[] = {{2, "-1005 "}, {1, "-1001 "}};
-    for (const auto& [closings, code] : cases) {
-        std::atomic<int> left = closings;
-        const support::ScriptedServer server([&](support::ScriptedServer::Peer& peer) {
-            const bool hangs = left-- == 0;
-            peer.readUntil(hangs ? "what no run sends" : "code_mapping[file]");
-        });
-        build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
-        EXPECT_THAT(printed(build, 1), HasSubstr(failure + code));
-        EXPECT_TRUE(archivesLeft().empty());
-    }
+    const support::ScriptedServer closing(
+        [](support::ScriptedServer::Peer& peer) { peer.readUntil("code_mapping[file]"); });
+    build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = closing.url("");
+    EXPECT_THAT(printed(build, 1), HasSubstr(failure + "-1005 "));
+    EXPECT_TRUE(archivesLeft().empty());
 }
 
 TEST_F(DirectRoad, ReportsAnArchiveThatIsGone) {
-    Service service(build, {201});
-    service.beforeAnswer = [&] {
+    const support::HTTPServer server([&](const HTTPRequest&) {
         for (const std::string& path : archivesLeft())
             fs::remove(path);
-    };
+        return support::HTTPAnswer{201};
+    });
+    build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
     build.arguments.insert(build.arguments.end(), {"-debug", "YES"});
     EXPECT_THAT(printed(build, 0),
                 ContainsRegex("\n\nOrvane: Uploading dSYM at path " + build.dSYM +
@@ -257,10 +232,6 @@ TEST_F(DirectRoad, ReportsEachFailureOfItsArchiver) {
     if (!fs::exists(fs::path(build.tool).replace_filename("ditto")))
         GTEST_SKIP() << "The archiver is the system's.";
     const Service service(build, {201});
-    EXPECT_THAT(printed(build.launch(
-                            {"/usr/bin/env", "DWARF_DSYM_FOLDER_PATH=/proc", "DWARF_DSYM_FILE_NAME=version"}),
-                        1),
-                HasSubstr(record("Compression of version failed, unable to upload.\n\n")));
     replaceArchiver("");
     const std::string archiver = build.folder.path("Orvane.framework/ditto");
     fs::permissions(archiver, fs::perms::none);
@@ -277,22 +248,12 @@ TEST_F(DirectRoad, ReportsEachFailureOfItsArchiver) {
     } cases[] = {
         {"echo no space >&2; exit 3", 1, record(archiver + " ended with status 3\nno space\n") + failed},
         {"exit 0", 1, noData},
-        {"mkdir \"$5\"", 1, ".zip: Is a directory\"\n" + noData},
         {"test \"$*\" = \"-c -k --keepParent $DWARF_DSYM_FOLDER_PATH/$DWARF_DSYM_FILE_NAME $5\" && echo PK >\"$5\"",
          0, "uploaded statusCode 201"},
     };
     for (const auto& [script, status, message] : cases) {
         replaceArchiver(script);
         EXPECT_THAT(printed(build, status), HasSubstr(message)) << script;
-    }
-}
-
-/// Waits until `condition` holds. Fails the test after 30 seconds.
-void waitUntil(const std::function<bool()>& condition) {
-    const auto began = std::chrono::steady_clock::now();
-    while (!condition()) {
-        ASSERT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
 }
 
@@ -313,7 +274,6 @@ TEST_F(DirectRoad, ReportsAnArchiveThatIsTruncatedDuringTheUpload) {
 }
 
 TEST_F(DirectRoad, LeavesNothingBehindIfASignalEndsIt) {
-    enum class Stage { sending, archiving, stubbornArchiver };
     const auto productCount = [&] {
         return platform::namesInDirectory(build.products)->size();
     };
@@ -324,39 +284,35 @@ TEST_F(DirectRoad, LeavesNothingBehindIfASignalEndsIt) {
         peer.readUntil("what no run sends");
     });
     build.environment["ORVANE_TEST_SYMBOLS_ENDPOINT"] = server.url("");
-    const auto end = [&](Stage stage, int signal) {
+    const auto end = [&](bool whileSending, int signal) {
         isSending = false;
         // An archiver does not finish a file of 1 TiB during the test.
         fs::resize_file(build.dSYM + "/Contents/Resources/DWARF/Sample App",
-                        stage == Stage::sending ? 10'000 : std::uintmax_t{1} << 40);
+                        whileSending ? 10'000 : std::uintmax_t{1} << 40);
         support::ChildProcess run(build.launch());
         const pid_t group = run.identifier();
-        waitUntil([&] { return stage == Stage::sending ? isSending.load() : productCount() > countBefore; });
+        for (int waits = 0; whileSending ? !isSending : productCount() == countBefore; ++waits) {
+            ASSERT_LT(waits, 6000);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
         run.kill(signal);
         const support::Ending ending = run.wait();
-        EXPECT_EQ(ending.status, 128 + signal) << (stage == Stage::sending ? "sending" : "archiving");
+        EXPECT_EQ(ending.status, 128 + signal) << "while sending: " << whileSending;
         EXPECT_EQ(ending.standardError.find("Compression"), std::string::npos);
         EXPECT_EQ(productCount(), countBefore);
         EXPECT_EQ(kill(-group, 0), -1) << "the archiver still runs";
     };
     for (const int signal : {SIGHUP, SIGINT, SIGTERM})
-        for (const Stage stage : {Stage::sending, Stage::archiving})
-            end(stage, signal);
+        for (const bool whileSending : {true, false})
+            end(whileSending, signal);
     replaceArchiver("trap '' HUP INT TERM; echo PK >\"$5\"; exec sleep 60");
-    end(Stage::stubbornArchiver, SIGTERM);
+    end(/*whileSending=*/false, SIGTERM);
 }
 
 TEST_F(DirectRoad, IgnoresASignalThatItsStarterIgnores) {
-    Service service(build, {201});
-    std::atomic<pid_t> tool = 0;
-    service.beforeAnswer = [&] {
-        waitUntil([&] { return tool != 0; });
-        kill(tool, SIGHUP);
-    };
-    support::ChildProcess run(build.launch({"/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh"}));
-    tool = run.identifier();
-    EXPECT_EQ(run.wait().status, 0);
-    EXPECT_EQ(service.archives().size(), 1u);
+    const Service service(build, {201});
+    replaceArchiver("kill -HUP $PPID; echo PK >\"$5\"");
+    printed(build.launch({"/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh"}), 0);
 }
 
 TEST_F(DirectRoad, AcceptsAnyExecutableAndIdentifier) {
