@@ -1,7 +1,6 @@
 #include "Categories/MD5.h"
 #include "SampleBuild.h"
 #include "platform/files/Files.h"
-#include "platform/foundation/Format.h"
 #include "platform/propertylist/PropertyList.h"
 #include "run/DSYMCache.h"
 #include "run/FrameworkProbes.h"
@@ -66,10 +65,8 @@ TEST_F(CompanionRoad, IsTakenIfTheCompanionOrXcodeIsThereButNotBelowXcodeBots) {
         std::vector<std::string> parents;
         std::string messages;
     } cases[] = {
-        {"/none", {}, "0\n" + fromElsewhere},
         {"/none", {"Xcode-beta"}, "0\n" + fromElsewhere},
         {"/none", {"Xcode", "a (b) c\n)"}, "0\n" + fromXcode},
-        {"/none", {"xcsbuildd"}, "1\n" + unanswered},
         {desktop, {"Xcode", "xcsbuildd"}, "1\n" + unanswered},
         {desktop, {}, "0\n" + opened},
     };
@@ -168,16 +165,11 @@ TEST_F(CompanionRoad, OpensTheSignUpPageIfNoCompanionOpens) {
     build.folder.write("home/.config/mimeapps.list",
                        "[Default Applications]\nx-scheme-handler/https=browser.desktop\n");
     build.environment["XDG_DATA_DIRS"] = build.folder.path("home/.local/share");
-    const std::pair<std::string, std::string> programs[] = {
-        {"#!/nowhere/to/be/found\n", "No such file or directory\n"},
-        {"\xCF\xFA\xED\xFE", "Exec format error\n"}};
-    for (const auto& [bytes, reason] : programs) {
-        const std::string path = build.folder.write("program", bytes);
-        std::filesystem::permissions(path, std::filesystem::perms::all);
-        install("203", path);
-        EXPECT_THAT(printed(build, 1), EndsWith(platform::format("Linux/Orvane: %@%@", reason, signUp)));
-        EXPECT_THAT(reports.next(), StartsWith("Opened: https://tarnwhistle.example/sign-up\n"));
-    }
+    const std::string program = build.folder.write("program", "#!/nowhere/to/be/found\n");
+    std::filesystem::permissions(program, std::filesystem::perms::all);
+    install("203", program);
+    EXPECT_THAT(printed(build, 1), EndsWith("Linux/Orvane: No such file or directory\n" + signUp));
+    EXPECT_THAT(reports.next(), StartsWith("Opened: https://tarnwhistle.example/sign-up\n"));
     install("202");
     build.environment["XCODE_VERSION_ACTUAL"] = "raw in the URL, which then is none";
     EXPECT_EQ(printed(build, 1), versionLine + signUp);
@@ -205,8 +197,7 @@ TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
 }
 
 TEST_F(CompanionRoad, UsesACacheFolderForEachEndpoint) {
-    const std::pair<std::string, std::string> endpoints[] = {{"<string/>", ""},
-                                                             {"<integer>7</integer>", nobodyListens},
+    const std::pair<std::string, std::string> endpoints[] = {{"<integer>7</integer>", nobodyListens},
                                                              {"<string>../../..</string>", "../../.."}};
     for (const auto& [value, endpoint] : endpoints) {
         build.writeInfoPlist(

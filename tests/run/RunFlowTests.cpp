@@ -22,10 +22,8 @@ using namespace testing;
 
 TEST(Arguments, RequireAKeyOfFortyCharacters) {
     SampleBuild build;
-    const std::vector<std::string> invalid[] = {{},
-                                                {std::string(41, 'k')},
-                                                {"\u00e9" + std::string(38, 'k')},
-                                                {std::string(39, 'k') + "\xFF"}};
+    const std::vector<std::string> invalid[] = {
+        {}, {std::string(41, 'k')}, {"\u00e9" + std::string(38, 'k')}, {std::string(39, 'k') + "\xFF"}};
     for (const auto& arguments : invalid) {
         build.arguments = arguments;
         const char* const reason =
@@ -146,26 +144,23 @@ TEST(Console, DoesNotMixRecordsOfThreadsAndProcesses) {
         for (int i = 0; i < 50; ++i)
             TWLLog("%@", texts[i % 2]);
     };
-    for (const bool isPipe : {true, false}) {
-        std::FILE* const stream =
-            isPipe ? popen(("cat >" + path).c_str(), "w") : std::fopen(path.c_str(), "w");
-        std::vector<pid_t> processes(4);
-        for (pid_t& process : processes)
-            if (process = fork(); process == 0) {
-                dup2(fileno(stream), STDERR_FILENO);
-                { const support::JoiningThread first(logAll), second(logAll), third(logAll); }
-                _exit(0);
-            }
-        for (const pid_t process : processes)
-            waitpid(process, nullptr, 0);
-        isPipe ? pclose(stream) : std::fclose(stream);
-        const std::string log(platform::readFile(path)->bytes());
-        for (const std::string& text : texts) {
-            int count = 0;
-            for (std::size_t at = 0; (at = log.find("] " + record(text), at)) != std::string::npos; ++at)
-                ++count;
-            EXPECT_EQ(count, 4 * 3 * 25) << isPipe << text.substr(0, 5);
+    std::FILE* const stream = popen(("cat >" + path).c_str(), "w");
+    std::vector<pid_t> processes(4);
+    for (pid_t& process : processes)
+        if (process = fork(); process == 0) {
+            dup2(fileno(stream), STDERR_FILENO);
+            { const support::JoiningThread first(logAll), second(logAll), third(logAll); }
+            _exit(0);
         }
+    for (const pid_t process : processes)
+        waitpid(process, nullptr, 0);
+    pclose(stream);
+    const std::string log(platform::readFile(path)->bytes());
+    for (const std::string& text : texts) {
+        int count = 0;
+        for (std::size_t at = 0; (at = log.find("] " + record(text), at)) != std::string::npos; ++at)
+            ++count;
+        EXPECT_EQ(count, 4 * 3 * 25) << text.substr(0, 5);
     }
 }
 
