@@ -1,6 +1,5 @@
 #include "ExchangeFixture.h"
-#include "support/ScriptedServer.h"
-#include "support/SecureServer.h"
+#include "support/HTTPServer.h"
 
 #include <dlfcn.h>
 #include <poll.h>
@@ -31,6 +30,16 @@ extern "C" ssize_t send(int socket, const void* bytes, std::size_t count, int fl
 
 namespace {
 
+const std::string certificates = ORVANE_TEST_CERTIFICATES "/";
+
+/// Makes an HTTPServer an HTTPS server, which may demand a client certificate.
+std::unique_ptr<httplib::Server> withCertificate(const std::string& name, bool demandsClient = false) {
+    const std::string own = certificates + name, key = certificates + "key.pem",
+                      clients = certificates + "other.pem";
+    return std::make_unique<httplib::SSLServer>(own.c_str(), key.c_str(),
+                                                demandsClient ? clients.c_str() : nullptr);
+}
+
 class TLSExchange : public Exchange {};
 INSTANTIATE_BOTH_ROADS(TLSExchange);
 
@@ -43,22 +52,21 @@ TEST_P(TLSExchange, TrustsOnlyCertificatesThatAreValidForTheHost) {
         const char* trusted;
         ErrorMatcher error;
         std::string certificate = "valid.pem";
-        ClientCertificate client = ClientCertificate::ignored;
+        bool demandsClient = false;
         int questions = 1;
     } cases[] = {
         {"valid", "valid.pem", ""},
         {"untrusted", "other.pem", untrusted},
         {"other host", "localhost.pem", untrusted, "localhost.pem"},
-        {"client certificate", "valid.pem", nameless, "valid.pem", ClientCertificate::required},
+        {"client certificate", "valid.pem", nameless, "valid.pem", true},
         {"missing store; the exchange fails before the question", "missing.pem",
-         failure(URLErrorCode::secureConnectionFailed, "missing.pem"), "valid.pem",
-         ClientCertificate::ignored, 0},
+         failure(URLErrorCode::secureConnectionFailed, "missing.pem"), "valid.pem", false, 0},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.name);
         const HTTPServer server([](const HTTPRequest&) { return HTTPAnswer{}; },
-                                secureServer(one.certificate, one.client));
-        const EnvironmentVariable trusted("SSL_CERT_FILE", certificatePath(one.trusted));
+                                withCertificate(one.certificate, one.demandsClient));
+        const EnvironmentVariable trusted("SSL_CERT_FILE", certificates + one.trusted);
         const bool wrongAnswer = one.error.Matches("");
         int asked = 0;
         const auto request = TWLWebRequest::requestWithMethod("GET", "");
@@ -78,8 +86,8 @@ TEST_P(TLSExchange, ReadsTheAnswerOfAServerThatResetsTheConnection) {
     const auto answer = [](const HTTPRequest&) {
         return HTTPAnswer{};
     };
-    const HTTPServer plain(answer), secure(answer, secureServer("valid.pem"));
-    const EnvironmentVariable trusted("SSL_CERT_FILE", certificatePath("valid.pem"));
+    const HTTPServer plain(answer), secure(answer, withCertificate("valid.pem"));
+    const EnvironmentVariable trusted("SSL_CERT_FILE", certificates + "valid.pem");
     for (const HTTPServer* server : {&plain, &secure}) {
         const auto request = TWLWebRequest::requestWithMethod("POST", "");
         request->addValueForHTTPHeaderField("413", rejectionHeader);
@@ -91,17 +99,6 @@ TEST_P(TLSExchange, ReadsTheAnswerOfAServerThatResetsTheConnection) {
         EXPECT_EQ(response->statusCode(), 413u);
         EXPECT_EQ(response->responseData(), Data("rejected"));
     }
-}
-
-TEST_P(TLSExchange, ReportsAProxyThatAsksForAuthentication) {
-    const ScriptedServer proxy([](const ScriptedServer::Peer& peer) {
-        peer.readUntil("\r\n\r\n");
-        peer.send("HTTP/1.1 407 Who?\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n");
-    });
-    const EnvironmentVariable variable("https_proxy", proxy.url());
-    const auto response = get("https://service.invalid/");
-    EXPECT_EQ(errorOf(*response), isAsynchronous() ? challenge : "");
-    EXPECT_EQ(response->statusCode(), isAsynchronous() ? 0u : 407u);
 }
 
 } // namespace

@@ -28,7 +28,7 @@ class HTTPServer {
 public:
     using Handler = std::function<HTTPAnswer(const HTTPRequest&)>;
 
-    /// With the result of secureServer, an HTTPS server.
+    /// With `secure`, an HTTPS server.
     explicit HTTPServer(Handler handler, std::unique_ptr<httplib::Server> secure = nullptr);
     ~HTTPServer();
 
