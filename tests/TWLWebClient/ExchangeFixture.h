@@ -10,16 +10,10 @@
 
 using ErrorMatcher = testing::Matcher<std::string>;
 
-enum class Road { synchronous, asynchronous };
-
-inline void PrintTo(Road road, std::ostream* out) {
-    *out << (road == Road::asynchronous ? "Asynchronous" : "Synchronous");
-}
-
-/// Exchanges on both roads. The parameter is the road.
-class Exchange : public testing::TestWithParam<Road> {
+/// Exchanges on both roads. The parameter tells whether the road is the asynchronous one.
+class Exchange : public testing::TestWithParam<bool> {
 protected:
-    static bool isAsynchronous() { return GetParam() == Road::asynchronous; }
+    static bool isAsynchronous() { return GetParam(); }
 
     /// Sends `request` and waits for its response and for the end of its connection.
     static std::shared_ptr<TWLWebResponse> exchange(const std::string& url,
@@ -53,8 +47,9 @@ private:
 
 /// Runs the tests of the fixture `Suite` on both roads.
 #define INSTANTIATE_BOTH_ROADS(Suite)                                                                        \
-    INSTANTIATE_TEST_SUITE_P(Both, Suite, testing::Values(Road::synchronous, Road::asynchronous),            \
-                             testing::PrintToStringParamName())
+    INSTANTIATE_TEST_SUITE_P(Both, Suite, testing::Bool(), [](const auto& tested) {                          \
+        return tested.param ? "Asynchronous" : "Synchronous";                                                \
+    })
 
 /// Empty without an error.
 inline std::string errorOf(const TWLWebResponse& response) {

@@ -50,11 +50,6 @@ TEST(Response, DescribesStatusErrorAndBody) {
     response.setError(platform::Error{"D", -1, {}});
     EXPECT_EQ(response.description(), "{request: (null), status: 300, body: (1, (null)), error: "
                                       "Error Domain=D Code=-1, headers: {\"A\" = \"b\"}}");
-    response.appendData(Data("a"));
-    const Data before = response.responseData();
-    response.appendData(Data(std::string(100, 'b')));
-    EXPECT_EQ(before, Data("a"));
-    EXPECT_EQ(response.responseData(), Data("a" + std::string(100, 'b')));
 }
 
 /// The code units as UTF-16 or UTF-32 holds them.
