@@ -184,10 +184,6 @@ TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
                            "/Sample App.app.dSYM Error Domain=NSPOSIXErrorDomain Code=95 \"copy " +
                            build.dSYM + "/pipe: Operation not supported\"\n");
     std::filesystem::remove(build.dSYM + "/pipe");
-    build.writeProduct("Sample App.app.dSYM/x", std::string(2000, 'x'));
-    EXPECT_THAT(
-        printed(build.launch({"/bin/sh", "-c", "(ulimit -f 1; exec \"$@\" 2>&1) | cat >&2", "sh"}), 0),
-        HasSubstr("File too large\"\n"));
     build.environment["XDG_CACHE_HOME"] = build.folder.path("link");
     std::filesystem::create_symlink("gone", build.folder.path("link"));
     EXPECT_THAT(printed(build, 1),
@@ -198,15 +194,10 @@ TEST_F(CompanionRoad, ReportsWhyTheCacheCannotBeWritten) {
 }
 
 TEST_F(CompanionRoad, UsesACacheFolderForEachEndpoint) {
-    const std::pair<std::string, std::string> endpoints[] = {{"<integer>7</integer>", nobodyListens},
-                                                             {"<string>../../..</string>", "../../.."}};
-    for (const auto& [value, endpoint] : endpoints) {
-        build.writeInfoPlist(
-            "<key>CFBundleIdentifier</key><string>x</string><key>TarnwhistleAPIEndpoint</key>" + value);
-        EXPECT_EQ(printed(build, 0), versionLine);
-        EXPECT_THAT(reports.next(), EndsWith(": complete\n"));
-        EXPECT_EQ(buildFolders(endpoint).size(), 1u);
-    }
+    build.writeInfoPlist("<key>CFBundleIdentifier</key><string>x</string>"
+                         "<key>TarnwhistleAPIEndpoint</key><string>../../..</string>");
+    EXPECT_EQ(printed(build, 0), versionLine);
+    EXPECT_EQ(buildFolders("../../..").size(), 1u);
     EXPECT_EQ(endpoint({{"BUILT_PRODUCTS_DIR", ""}, {"INFOPLIST_PATH", build.infoPlist}}), "../../..");
 }
 

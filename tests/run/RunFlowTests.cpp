@@ -131,10 +131,6 @@ TEST(Artifact, IsWrittenOnBothRoads) {
         const std::string message = std::string("Failed to write data to artifact path ") + bad + "\n\n";
         EXPECT_THAT(printed(build, 1), HasSubstr(record(message) + unanswered));
     }
-    fs::create_symlink(std::string(255, 'n'), build.workingDirectory + "/link");
-    path = "link";
-    printed(build, 1);
-    EXPECT_TRUE(fs::exists(build.workingDirectory + "/" + std::string(255, 'n')));
 }
 
 TEST(Console, DoesNotMixRecordsOfThreadsAndProcesses) {
