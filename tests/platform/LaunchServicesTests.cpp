@@ -106,7 +106,8 @@ std::string commandOf(const std::string& exec) {
 
 TEST(DesktopEntry, GivesTheCommandOfItsExecLine) {
     const Desktop desktop;
-    const std::string first = url.absoluteString(), both = first + "|tarnwhistle:2|";
+    const std::string& first = url.absoluteString();
+    const std::string both = first + "|tarnwhistle:2|";
     const std::pair<std::string, std::string> cases[] = {
         {"--first %U last", "--first|" + both + "last|0"},
         {"", both + "0"},

@@ -71,7 +71,8 @@ void ScriptedServer::acceptConnections() {
 ScriptedServer::~ScriptedServer() {
     _isEnding = true;
     // Ends `accept`, also on macOS, where shutting down the listener does not.
-    const platform::FileDescriptor waking = connect();
+    const platform::FileDescriptor waking = openSocket();
+    static_cast<void>(::connect(waking.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
     _acceptor.join();
 }
 
