@@ -23,6 +23,7 @@ TEST(Request, WritesEachFormRecordUpToItsFirstNull) {
     request.addData(Data("PK\x03 \xff\n"), "application/zip", "x.zip", "file");
     request.addValueForFormField(nullptr, "f");
     request.addValueForFormField("v", std::nullopt);
+    request.addData(Data("B"), "a/b", "x.zip", std::nullopt);
     request.addData(Data("B"), std::nullopt, "x.zip", "f");
     request.addData(Data("B"), "a/b", std::nullopt, "f");
     request.addValueForFormField(7, "number");
@@ -34,7 +35,8 @@ TEST(Request, WritesEachFormRecordUpToItsFirstNull) {
     EXPECT_EQ(request.formData()->bytes(),
               "MIME-Version: 1.0\r\n" +
                   part("file\"; filename=\"x.zip", "PK\x03 \xff\n", "application/zip" + binary) +
-                  part("(null)", "v") + part("f\"; filename=\"(null)", "B", "application/octet-stream") +
+                  part("(null)", "v") + part("(null)\"; filename=\"(null)", "B", "application/octet-stream") +
+                  part("f\"; filename=\"(null)", "B", "application/octet-stream") +
                   part("f\"; filename=\"(null)", "B", "a/b" + binary) + part("\"q\"", "a\"b\r\n") +
                   part("a", "1") + part("a", "2") + part("[k]", "v") + part("p[k]", "w") + "--AaB03x--\r\n");
 }
