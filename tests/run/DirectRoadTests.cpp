@@ -178,6 +178,17 @@ Content-Transfer-Encoding: binary
 )");
 }
 
+TEST_F(DirectRoad, DoesNotReportTheResultOfARepeatedRegistration) {
+    const Service service(build, {500, 201});
+    const support::EnvironmentVariable endpoint("ORVANE_TEST_API_ENDPOINT",
+                                                build.environment["ORVANE_TEST_API_ENDPOINT"]);
+    const BuildSettings settings(build.environment.begin(), build.environment.end());
+    EXPECT_FALSE(buildConfigure(settings, {.apiKey = key, .buildSecret = ""}, /*isBuildServer=*/false,
+                                /*isFinalAttempt=*/false));
+    ASSERT_EQ(service.requests().size(), 2u);
+    EXPECT_THAT(service.requests()[1].body, Not(HasSubstr("build server")));
+}
+
 TEST_F(DirectRoad, HandlesEachSecretAndStatusAndTriesTwice) {
     const std::string onboarding = "\n\nOrvane: Could not be onboarded statusCode ";
     const std::string uploaded = "\n\nOrvane: Sample App.app.dSYM uploaded statusCode ";
